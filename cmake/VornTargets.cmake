@@ -1,0 +1,56 @@
+# What every target of the tree is built with, so that no folder can forget it.
+
+# Off where the tree is configured by hand: a newer compiler's new warning stops no user. The presets,
+# and so all our own checks, turn it on.
+option(VORN_WERROR "Treat warnings as errors" OFF)
+set(VORN_SANITIZE "" CACHE STRING "Sanitizers for the whole tree: address,undefined or thread")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+# The daemon waits nearly all of its time: small code rather than CMake's -O3.
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+include(CheckPIESupported)
+check_pie_supported()
+
+add_library(vorn_options INTERFACE)
+# Plain char is unsigned on the board; it is made so everywhere, so that a byte above 127 behaves
+# the same on the developer's machine.
+target_compile_options(vorn_options INTERFACE -funsigned-char -Wall -Wextra -Wpedantic -Wconversion
+                                              -Wshadow)
+# The 32-bit board too outlives 2038, and opens a log file of over 2 GB.
+target_compile_definitions(vorn_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+if(VORN_WERROR)
+  target_compile_options(vorn_options INTERFACE -Werror)
+endif()
+if(VORN_SANITIZE)
+  target_compile_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE}
+                                                -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE})
+else()
+  # Hardening that costs a daemon of this size nothing.
+  target_compile_options(
+    vorn_options INTERFACE -fstack-protector-strong
+                           $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+  target_link_options(vorn_options INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()
+
+# vorn_library(NAME SOURCES file... [DEPENDS library...]): one static library per folder. Headers are
+# included by their path from the root, as in "thread/Thread.h".
+function(vorn_library NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(${NAME} STATIC ${ARG_SOURCES})
+  target_include_directories(${NAME} PUBLIC "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${NAME} PUBLIC ${ARG_DEPENDS} Threads::Threads PRIVATE vorn_options)
+endfunction()
+
+# vorn_program(NAME SOURCES file... [DEPENDS library...])
+function(vorn_program NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${NAME} ${ARG_SOURCES})
+  target_include_directories(${NAME} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${NAME} PRIVATE ${ARG_DEPENDS} vorn_options)
+endfunction()

@@ -1,0 +1,8 @@
+# 32-bit ARM, hard float: the board. Packages: g++-arm-linux-gnueabihf, libpugixml-dev:armhf.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+# Debian's multiarch keeps the libraries of each architecture in a folder of its own under /usr/lib.
+set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf /usr/lib/arm-linux-gnueabihf /usr)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
