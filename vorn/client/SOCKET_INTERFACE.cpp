@@ -1,0 +1,439 @@
+#include "vorn/client/SOCKET_INTERFACE.h"
+
+#include "thread/Pause.h"
+#include "vorn/base/Values.h"
+
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+/// What sets one interface apart from another, by its configured name.
+struct INTERFACE_ROLE {
+  const char* name;
+  const char* greeting;
+  bool inputDiscarded;  ///< nobody reads its input queue
+};
+
+constexpr INTERFACE_ROLE kRoles[] = {
+    // name   greeting                                                              input discarded
+    {"CAE", "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n", false},
+    {"IO", "VORN IO interface is ready\r\n", false},
+    {"MON", "VORN MON interface is ready\r\n", true},
+};
+
+constexpr INTERFACE_ROLE kOtherRole = {"", nullptr, false};
+
+const INTERFACE_ROLE& RoleOf(const std::string& name) {
+  const auto* const found =
+      std::find_if(std::begin(kRoles), std::end(kRoles),
+                   [&](const INTERFACE_ROLE& role) { return name == role.name; });
+  return found == std::end(kRoles) ? kOtherRole : *found;
+}
+
+/// A worker configured under this name is parked for good after its first pass.
+constexpr const char* kParkedName = "DMI";
+constexpr unsigned int kParkedPause = 5000;  // Sleep units
+
+constexpr int kBacklog = 1;
+constexpr int kPauseBeforeAcceptS = 3;
+constexpr int kPauseWhileClosedS = 2;
+constexpr unsigned int kPauseAfterConstruction = 50000;  // Sleep units: 5 ms
+
+constexpr std::size_t kReceiveLimit = 255;
+constexpr std::size_t kSendBufferSize = 256;
+constexpr std::size_t kBinaryMessageLimit = 255;
+
+/// While so many messages wait for the master loop the worker does not read, and TCP holds the
+/// client back. The loop may sleep two seconds in a command; 64 full reads are half a megabyte in
+/// lists.
+constexpr std::size_t kInputBacklogLimit = 64;
+
+/// What a client can have sent ahead while it is held back, in the kernel's buffer: enough for a
+/// terminal and a controller program, little to read at once when the client leaves.
+constexpr int kReceiveBufferBytes = 16384;
+
+// A peer that lost its power, or that no longer reads, is given up within a minute: it holds the
+// only client slot.
+constexpr int kKeepAliveIdleS = 15;
+constexpr int kKeepAliveIntervalS = 5;
+constexpr int kKeepAliveProbes = 3;
+constexpr unsigned int kUnacknowledgedLimitMs = 30000;
+constexpr timeval kSendTimeout = {10, 0};
+
+template <class T>
+void SetOption(int socket, int level, int option, const T& value) {
+  // Refused only where the connection is gone already, which the next read or write reports.
+  setsockopt(socket, level, option, &value, sizeof value);
+}
+
+void PrepareClientSocket(int socket) {
+  // Answers are several small messages; without this the prompt would wait for the client's delayed
+  // acknowledgement, some 45 ms.
+  SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+  SetOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleS);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalS);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+  SetOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnacknowledgedLimitMs);
+  SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, kSendTimeout);
+}
+
+/// The client has closed or lost the connection, whatever it has sent before.
+bool HasLeft(int client) {
+  pollfd state = {client, POLLRDHUP, 0};
+  return poll(&state, 1, 0) > 0;
+}
+
+bool SelectCanHold(int descriptor) {
+  return descriptor >= 0 && descriptor < FD_SETSIZE;
+}
+
+/// "1.2.3.4:13330". The port is the 16-bit value as it stands in the structure, unconverted.
+std::string PeerText(const sockaddr_in& peer) {
+  std::array<char, INET_ADDRSTRLEN> address{};
+  inet_ntop(AF_INET, &peer.sin_addr, address.data(), address.size());
+  return std::string(address.data()) + ":" + ITOA(peer.sin_port);
+}
+
+}  // namespace
+
+SOCKET_INTERFACE::SOCKET_INTERFACE(const INTERFACE_DESCRIPTOR& descriptor, const LOGGER& logger,
+                                   VOQUEUE& inputQueue)
+    : m_descriptor(descriptor), m_logger(logger), m_inputQueue(inputQueue) {
+  SetThreadType(kIntervalDriven, 1);
+  Sleep(kPauseAfterConstruction);
+}
+
+SOCKET_INTERFACE::~SOCKET_INTERFACE() {
+  Terminate();
+}
+
+void SOCKET_INTERFACE::Terminate() {
+  RequestStop();
+  {
+    const std::lock_guard lock(m_socketLock);
+    shutdown(m_listener.Get(), SHUT_RDWR);
+    shutdown(m_client.Get(), SHUT_RDWR);
+  }
+  StopAndJoin();
+}
+
+// --- listening ----------------------------------------------------------------------------------
+
+int SOCKET_INTERFACE::Init() {
+  const std::string& name = m_descriptor.name;
+  FILE_DESCRIPTOR listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!listener.IsOpen()) {
+    LogError("couldn't open socket for" + name + " interface");
+    return 0;
+  }
+  const int reuse = 1;
+  if (setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0) {
+    LogError("couldn't set socket options for" + name + " interface");
+  }
+  SetOption(listener.Get(), SOL_SOCKET, SO_RCVBUF,
+            kReceiveBufferBytes);  // accepted ones inherit it
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  address.sin_port = htons(static_cast<std::uint16_t>(m_descriptor.port));
+  if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    LogError("couldn't bind socket for" + name + " interface");
+  }
+  if (listen(listener.Get(), kBacklog) != 0) {
+    LogError(name + " interface listening error on port " + ITOA(m_descriptor.port));
+    return 0;
+  }
+  // Before the state: the worker's own "is waiting" line follows that at once.
+  LogInfo(name + " interface listening on port " + ITOA(m_descriptor.port));
+  const std::lock_guard lock(m_socketLock);
+  m_listener = std::move(listener);
+  m_descriptor.state = kListening;
+  return 1;
+}
+
+std::uint16_t SOCKET_INTERFACE::BoundPort() {
+  const std::lock_guard lock(m_socketLock);
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  if (getsockname(m_listener.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+    return 0;
+  }
+  return ntohs(address.sin_port);
+}
+
+// --- the pass -----------------------------------------------------------------------------------
+
+bool SOCKET_INTERFACE::OnTask() {
+  PauseUs(m_descriptor.threadDelayUs);
+  if (State() == kListening) {
+    AcceptClient();
+  }
+  if (State() == kConnected) {
+    ServeClient();
+  }
+  if (State() == kClosed) {
+    Reopen();
+  }
+  if (m_descriptor.name == kParkedName) {
+    ParkForGood();
+  }
+  return true;
+}
+
+void SOCKET_INTERFACE::AcceptClient() {
+  LogInfo(m_descriptor.name + " interface is waiting for incoming connection");
+  if (!Replace(kListening, kAccepting)) {
+    return;
+  }
+  sleepsec(kPauseBeforeAcceptS);
+
+  sockaddr_in peer{};
+  FILE_DESCRIPTOR client = WaitForClient(peer);
+  if (StopRequested() || State() != kAccepting) {
+    CloseSockets();  // closed by command, or shutting down: the connection, if any, ends here
+    return;
+  }
+  if (client.IsOpen()) {
+    PrepareClientSocket(client.Get());
+  } else {
+    LogError("socket accept error on " + m_descriptor.name + " interface");
+  }
+  LogInfo("client is connected on " + m_descriptor.name + " interface from " + PeerText(peer));
+  if (!Adopt(client)) {
+    CloseSockets();
+  }
+}
+
+/// Makes the connection the served one and queues its greeting (none where the accept failed),
+/// unless it was closed by command meanwhile: false then, and the connection stays the caller's.
+bool SOCKET_INTERFACE::Adopt(FILE_DESCRIPTOR& client) {
+  const std::lock_guard lock(m_socketLock);
+  if (State() != kAccepting) {
+    return false;
+  }
+  m_client = std::move(client);
+  const char* const greeting = RoleOf(m_descriptor.name).greeting;
+  if (greeting != nullptr && m_client.IsOpen()) {
+    m_outputQueue.ToQueue(Convert_String2QList(greeting));
+  }
+  m_descriptor.state = kConnected;
+  return true;
+}
+
+/// Blocks until a client comes. An empty owner when accept fails, or is woken by a shutdown.
+FILE_DESCRIPTOR SOCKET_INTERFACE::WaitForClient(sockaddr_in& peer) {
+  for (;;) {
+    socklen_t size = sizeof peer;
+    FILE_DESCRIPTOR client(
+        accept4(m_listener.Get(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
+    if (client.IsOpen() || errno != EINTR) {
+      return client;
+    }
+  }
+}
+
+void SOCKET_INTERFACE::ServeClient() {
+  const INPUT input = ReadClient();
+  const bool clientLeft = input == INPUT::kEnd && CloseAfterClient();
+  // After a failed accept there is nobody to write to: what waits is kept for the next client.
+  if (input != INPUT::kUnusable || m_client.IsOpen()) {
+    WriteNextMessage(clientLeft);
+  }
+  // A connection without a usable descriptor, or with a message torn in its middle, serves nobody.
+  if (input == INPUT::kUnusable || m_tornMessage) {
+    CloseAfterClient();
+  }
+}
+
+void SOCKET_INTERFACE::Reopen() {
+  if (SocketsOpen()) {
+    CloseSockets();  // closed by command: the master loop has only marked it
+  }
+  ++m_reconnectCounter;
+  sleepsec(kPauseWhileClosedS);
+  if (m_reconnectCounter > 1 && !StopRequested()) {
+    Init();
+  }
+}
+
+void SOCKET_INTERFACE::ParkForGood() {
+  LogInfo("On task " + m_descriptor.name + " interface");
+  while (!StopRequested()) {
+    Sleep(kParkedPause);
+  }
+}
+
+// --- input --------------------------------------------------------------------------------------
+
+SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
+  const int client = m_client.Get();
+  if (!SelectCanHold(client)) {
+    LogError("socket select error on " + m_descriptor.name + " interface");
+    return INPUT::kUnusable;
+  }
+  fd_set readable;
+  int ready = 0;
+  do {
+    FD_ZERO(&readable);
+    FD_SET(client, &readable);
+    fd_set writable = readable;
+    fd_set exceptional = readable;
+    timeval timeout = {0, 1};
+    ready = select(client + 1, &readable, &writable, &exceptional, &timeout);
+  } while (ready == -1 && errno == EINTR);
+  if (ready == -1) {
+    LogError("socket select error on " + m_descriptor.name + " interface");
+    return INPUT::kNothing;
+  }
+  if (ready == 0 || !FD_ISSET(client, &readable)) {
+    return INPUT::kNothing;
+  }
+  // A client that has left is read to its end all the same: it must not keep the only slot for as
+  // long as the master loop, or an adapter that is away, holds it back.
+  if (m_inputQueue.Size() >= kInputBacklogLimit && !HasLeft(client)) {
+    return INPUT::kNothing;
+  }
+  return Receive();
+}
+
+SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
+  std::array<std::uint8_t, kReceiveLimit + 1> buffer{};
+  // The readiness is advice: without MSG_DONTWAIT a read that finds nothing would hold the worker.
+  const ssize_t count = recv(m_client.Get(), buffer.data(), kReceiveLimit, MSG_DONTWAIT);
+  if (count < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
+    return INPUT::kNothing;
+  }
+  if (count <= 0) {
+    return INPUT::kEnd;
+  }
+  if (!RoleOf(m_descriptor.name).inputDiscarded) {
+    QueueInput(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return INPUT::kMessage;
+}
+
+/// Makes one message of one read; `bytes` holds a zero byte after its `count`.
+void SOCKET_INTERFACE::QueueInput(const std::uint8_t* bytes, std::size_t count) {
+  if (m_transferMode == kTextMode) {
+    m_inputQueue.ToQueue(Convert_CharBuff2QList(reinterpret_cast<const char*>(bytes)));
+    return;
+  }
+  // The announced length, but never more than came.
+  const std::size_t length = std::min<std::size_t>(bytes[0], count - 1);
+  m_inputQueue.ToQueue(QList(bytes + 1, bytes + 1 + length));
+}
+
+// --- output -------------------------------------------------------------------------------------
+
+/// Writes one waiting message. When the client has just left, that write fails and the message is
+/// lost with it; when the connection was closed by command, what is queued waits for the next
+/// client.
+void SOCKET_INTERFACE::WriteNextMessage(bool clientLeft) {
+  QList message;
+  {
+    // Under the lock, so that what is queued after CloseByCommand is never taken here.
+    const std::lock_guard lock(m_socketLock);
+    if ((!clientLeft && State() != kConnected) || m_outputQueue.IsEmpty()) {
+      return;
+    }
+    message = m_outputQueue.DeQueue();
+  }
+  if (!WriteMessage(message)) {
+    LogError("socket write error on " + m_descriptor.name + " interface");
+  }
+}
+
+bool SOCKET_INTERFACE::WriteMessage(const QList& message) {
+  std::string bytes;
+  if (m_transferMode == kTextMode) {
+    bytes.assign(message.begin(), message.end());
+    bytes += '\r';
+    return SendAll(bytes);
+  }
+  // A message longer than its length byte can say goes out as several.
+  auto next = message.begin();
+  auto left = message.size();
+  do {
+    const std::size_t length = std::min(left, kBinaryMessageLimit);
+    bytes += static_cast<char>(length);
+    for (std::size_t i = 0; i < length; ++i) {
+      bytes += *next++;
+    }
+    left -= length;
+  } while (left > 0);
+  return SendAll(bytes);
+}
+
+/// Sends everything, in writes of at most the send buffer's size. False when a write fails or the
+/// client has taken nothing for the send time-out; m_tornMessage tells that a part had gone out.
+bool SOCKET_INTERFACE::SendAll(const std::string& bytes) {
+  std::size_t sent = 0;
+  while (sent < bytes.size()) {
+    const ssize_t count = send(m_client.Get(), bytes.data() + sent,
+                               std::min(kSendBufferSize, bytes.size() - sent), MSG_NOSIGNAL);
+    if (count >= 0) {
+      sent += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      m_tornMessage = sent > 0;
+      return false;
+    }
+  }
+  return true;
+}
+
+// --- closing ------------------------------------------------------------------------------------
+
+/// False when the connection was closed by command meanwhile, and logged.
+bool SOCKET_INTERFACE::CloseAfterClient() {
+  if (!Replace(kConnected, kClosed)) {
+    return false;
+  }
+  LogInfo("connection is closed by client on " + m_descriptor.name + " interface");
+  CloseSockets();
+  return true;
+}
+
+void SOCKET_INTERFACE::CloseByCommand() {
+  const std::lock_guard lock(m_socketLock);
+  if (m_descriptor.state.Exchange(kClosed) == kClosed) {
+    return;  // the client left first
+  }
+  // Under the lock: the line is there before the client, or the worker, can notice.
+  LogInfo("connection is closed by command on " + m_descriptor.name + " interface");
+  shutdown(m_listener.Get(), SHUT_RDWR);
+  shutdown(m_client.Get(), SHUT_RDWR);
+}
+
+/// The listener first: a client that connected between the two closes would be left half open.
+void SOCKET_INTERFACE::CloseSockets() {
+  const std::lock_guard lock(m_socketLock);
+  m_listener.Close();
+  m_client.Close();
+  m_tornMessage = false;
+  m_reconnectCounter = 0;
+}
+
+bool SOCKET_INTERFACE::SocketsOpen() {
+  const std::lock_guard lock(m_socketLock);
+  return m_listener.IsOpen() || m_client.IsOpen();
+}
+
+bool SOCKET_INTERFACE::Replace(CONNECTION_STATE expected, CONNECTION_STATE state) {
+  const std::lock_guard lock(m_socketLock);
+  return m_descriptor.state.Replace(expected, state);
+}
+
+void SOCKET_INTERFACE::mf_SIGhandler(int signalNumber) {
+  LogInfo("signal " + ITOA(signalNumber) + " on " + m_descriptor.name + " interface");
+}

@@ -1,0 +1,116 @@
+#pragma once
+
+#include "thread/Thread.h"
+#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/LOGGER.h"
+#include "vorn/base/QList.h"
+#include "vorn/base/SharedField.h"
+#include "vorn/base/VOQUEUE.h"
+#include "vorn/config/INTERFACE_DESCRIPTOR.h"
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+/// Values of the descriptor's state field.
+enum CONNECTION_STATE : std::int32_t {
+  kIdle = 0,       ///< Init has not succeeded yet; nothing retries
+  kListening = 1,  ///< the next pass accepts
+  kAccepting = 2,  ///< in the pause before accept, or blocked in it
+  kConnected = 3,  ///< a client is served
+  kClosed = 4,     ///< left by the client or closed by command; about to listen again
+};
+
+enum TRANSFER_MODE : std::int32_t {
+  kBinaryMode = 1,  ///< each message behind a length byte
+  kTextMode = 2,    ///< each outgoing message followed by a carriage return
+};
+
+/// The worker that serves one TCP interface, one client at a time.
+///
+/// Its own thread (interval-driven) does all socket work: it listens, accepts, turns each read into
+/// one message on the input queue and writes one message of the output queue per pass. It alone
+/// opens and closes the sockets. The master loop's thread queues output, reads the connection state
+/// and may call CloseByCommand, which only marks the connection closed and shuts the sockets down;
+/// that wakes a blocked call, and the worker closes.
+///
+/// m_socketLock guards the two sockets' owners and every change of the connection state; the worker
+/// uses the descriptors without it, because nobody else closes them. The output queue is owned, the
+/// input queue is lent and outlives the thread.
+class SOCKET_INTERFACE final : public CThread {
+ public:
+  SOCKET_INTERFACE(const INTERFACE_DESCRIPTOR& descriptor, const LOGGER& logger,
+                   VOQUEUE& inputQueue);
+  /// Stops the thread, whatever it waits for, then closes what is open.
+  ~SOCKET_INTERFACE();
+  SOCKET_INTERFACE(const SOCKET_INTERFACE&) = delete;
+  SOCKET_INTERFACE& operator=(const SOCKET_INTERFACE&) = delete;
+
+  /// Opens the listening socket: 1 when it listens, 0 (and the state unchanged) when it cannot.
+  /// Called once by the owner after construction, then by the worker at each reconnection.
+  int Init();
+
+  using CThread::OnTask;
+  /// One pass; always true.
+  bool OnTask() override;
+
+  /// Ends the client's connection. Master loop's thread.
+  void CloseByCommand();
+
+  /// Logs the signal; changes nothing. Master loop's thread.
+  void mf_SIGhandler(int signalNumber);
+
+  /// Ends the thread and waits for it; the object stays usable for the owner's release. For an
+  /// owner that stops several workers before it releases what they share.
+  void Terminate();
+
+  bool IsConnected() const { return m_descriptor.state == kConnected; }
+  CONNECTION_STATE State() const { return static_cast<CONNECTION_STATE>(m_descriptor.state.Get()); }
+  /// Microseconds at the top of every pass; 0 or less is none.
+  void SetThreadDelayUs(std::int32_t delayUs) { m_descriptor.threadDelayUs = delayUs; }
+  std::int32_t ThreadDelayUs() const { return m_descriptor.threadDelayUs; }
+  /// For the master loop's messages to the client. What is queued while no client is connected
+  /// waits for the next one.
+  VOQUEUE& OutputQueue() { return m_outputQueue; }
+  /// The port that the listening socket is bound to, 0 when there is none; differs from the
+  /// configured one where that was 0 or could not be bound.
+  std::uint16_t BoundPort();
+  void SetTransferMode(TRANSFER_MODE mode) { m_transferMode = mode; }
+
+ private:
+  enum class INPUT { kNothing, kMessage, kEnd, kUnusable };
+
+  // The stages of a pass, each in the state named.
+  void AcceptClient();
+  void ServeClient();
+  void Reopen();
+  void ParkForGood();
+
+  FILE_DESCRIPTOR WaitForClient(sockaddr_in& peer);
+  bool Adopt(FILE_DESCRIPTOR& client);
+  INPUT ReadClient();
+  INPUT Receive();
+  void QueueInput(const std::uint8_t* bytes, std::size_t count);
+  void WriteNextMessage(bool clientLeft);
+  bool WriteMessage(const QList& message);
+  bool SendAll(const std::string& bytes);
+  bool CloseAfterClient();
+  void CloseSockets();
+  bool SocketsOpen();
+  bool Replace(CONNECTION_STATE expected, CONNECTION_STATE state);
+  void LogError(const std::string& text) { m_logger.WriteLog(kErr, text); }
+  void LogInfo(const std::string& text) { m_logger.WriteLog(kInf, text); }
+
+  INTERFACE_DESCRIPTOR m_descriptor;
+  LOGGER m_logger;
+  std::mutex m_socketLock;
+  FILE_DESCRIPTOR m_listener;
+  FILE_DESCRIPTOR m_client;
+  int m_reconnectCounter = 0;  // passes in the closed state; the worker's thread only
+  bool m_tornMessage = false;  // a write failed in mid-message; the worker's thread only
+  VOQUEUE m_outputQueue;
+  VOQUEUE& m_inputQueue;
+  SHARED_FIELD<TRANSFER_MODE> m_transferMode = kTextMode;
+};
