@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// Type codes as the bus controller reports them.
+enum CARD_CODE : std::uint8_t {
+  kEmptySlot = 0,
+  kDigitalOutput = 3,
+  kDigitalInput = 4,
+  kRcServo = 5,
+  kDcMotor = 6,
+  kAnalogueInput = 7,
+  kKeyMatrix = 8,
+  kAlphanumericLcd = 9,
+  kIrRemote = 10,
+  kUnanswered = 255,
+};
+
+/// Values of a card record's state word.
+enum CARD_STATE : std::int32_t {
+  kOutputCard = 0,
+  kInputCard = 1,     ///< can be polled
+  kNoUsableCard = 3,  ///< empty, unanswered or unidentified
+};
+
+/// What a slot becomes when the controller reports a type code for it, and what a block command
+/// sends to such a card.
+struct CARD_TYPE {
+  std::uint8_t code;
+  const char* name;  ///< as listed by DISCOVER; at most 39 characters
+  CARD_STATE state;
+  std::int32_t channels;      ///< blocks or channels of the card
+  std::size_t presetValues;   ///< so many values, from the first, are set on identification
+  std::uint8_t preset;        ///< to this
+  std::uint8_t pollCount;     ///< last byte of its poll request; 0: never polled
+  std::uint8_t outputValues;  ///< values sent by a block command; 0: it takes none
+};
+
+/// The row of a type code; for a code that is in no row, the row of unidentified cards.
+const CARD_TYPE& FindCardType(std::uint8_t code);

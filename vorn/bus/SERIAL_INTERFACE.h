@@ -1,0 +1,141 @@
+#pragma once
+
+#include "thread/Thread.h"
+#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/LOGGER.h"
+#include "vorn/base/QList.h"
+#include "vorn/base/SharedField.h"
+#include "vorn/base/VOQUEUE.h"
+#include "vorn/bus/CARD_TABLE.h"
+#include "vorn/config/INTERFACE_DESCRIPTOR.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+enum LINK_STATUS : std::int32_t {
+  kNotConnected = 0,
+  kPortOpen = 1,         ///< opened and set up, no controller confirmed yet
+  kControllerFound = 3,  ///< frames are exchanged only now
+};
+
+enum PORT_SELECTION : std::int32_t {
+  kFixedPath = 1,      ///< the device path given at construction
+  kSearchDevices = 2,  ///< the `ttyUSB` devices, one after the other
+};
+
+/// The worker that owns the serial port and alone talks on the card bus.
+///
+/// Its own thread (interval-driven) finds the adapter, sends the frame bodies waiting in its bus
+/// queues one at a time, waits for each reply and turns replies into updates of the card table and
+/// into input-change lines. Only that thread touches the port and the receive buffer. Other threads
+/// put frame bodies into the bus queues, flip the polling switch, set the thread delay and may ask
+/// for the port to be closed for good. The serial inbound queue and the card table are lent and
+/// outlive the thread.
+class SERIAL_INTERFACE final : public CThread {
+ public:
+  /// 0 to 15: by card address; 16: frames that concern no single card, and card parameters.
+  static constexpr std::size_t kBusQueues = 17;
+  static constexpr std::size_t kGeneralQueue = 16;
+
+  SERIAL_INTERFACE(const std::string& devicePath, PORT_SELECTION selection, LINK_STATUS linkStatus,
+                   const LOGGER& logger, VOQUEUE& inboundQueue, CARD_TABLE& cards, bool polling,
+                   bool autoDiscover);
+  /// Stops the thread (an exchange or a pause ends first), then closes the port.
+  ~SERIAL_INTERFACE();
+  SERIAL_INTERFACE(const SERIAL_INTERFACE&) = delete;
+  SERIAL_INTERFACE& operator=(const SERIAL_INTERFACE&) = delete;
+
+  using CThread::OnTask;
+  /// One pass; always true.
+  bool OnTask() override;
+
+  /// Opens, configures and checks a port according to the selection; true when a controller
+  /// answered.
+  bool Init();
+  /// 460800 baud, 8 data bits, no parity, 1 stop bit, raw, no flow control. False when refused.
+  bool SetSerialParams();
+  /// Sends the handshake and judges the reply; the port's name is for the log only.
+  bool HardwareCheck(const std::string& port);
+
+  /// One request and its reply: the reply's body, or "TME" when none came in time, or "LCE" for an
+  /// empty request, or an empty list for a request that fits no frame (over 254 bytes; nothing is
+  /// sent) and for a reply that fits no buffer (over 135 bytes).
+  QList Comm2HW(QList body);
+
+  /// Queues an input-change line for each channel whose change flag is set, of the card at the
+  /// address in the reply's byte 1. `reply` holds at least two bytes, the address below 16.
+  void WriteToQueue(const std::uint8_t* reply);
+
+  /// Ends the thread and waits for it. For an owner that stops several workers before it releases
+  /// what they share; afterwards the operations above may be called from its own thread.
+  void Terminate() { StopAndJoin(); }
+
+  VOQUEUE& BusQueue(std::size_t number) { return m_busQueues.at(number); }
+  /// Messages in the longest bus queue: how far the bus is behind.
+  std::size_t BusBacklog();
+  bool Polling() const { return m_polling; }
+  void SetPolling(bool on) { m_polling = on; }
+  std::int32_t ThreadDelayUs() const { return m_threadDelayUs; }
+  /// Microseconds at the top of every pass; 0 or less is none.
+  void SetThreadDelayUs(std::int32_t delayUs) { m_threadDelayUs = delayUs; }
+  LINK_STATUS LinkStatus() const { return static_cast<LINK_STATUS>(m_linkStatus.Get()); }
+  LOGGER& Logger() { return m_logger; }
+  /// Asks the worker to close the port and not to open one again: the daemon is stopping.
+  void ClosePort() { m_closeRequested = true; }
+
+ private:
+  friend struct CARD_REPLY;
+
+  using REPLY = std::vector<std::uint8_t>;
+
+  // The stages of a pass.
+  void Connect();
+  void ServeBusQueues();
+  void QueuePollFrames();
+
+  bool InitFixedPath();
+  bool InitSearch();
+  bool TryDevice();
+  bool OpenPort();
+  void LoseLink();
+
+  bool Exchange(QList body);
+  void SendFrame(const QList& body);
+  QList AwaitReply(std::uint32_t readLimit);
+  void AppendReceived(const std::uint8_t* bytes, std::size_t count);
+
+  // One operation per kind of reply, and per kind of input card.
+  void TakeReply(const REPLY& reply);
+  void TakeIdentification(const REPLY& reply);
+  void TakeQueryData(const REPLY& reply);
+  void TakeInputData(const REPLY& reply);
+  static void Identify(PERIFCARD& card, std::uint8_t address, std::uint8_t typeCode);
+  static bool TakeDigitalInput(PERIFCARD& card, const REPLY& reply);
+  static bool TakeKeyMatrix(PERIFCARD& card, const REPLY& reply);
+  static bool TakeAnalogueInput(PERIFCARD& card, const REPLY& reply);
+
+  /// The reply's length byte and its body; the longest reply in use has 17 bytes.
+  static constexpr std::size_t kReceiveBufferSize = 136;
+
+  LOGGER m_logger;
+  std::string m_devicePath;
+  FILE_DESCRIPTOR m_port;
+  SHARED_FIELD<std::int32_t> m_linkStatus;
+  PORT_SELECTION m_selection;
+  VOQUEUE& m_inboundQueue;
+  bool m_waiting = false;            // a reply is awaited
+  std::uint32_t m_receiveCount = 0;  // bytes of the present reply, those not kept included
+  std::array<std::uint8_t, kReceiveBufferSize> m_receiveBuffer{};
+  std::array<VOQUEUE, kBusQueues> m_busQueues;
+  CARD_TABLE& m_cards;
+  SHARED_FIELD<bool> m_polling;
+  SHARED_FIELD<std::int32_t> m_threadDelayUs = kDefaultThreadDelayUs;
+  bool m_autoDiscover;
+  /// Ports that took no line settings: kept open until the next search, so that each attempt does
+  /// not leave one more behind.
+  std::vector<FILE_DESCRIPTOR> m_leftOpen;
+  SHARED_FIELD<bool> m_closeRequested = false;
+};
