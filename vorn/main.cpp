@@ -1,0 +1,87 @@
+// vorn: start-up as a background daemon.
+
+#include "vorn/base/Values.h"
+#include "vorn/master/VORN.h"
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+namespace {
+
+constexpr const char* kPidPath = "/var/run/vorn/vorn.pid";
+
+/// Where a standard stream was closed at start, its number must not go to a socket: what is printed
+/// would reach a client.
+void KeepStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) == -1) {
+      open("/dev/null", O_RDWR);  // takes the lowest free number, this one
+    }
+  }
+}
+
+/// Arms the stop flag. A client or a reader of standard output that vanished is an error of the
+/// write that meets it, never the end of the daemon.
+void InstallSignalHandling(SIGNAL_FLAG& flag) {
+  pSignalFlag = &flag;
+  std::signal(SIGINT, SIGhandler);
+  std::signal(SIGTERM, SIGhandler);
+  std::signal(SIGPIPE, SIG_IGN);
+  // Whatever the parent had set: the pauses wait for their child, and the daemon can be stopped.
+  std::signal(SIGCHLD, SIG_DFL);
+  sigset_t stopping;
+  sigemptyset(&stopping);
+  sigaddset(&stopping, SIGINT);
+  sigaddset(&stopping, SIGTERM);
+  pthread_sigmask(SIG_UNBLOCK, &stopping, nullptr);
+}
+
+/// The daemon's life behind the fork; the process's exit status.
+int RunDaemon(SIGNAL_FLAG& signalFlag) {
+  std::ofstream pidFile(kPidPath, std::ios::trunc);
+  if (pidFile.fail()) {
+    std::cout << "Couldn't open pid file." << std::endl;
+    return EXIT_FAILURE;
+  }
+  pidFile << ITOA(getpid());
+  pidFile.close();
+
+  InstallSignalHandling(signalFlag);
+
+  VORN vorn(signalFlag);
+  if (vorn.InitProgramData()) {
+    vorn.InitInterfaces();
+    vorn.MasterThread();
+  }
+  // Ends here, without destructors, while the workers run: they use no static object that exit
+  // destroys, and the system takes back what they hold.
+  std::exit(EXIT_SUCCESS);
+}
+
+}  // namespace
+
+int main() {
+  KeepStandardStreams();
+  const pid_t child = fork();
+  if (child < 0) {
+    return EXIT_FAILURE;
+  }
+  if (child > 0) {
+    return EXIT_SUCCESS;
+  }
+  setsid();
+  // Out here, so that it outlives what an exception unwinds: the handler may write it to the last.
+  const auto signalFlag = std::make_unique<SIGNAL_FLAG>(kNoSignal);
+  try {
+    return RunDaemon(*signalFlag);
+  } catch (...) {
+    throw;  // unwinds RunDaemon's objects on the way to an abnormal end
+  }
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+
+/// What the CAE commands need of the daemon beside its queues and the card table. Implemented by
+/// VORN; called on the master loop's thread.
+class DAEMON_CONTROL {
+ public:
+  virtual ~DAEMON_CONTROL() = default;
+
+  /// Sets the pause of all five loops, in microseconds.
+  virtual void SetThreadDelays(std::int32_t delayUs) = 0;
+  /// The global polling switch.
+  virtual bool Polling() = 0;
+  virtual void SetPolling(bool on) = 0;
+  /// Ends the CAE client's connection.
+  virtual void CloseCaeConnection() = 0;
+  /// The master loop waits; the workers go on.
+  virtual void PauseSeconds(int seconds) = 0;
+};

@@ -1,0 +1,198 @@
+#include "vorn/master/VORN.h"
+
+#include "thread/Pause.h"
+#include "vorn/base/Values.h"
+#include "vorn/config/ConfigReader.h"
+#include "vorn/master/HelpTexts.h"
+
+#include <csignal>
+
+namespace {
+
+constexpr int kFarewellWaitS = 1;
+
+/// While so many frames wait for one card, or for an adapter that is gone, no further IO line is
+/// taken: the IO worker then stops reading, and TCP holds the client back. Nothing is lost.
+constexpr std::size_t kBusBacklogLimit = 1024;
+
+}  // namespace
+
+VORN::VORN(const SIGNAL_FLAG& signalFlag, const std::string& configPath)
+    : m_signalFlag(signalFlag), m_configPath(configPath) {
+}
+
+VORN::~VORN() {
+  StopWorkers();
+  m_outCommandParser.reset();
+  m_caeInterpreter.reset();
+
+  m_ioQueue.reset();
+  m_caeQueue.reset();
+  m_monQueue.reset();
+  m_serialQueue.reset();
+
+  m_cae.reset();
+  m_io.reset();
+  m_mon.reset();
+  m_serial.reset();
+
+  m_cards.reset();
+}
+
+/// The workers' threads use what is released next, so they end first.
+void VORN::StopWorkers() {
+  for (const auto* const worker : {&m_cae, &m_io, &m_mon}) {
+    if (*worker) {
+      (*worker)->RequestStop();  // all of them, so that their pauses run side by side
+    }
+  }
+  if (m_serial) {
+    m_serial->RequestStop();
+  }
+  for (const auto* const worker : {&m_cae, &m_io, &m_mon}) {
+    if (*worker) {
+      (*worker)->Terminate();
+    }
+  }
+  if (m_serial) {
+    m_serial->Terminate();
+  }
+}
+
+// --- start-up -----------------------------------------------------------------------------------
+
+CONFIG_DESCRIPTOR VORN::ReadConfig() const {
+  return ReadConfigFile(m_configPath);
+}
+
+bool VORN::InitProgramData() {
+  m_config = ReadConfig();
+  m_logger.SetFileName(m_config.logFileName);
+  m_logger.SetLevel(m_config.logLevel);
+  m_logger.WriteLog(kInf, "vorn is started");
+  if (m_config.errorText != kNoConfigError) {
+    m_logger.WriteLog(kErr, m_config.errorText);
+    m_logger.WriteLog(kInf, "vorn is stopped with error");
+    return false;
+  }
+  m_logger.WriteLog(kInf, "Initparam Autodiscover: " + BTOA(m_config.autoDiscover));
+  m_logger.WriteLog(kInf, "Initparam Enablepoll: " + BTOA(m_config.polling));
+  m_logger.WriteLog(kInf, "Initparam Speed (ThreadDelay): " + ITOA(m_config.threadDelayUs));
+  return true;
+}
+
+void VORN::InitInterfaces() {
+  m_cae = StartSocketInterface(m_config.cae, *m_caeQueue);
+  m_io = StartSocketInterface(m_config.io, *m_ioQueue);
+  m_mon = StartSocketInterface(m_config.mon, *m_monQueue);
+
+  m_serial = std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, m_logger,
+                                                *m_serialQueue, *m_cards, m_config.polling,
+                                                m_config.autoDiscover);
+  m_serial->SetThreadDelayUs(m_config.threadDelayUs);
+
+  m_caeInterpreter = std::make_unique<CAE_INTERPRETER>(
+      m_config.cae, m_cae->OutputQueue(), m_serial->BusQueue(SERIAL_INTERFACE::kGeneralQueue),
+      *m_serialQueue, *m_cards, static_cast<DAEMON_CONTROL&>(*this));
+  m_outCommandParser = std::make_unique<OUT_COMMAND_PARSER>(
+      m_config.io.inpSeparator, m_config.cae.outSeparator, *m_cards,
+      [this](std::size_t address) -> VOQUEUE& { return m_serial->BusQueue(address); },
+      m_cae->OutputQueue(), m_logger);
+}
+
+std::unique_ptr<SOCKET_INTERFACE> VORN::StartSocketInterface(const INTERFACE_DESCRIPTOR& descriptor,
+                                                             VOQUEUE& inboundQueue) {
+  auto worker = std::make_unique<SOCKET_INTERFACE>(descriptor, m_logger, inboundQueue);
+  worker->Init();  // a failure is logged there and leaves the worker idle
+  return worker;
+}
+
+// --- the master loop ----------------------------------------------------------------------------
+
+void VORN::MasterThread() {
+  for (;;) {
+    PauseUs(m_config.threadDelayUs);
+    if (StoppedBySignal()) {
+      return;
+    }
+    ForwardCardInput();
+    ServeIo();
+    ServeCae();
+  }
+}
+
+bool VORN::StoppedBySignal() {
+  const std::int32_t signalNumber = m_signalFlag.load(std::memory_order_relaxed);
+  if (signalNumber == kNoSignal) {
+    return false;
+  }
+  m_cae->mf_SIGhandler(signalNumber);
+  m_io->mf_SIGhandler(signalNumber);
+  m_mon->mf_SIGhandler(signalNumber);
+  m_serial->Logger().WriteLog(kInf, "signal " + ITOA(signalNumber) + " on serial interface");
+  m_serial->ClosePort();
+  if (signalNumber != SIGINT && signalNumber != SIGTERM) {
+    return false;
+  }
+  m_logger.WriteLog(kInf, "vorn is stopped by SIGTERM or SIGINT");
+  return true;
+}
+
+/// The monitor sees card input only while an IO client is connected; without one the line is
+/// dropped.
+void VORN::ForwardCardInput() {
+  if (m_serialQueue->IsEmpty()) {
+    return;
+  }
+  QList line = m_serialQueue->DeQueue();
+  if (!m_io->IsConnected()) {
+    return;
+  }
+  const std::string& separator = m_config.io.outSeparator;
+  line.insert(line.end(), separator.begin(), separator.end());
+  m_io->OutputQueue().ToQueue(line);
+  if (m_mon->IsConnected()) {
+    m_mon->OutputQueue().ToQueue(line);
+  }
+}
+
+void VORN::ServeIo() {
+  if (m_ioQueue->IsEmpty() || m_serial->BusBacklog() >= kBusBacklogLimit) {
+    return;
+  }
+  const QList message = m_ioQueue->DeQueue();
+  if (Convert_QList2String(message) == "EXIT" + m_config.io.inpSeparator) {
+    m_io->OutputQueue().ToQueue(Convert_String2QList(kFarewell + m_config.io.outSeparator));
+    PauseSeconds(kFarewellWaitS);
+    m_io->CloseByCommand();
+    return;
+  }
+  ParseOutCommand(message);
+  if (m_mon->IsConnected()) {
+    m_mon->OutputQueue().ToQueue(message);
+  }
+}
+
+void VORN::ServeCae() {
+  if (!m_caeQueue->IsEmpty()) {
+    m_caeInterpreter->InterpretCaeCommand(Convert_QList2String(m_caeQueue->DeQueue()));
+  }
+}
+
+int VORN::ParseOutCommand(const QList& message) {
+  return m_outCommandParser->ParseOutCommand(message);
+}
+
+// --- for the CAE commands -----------------------------------------------------------------------
+
+void VORN::SetThreadDelays(std::int32_t delayUs) {
+  m_config.threadDelayUs = delayUs;
+  m_serial->SetThreadDelayUs(delayUs);
+  m_cae->SetThreadDelayUs(delayUs);
+  m_io->SetThreadDelayUs(delayUs);
+  m_mon->SetThreadDelayUs(delayUs);
+}
+
+void VORN::PauseSeconds(int seconds) {
+  sleepsec(seconds);
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "vorn/base/LOGGER.h"
+#include "vorn/base/VOQUEUE.h"
+#include "vorn/bus/CARD_TABLE.h"
+#include "vorn/bus/SERIAL_INTERFACE.h"
+#include "vorn/client/SOCKET_INTERFACE.h"
+#include "vorn/config/CONFIG_DESCRIPTOR.h"
+#include "vorn/master/CAE_INTERPRETER.h"
+#include "vorn/master/DAEMON_CONTROL.h"
+#include "vorn/master/OUT_COMMAND_PARSER.h"
+#include "vorn/master/SignalFlag.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+/// The central object: owns the configuration, the inbound queues, the card table and the four
+/// workers, and runs the master loop that moves messages between them.
+///
+/// One instance, built by main and used on the main thread only. It lends its queues and the card
+/// table to the workers, whose threads it stops before it releases anything.
+class VORN : private DAEMON_CONTROL {
+ public:
+  /// Lends the stop flag. `configPath` is the file that InitProgramData reads.
+  explicit VORN(const SIGNAL_FLAG& signalFlag, const std::string& configPath = kConfigPath);
+  ~VORN() override;
+  VORN(const VORN&) = delete;
+  VORN& operator=(const VORN&) = delete;
+
+  /// Reads the configuration, applies it and logs the start-up lines; false when it is unusable.
+  bool InitProgramData();
+  /// Creates and starts the workers: CAE, IO, MON, serial. Once, after InitProgramData.
+  void InitInterfaces();
+  /// The master loop; returns when SIGINT or SIGTERM has come.
+  void MasterThread();
+
+  CONFIG_DESCRIPTOR ReadConfig() const;
+  /// Translates one message of the IO client; always 1. The result is not looked at.
+  int ParseOutCommand(const QList& message);
+
+  static constexpr const char* kConfigPath = "/etc/vorn/vornconf.xml";
+
+ private:
+  // The stages of a pass.
+  bool StoppedBySignal();
+  void ForwardCardInput();
+  void ServeIo();
+  void ServeCae();
+
+  std::unique_ptr<SOCKET_INTERFACE> StartSocketInterface(const INTERFACE_DESCRIPTOR& descriptor,
+                                                         VOQUEUE& inboundQueue);
+  void StopWorkers();
+
+  // DAEMON_CONTROL, for the CAE commands.
+  void SetThreadDelays(std::int32_t delayUs) override;
+  bool Polling() override { return m_serial->Polling(); }
+  void SetPolling(bool on) override { m_serial->SetPolling(on); }
+  void CloseCaeConnection() override { m_cae->CloseByCommand(); }
+  void PauseSeconds(int seconds) override;
+
+  LOGGER m_logger;
+  CONFIG_DESCRIPTOR m_config;
+  // Inbound to the master loop: what the workers received.
+  std::unique_ptr<VOQUEUE> m_ioQueue = std::make_unique<VOQUEUE>();
+  std::unique_ptr<VOQUEUE> m_caeQueue = std::make_unique<VOQUEUE>();
+  std::unique_ptr<VOQUEUE> m_monQueue = std::make_unique<VOQUEUE>();  // never read
+  std::unique_ptr<VOQUEUE> m_serialQueue = std::make_unique<VOQUEUE>();
+  std::unique_ptr<SOCKET_INTERFACE> m_cae;
+  std::unique_ptr<SOCKET_INTERFACE> m_io;
+  std::unique_ptr<SOCKET_INTERFACE> m_mon;
+  std::unique_ptr<SERIAL_INTERFACE> m_serial;
+  const SIGNAL_FLAG& m_signalFlag;
+  std::unique_ptr<CARD_TABLE> m_cards = std::make_unique<CARD_TABLE>();
+  std::string m_configPath;
+  // They borrow the workers' queues: made after the workers, released before them.
+  std::unique_ptr<CAE_INTERPRETER> m_caeInterpreter;
+  std::unique_ptr<OUT_COMMAND_PARSER> m_outCommandParser;
+};
