@@ -1,0 +1,230 @@
+#include "tests/support/Daemon.h"
+
+#include "tests/support/ProcessInfo.h"
+#include "tests/support/Text.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <fstream>
+#include <stdexcept>
+
+namespace support {
+namespace {
+
+#ifdef VORN_PROGRAM
+constexpr const char* kProgram = VORN_PROGRAM;
+#else
+constexpr const char* kProgram = "/nonexistent/vorn";
+#endif
+
+/// For the handler below; one daemon at a time.
+std::atomic<pid_t> g_running{0};
+
+/// The test is to end at once (its time-out): the daemon, a session of its own, must not stay.
+void OnTermination(int) {
+  const pid_t pid = g_running.load();
+  if (pid > 0) {
+    kill(pid, SIGKILL);
+  }
+  _exit(128 + SIGTERM);
+}
+
+/// fork, but not the creation of a thread, fails with EAGAIN from here on. A failure ends the
+/// child.
+void RefuseFork() {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+#ifdef SYS_fork
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fork, 3, 0),
+#else
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ~0U, 3, 0),
+#endif
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 3),
+      // The flags are the first argument's low word on the little-endian machines that this runs
+      // on.
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[0])),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, CLONE_VM, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter{static_cast<unsigned short>(std::size(program)), program};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
+    _exit(125);
+  }
+}
+
+/// Takes the lowest free numbers above the standard streams. The numbers reach the daemon.
+void TakeDescriptors(int count) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const auto needed = static_cast<rlim_t>(count) + 100;
+  if (limit.rlim_cur < needed) {
+    limit.rlim_cur = needed;
+    limit.rlim_max = limit.rlim_max < needed ? needed : limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  for (int i = 0; i < count; ++i) {
+    if (open("/dev/null", O_RDONLY) < 0) {
+      _exit(125);
+    }
+  }
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) {
+    pointers.push_back(text.data());
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::vector<std::string> Environment(const std::map<std::string, std::string>& changes) {
+  std::vector<std::string> all;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    const std::string name = text.substr(0, text.find('='));
+    if (changes.count(name) == 0) {
+      all.push_back(text);
+    }
+  }
+  for (const auto& [name, value] : changes) {
+    all.push_back(std::string(name).append("=").append(value));
+  }
+  return all;
+}
+
+}  // namespace
+
+DAEMON::DAEMON(std::string outputPath) : m_outputPath(std::move(outputPath)) {
+  struct sigaction action {};
+  action.sa_handler = OnTermination;
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+DAEMON::~DAEMON() {
+  Kill();
+}
+
+int DAEMON::Start(const START& start) {
+  std::vector<std::string> arguments = start.arguments;
+  arguments.insert(arguments.begin(), kProgram);
+  std::vector<std::string> environment = Environment(start.environment);
+  // Nothing is allocated between fork and exec: other threads of the test may hold locks.
+  const std::vector<char*> argumentPointers = Pointers(arguments);
+  const std::vector<char*> environmentPointers = Pointers(environment);
+  const std::vector<pid_t> before = Children(getpid());
+
+  const pid_t starter = fork();
+  if (starter < 0) {
+    throw std::runtime_error("fork failed");
+  }
+  if (starter == 0) {
+    const int input = open("/dev/null", O_RDONLY);
+    const int output = open(m_outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
+    if (input < 0 || output < 0 || dup2(input, 0) < 0 || dup2(output, 1) < 0 ||
+        dup2(output, 2) < 0 || chdir(start.workingFolder.c_str()) != 0) {
+      _exit(125);
+    }
+    close(input);
+    close(output);
+    close_range(3, ~0U, 0);  // what the test has open is not the daemon's
+    if (setpriority(PRIO_PROCESS, 0, 10) != 0) {
+      _exit(125);
+    }
+    if (start.umask) {
+      umask(*start.umask);
+    }
+    if (start.descriptorsInUse > 0) {
+      TakeDescriptors(start.descriptorsInUse);
+    }
+    signal(SIGTERM, SIG_DFL);
+    if (start.refuseFork) {
+      RefuseFork();
+    }
+    execve(kProgram, argumentPointers.data(), environmentPointers.data());
+    _exit(126);
+  }
+  g_running = starter;
+  int status = 0;
+  if (waitpid(starter, &status, 0) != starter) {
+    throw std::runtime_error("the started process cannot be waited for");
+  }
+  g_running = 0;
+  m_status.reset();
+  for (const pid_t child : Children(getpid())) {
+    bool isNew = true;
+    for (const pid_t known : before) {
+      isNew = isNew && known != child;
+    }
+    if (isNew) {
+      m_pid = child;
+      g_running = child;
+    }
+  }
+  return status;
+}
+
+void DAEMON::LowerPriority() const {
+  constexpr int kNice = 10;
+  // A session has a share of its own, with a value of its own, where the kernel groups by session.
+  const std::string path = "/proc/" + std::to_string(m_pid) + "/autogroup";
+  // Between two changes an ordinary user has to wait for a moment.
+  WaitUntil(
+      [&] {
+        std::ofstream file(path);
+        file << kNice << std::flush;
+        return file.good() || access(path.c_str(), F_OK) != 0;
+      },
+      milliseconds(500));
+}
+
+bool DAEMON::Running() {
+  return m_pid > 0 && !WaitForEnd(milliseconds(0));
+}
+
+void DAEMON::Signal(int number) const {
+  if (m_pid > 0 && !m_status) {
+    kill(m_pid, number);
+  }
+}
+
+std::optional<int> DAEMON::WaitForEnd(milliseconds limit) {
+  if (m_pid > 0 && !m_status) {
+    int status = 0;
+    if (WaitUntil([&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; }, limit)) {
+      g_running = 0;
+      m_status = status;
+    }
+  }
+  return m_status;
+}
+
+std::string DAEMON::Output() const {
+  return ReadFile(m_outputPath);
+}
+
+void DAEMON::Kill() {
+  Signal(SIGKILL);
+  WaitForEnd();
+  // Pauses that were under way.
+  KillChildren();
+}
+
+}  // namespace support

@@ -1,0 +1,299 @@
+#include "tests/support/LogFile.h"
+#include "tests/support/ProcessInfo.h"
+#include "tests/support/Text.h"
+#include "tests/support/unit/Folder.h"
+#include "vorn/base/LOGGER.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstddef>
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t kTimeStampLength = sizeof "2026-01-01 12:00:00" - 1;
+
+class LoggerTest : public testing::Test {
+ protected:
+  LoggerTest() { m_logger.SetFileName(m_path); }
+
+  LOGGER LoggerOf(const std::string& path) const {
+    LOGGER logger = m_logger;
+    logger.SetFileName(path);
+    return logger;
+  }
+
+  static std::size_t OpenDescriptorCount() { return support::OpenDescriptors(getpid()).size(); }
+
+  unit::FOLDER m_folder;
+  const std::string m_path = m_folder.File("log");
+  const support::LOG_FILE m_log{m_path};
+  LOGGER m_logger;
+};
+
+/// The time as the log writes it.
+std::string LocalTime(std::time_t time) {
+  std::tm local{};
+  localtime_r(&time, &local);
+  char text[64];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  return text;
+}
+
+}  // namespace
+
+TEST(Logger, HasLevelZeroAndNoFileAtFirst) {
+  const LOGGER logger;
+  EXPECT_EQ(logger.Level(), 0);
+  EXPECT_EQ(logger.FileName(), "");
+}
+
+TEST(Logger, WithoutAFileNameWritesNothingAndFailsNothing) {
+  const unit::FOLDER folder;
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.Path());
+  LOGGER logger;
+  logger.WriteLog(kInf, "nowhere");
+  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+  std::filesystem::current_path(before);
+}
+
+TEST_F(LoggerTest, WritesTimeTagAndText) {
+  const std::time_t before = std::time(nullptr);
+  m_logger.WriteLog(kErr, "unable to  write to /dev/ttyUSB0");
+  const std::time_t after = std::time(nullptr);
+  const std::string text = m_log.Text();
+  EXPECT_EQ(text.substr(std::min(text.size(), kTimeStampLength)),
+            " [ERR] unable to  write to /dev/ttyUSB0\n");
+  EXPECT_GE(text.substr(0, kTimeStampLength), LocalTime(before));
+  EXPECT_LE(text.substr(0, kTimeStampLength), LocalTime(after));
+}
+
+TEST_F(LoggerTest, AppendsOneLineForEachCall) {
+  m_logger.WriteLog(kInf, "first");
+  m_logger.WriteLog(kErr, "second");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] first", "[ERR] second"}));
+}
+
+TEST_F(LoggerTest, AppendsToWhatTheFileHolds) {
+  support::WriteFile(m_path, "2026-01-01 12:00:00 [INF] before\n");
+  m_logger.WriteLog(kInf, "now");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] before", "[INF] now"}));
+}
+
+TEST_F(LoggerTest, WritesEveryLineUpToLevel1) {
+  for (const int level : {-5, 0, 1}) {
+    m_logger.SetLevel(level);
+    m_logger.WriteLog(kInf, "at " + std::to_string(level));
+    m_logger.WriteLog(kErr, "at " + std::to_string(level));
+  }
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] at -5", "[ERR] at -5", "[INF] at 0",
+                                                        "[ERR] at 0", "[INF] at 1", "[ERR] at 1"}));
+}
+
+TEST_F(LoggerTest, WritesNoLineAtLevel2AndAbove) {
+  for (const int level : {2, 3, 2147483647}) {
+    m_logger.SetLevel(level);
+    m_logger.WriteLog(kInf, "hidden");
+    m_logger.WriteLog(kErr, "hidden");
+  }
+  EXPECT_TRUE(std::filesystem::exists(m_path));  // opened before the level is looked at
+  EXPECT_EQ(m_log.Text(), "");
+}
+
+TEST_F(LoggerTest, LeavesOneStreamOpenForEachCallAtLevel2) {
+  m_logger.SetLevel(2);
+  const std::size_t before = OpenDescriptorCount();
+  m_logger.WriteLog(kInf, "hidden");
+  m_logger.WriteLog(kErr, "hidden");
+  EXPECT_EQ(OpenDescriptorCount(), before + 2);
+  for (const int descriptor : support::DescriptorsOf(getpid(), m_path)) {
+    EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
+    close(descriptor);
+  }
+}
+
+TEST_F(LoggerTest, LeavesNothingOpenOtherwise) {
+  const std::size_t before = OpenDescriptorCount();
+  m_logger.WriteLog(kInf, "line");
+  LoggerOf(m_folder.File("missing/log")).WriteLog(kInf, "line");
+  LoggerOf(m_folder.Path()).WriteLog(kInf, "line");
+  LoggerOf("/dev/full").WriteLog(kInf, "line");
+  EXPECT_EQ(OpenDescriptorCount(), before);
+}
+
+TEST_F(LoggerTest, WritesPercentSignsAsTheyAre) {
+  m_logger.WriteLog(kInf, "100% %s %n %d %%");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] 100% %s %n %d %%"}));
+}
+
+TEST_F(LoggerTest, WritesTheTextUnchanged) {
+  m_logger.WriteLog(kInf, "  a\rb\n\x80\xFF\t ");
+  EXPECT_EQ(m_log.Text().substr(kTimeStampLength), " [INF]   a\rb\n\x80\xFF\t \n");
+}
+
+TEST_F(LoggerTest, WritesAnEmptyText) {
+  m_logger.WriteLog(kInf, "");
+  EXPECT_EQ(m_log.Text().substr(kTimeStampLength), " [INF] \n");
+}
+
+TEST_F(LoggerTest, CutsALongLineTo999BytesWithItsLineFeed) {
+  constexpr std::size_t kFrame = kTimeStampLength + sizeof " [INF] " - 1 + 1;
+  m_logger.WriteLog(kInf, std::string(999 - kFrame, 'x'));  // just fits
+  EXPECT_EQ(m_log.Text().size(), 999U);
+  EXPECT_EQ(m_log.Text().substr(kTimeStampLength),
+            " [INF] " + std::string(999 - kFrame, 'x') + "\n");
+
+  for (const std::size_t length : {1000 - kFrame, std::size_t{1000}, std::size_t{100'000}}) {
+    std::filesystem::remove(m_path);
+    m_logger.WriteLog(kInf, std::string(length, 'x'));
+    m_logger.WriteLog(kInf, "next");
+    EXPECT_EQ(m_log.AllLines(),
+              (std::vector<std::string>{"[INF] " + std::string(999 - kFrame, 'x'), "[INF] next"}))
+        << length;
+  }
+}
+
+TEST_F(LoggerTest, MakesTheFileAgainWhenItWasDeleted) {
+  m_logger.WriteLog(kInf, "first");
+  std::filesystem::remove(m_path);
+  m_logger.WriteLog(kInf, "second");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] second"}));
+}
+
+TEST_F(LoggerTest, MakesTheFileWithTheModeOfTheMask) {
+  const mode_t before = umask(027);
+  m_logger.WriteLog(kInf, "line");
+  umask(before);
+  struct stat status {};
+  ASSERT_EQ(stat(m_path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640U);
+}
+
+TEST_F(LoggerTest, DropsTheLineWhenItsFolderIsMissingAndTriesAgain) {
+  LOGGER logger = LoggerOf(m_folder.File("later/log"));
+  logger.WriteLog(kInf, "lost");
+  std::filesystem::create_directory(m_folder.File("later"));
+  logger.WriteLog(kInf, "kept");
+  EXPECT_EQ(support::LOG_FILE(m_folder.File("later/log")).AllLines(),
+            (std::vector<std::string>{"[INF] kept"}));
+}
+
+TEST_F(LoggerTest, DropsTheLineWhenTheFileIsAFolder) {
+  LoggerOf(m_folder.Path()).WriteLog(kInf, "lost");
+  EXPECT_TRUE(std::filesystem::is_empty(m_folder.Path()));
+}
+
+TEST_F(LoggerTest, SurvivesAFullDisk) {
+  LOGGER full = LoggerOf("/dev/full");
+  full.WriteLog(kInf, "lost");
+  full.WriteLog(kErr, std::string(5000, 'x'));
+  m_logger.WriteLog(kInf, "kept");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] kept"}));
+}
+
+TEST_F(LoggerTest, SurvivesALimitOfTheFileSize) {
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  rlimit small = before;
+  small.rlim_cur = 10;
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);  // the kernel's own word on it
+  setrlimit(RLIMIT_FSIZE, &small);
+  m_logger.WriteLog(kInf, "cut");
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_LE(m_log.Text().size(), 10U);
+}
+
+TEST_F(LoggerTest, DropsTheLineWhenNoDescriptorIsLeft) {
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  rlimit none = before;
+  none.rlim_cur = 0;
+  setrlimit(RLIMIT_NOFILE, &none);
+  m_logger.WriteLog(kInf, "lost");
+  setrlimit(RLIMIT_NOFILE, &before);
+  m_logger.WriteLog(kInf, "kept");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] kept"}));
+}
+
+TEST_F(LoggerTest, DoesNotWaitForTheReaderOfAPipe) {
+  ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
+  m_logger.WriteLog(kInf, "nobody reads");
+  const int reader = open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  m_logger.WriteLog(kInf, "somebody reads");
+  char bytes[200];
+  const ssize_t count = read(reader, bytes, sizeof bytes);
+  ASSERT_GT(count, 0);
+  EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(count)).substr(kTimeStampLength),
+            " [INF] somebody reads\n");
+  close(reader);
+}
+
+TEST_F(LoggerTest, DoesNotWaitForAFullPipe) {
+  ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
+  const int reader = open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  for (int i = 0; i < 200; ++i) {  // a pipe holds 64 KiB
+    m_logger.WriteLog(kInf, std::string(900, 'x'));
+  }
+  close(reader);
+}
+
+TEST_F(LoggerTest, CopiesLevelAndFileName) {
+  m_logger.SetLevel(1);
+  const LOGGER copy(m_logger);
+  EXPECT_EQ(copy.Level(), 1);
+  EXPECT_EQ(copy.FileName(), m_path);
+  LOGGER assigned;
+  assigned = m_logger;
+  EXPECT_EQ(assigned.Level(), 1);
+  EXPECT_EQ(assigned.FileName(), m_path);
+}
+
+TEST_F(LoggerTest, SurvivesAnAssignmentToItself) {
+  LOGGER& same = m_logger;
+  m_logger = same;
+  EXPECT_EQ(m_logger.FileName(), m_path);
+}
+
+TEST_F(LoggerTest, ChangesOfOneCopyLeaveTheOthersAlone) {
+  LOGGER copy(m_logger);
+  copy.SetLevel(2);
+  copy.SetFileName("/nowhere/log");
+  m_logger.WriteLog(kInf, "kept");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] kept"}));
+}
+
+TEST_F(LoggerTest, KeepsLinesWholeWhenManyWrite) {
+  constexpr int kThreads = 4;
+  constexpr int kLines = 200;
+  std::vector<LOGGER> copies(2, m_logger);  // two threads share each
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
+  for (std::size_t i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      for (int line = 0; line < kLines; ++line) {
+        copies[i % 2].WriteLog(kInf, std::string(300, static_cast<char>('a' + i)));
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(m_log.AllLines().size(), static_cast<std::size_t>(kThreads * kLines));
+  for (std::size_t i = 0; i < kThreads; ++i) {
+    EXPECT_EQ(m_log.Count("[INF] " + std::string(300, static_cast<char>('a' + i))), kLines);
+  }
+}

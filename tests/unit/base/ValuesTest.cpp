@@ -1,0 +1,101 @@
+#include "vorn/base/Values.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+namespace {
+
+constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t kMax = std::numeric_limits<std::int32_t>::max();
+
+}  // namespace
+
+TEST(Atol, ReadsTheLeadingDecimalNumber) {
+  EXPECT_EQ(ATOL("5000"), 5000);
+  EXPECT_EQ(ATOL("0"), 0);
+  EXPECT_EQ(ATOL("007"), 7);
+}
+
+TEST(Atol, AcceptsLeadingWhiteSpaceAndASign) {
+  EXPECT_EQ(ATOL(" \t\r\n12"), 12);
+  EXPECT_EQ(ATOL("-12"), -12);
+  EXPECT_EQ(ATOL("  +12"), 12);
+}
+
+TEST(Atol, StopsAtTheFirstNonDigit) {
+  EXPECT_EQ(ATOL("12abc"), 12);
+  EXPECT_EQ(ATOL("12.9"), 12);
+  EXPECT_EQ(ATOL("1 2"), 1);
+  EXPECT_EQ(ATOL(std::string("1\0002", 3)), 1);
+}
+
+TEST(Atol, IsAlwaysDecimal) {
+  EXPECT_EQ(ATOL("0x10"), 0);
+  EXPECT_EQ(ATOL("010"), 10);
+}
+
+TEST(Atol, GivesZeroWithoutANumber) {
+  for (const char* const text : {"", "abc", "-", "+", " ", "- 5", "--5"}) {
+    EXPECT_EQ(ATOL(text), 0) << text;
+  }
+}
+
+TEST(Atol, SaturatesAt32Bits) {
+  EXPECT_EQ(ATOL("2147483647"), kMax);
+  EXPECT_EQ(ATOL("2147483648"), kMax);
+  EXPECT_EQ(ATOL("4294967296"), kMax);
+  EXPECT_EQ(ATOL("99999999999999999999999"), kMax);
+  EXPECT_EQ(ATOL("-2147483648"), kMin);
+  EXPECT_EQ(ATOL("-2147483649"), kMin);
+  EXPECT_EQ(ATOL("-99999999999999999999999"), kMin);
+}
+
+TEST(Atob, IsTrueForThreeSpellingsOnly) {
+  for (const char* const text : {"True", "true", "TRUE"}) {
+    EXPECT_TRUE(ATOB(text)) << text;
+  }
+  for (const char* const text : {"", "1", "yes", "tRUE", "TrUe", "TRUE ", " TRUE", "FALSE", "on"}) {
+    EXPECT_FALSE(ATOB(text)) << text;
+  }
+}
+
+TEST(Itoa, WritesDecimalWithoutLeadingZeros) {
+  EXPECT_EQ(ITOA(0), "0");
+  EXPECT_EQ(ITOA(5000), "5000");
+  EXPECT_EQ(ITOA(-49), "-49");
+  EXPECT_EQ(ITOA(kMax), "2147483647");
+  EXPECT_EQ(ITOA(kMin), "-2147483648");
+}
+
+TEST(Btoa, WritesUpperCase) {
+  EXPECT_EQ(BTOA(true), "TRUE");
+  EXPECT_EQ(BTOA(false), "FALSE");
+}
+
+TEST(SpeedToDelay, GivesTheDocumentedDelays) {
+  EXPECT_EQ(SpeedToDelayUs(1), 5000);
+  EXPECT_EQ(SpeedToDelayUs(2), 4949);
+  EXPECT_EQ(SpeedToDelayUs(50), 2525);
+  EXPECT_EQ(SpeedToDelayUs(99), 51);
+  EXPECT_EQ(SpeedToDelayUs(100), 1);
+}
+
+TEST(SpeedToDelay, IsNotRangeChecked) {
+  EXPECT_EQ(SpeedToDelayUs(0), 5050);
+  EXPECT_EQ(SpeedToDelayUs(101), -49);
+  EXPECT_EQ(SpeedToDelayUs(-1), 5101);
+}
+
+TEST(SpeedToDelay, TruncatesTowardZeroForEveryPercentage) {
+  for (std::int32_t percent = 0; percent <= 200; ++percent) {
+    EXPECT_EQ(SpeedToDelayUs(percent), (500000 - 4999 * percent) / 99) << percent;
+  }
+}
+
+TEST(SpeedToDelay, SaturatesAt32Bits) {
+  EXPECT_EQ(SpeedToDelayUs(kMin), kMax);
+  EXPECT_EQ(SpeedToDelayUs(kMax), kMin);
+}

@@ -1,0 +1,100 @@
+#include "vorn/base/VOQUEUE.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace {
+
+QList Message(const std::string& text) {
+  return {text.begin(), text.end()};
+}
+
+}  // namespace
+
+TEST(VoQueue, IsEmptyAtFirst) {
+  VOQUEUE queue;
+  EXPECT_TRUE(queue.IsEmpty());
+  EXPECT_EQ(queue.Size(), 0U);
+}
+
+TEST(VoQueue, DeQueueOfAnEmptyQueueGivesAnEmptyMessageAndChangesNothing) {
+  VOQUEUE queue;
+  EXPECT_TRUE(queue.DeQueue().empty());
+  EXPECT_TRUE(queue.IsEmpty());
+  queue.ToQueue(Message("A"));
+  EXPECT_EQ(queue.DeQueue(), Message("A"));
+}
+
+TEST(VoQueue, GivesMessagesInTheOrderTheyCame) {
+  VOQUEUE queue;
+  queue.ToQueue(Message("first"));
+  queue.ToQueue(Message("second"));
+  queue.ToQueue(Message("third"));
+  EXPECT_EQ(queue.Size(), 3U);
+  EXPECT_EQ(queue.DeQueue(), Message("first"));
+  EXPECT_EQ(queue.DeQueue(), Message("second"));
+  EXPECT_EQ(queue.DeQueue(), Message("third"));
+  EXPECT_TRUE(queue.IsEmpty());
+}
+
+TEST(VoQueue, HoldsAnEmptyMessage) {
+  VOQUEUE queue;
+  queue.ToQueue({});
+  EXPECT_FALSE(queue.IsEmpty());
+  EXPECT_TRUE(queue.DeQueue().empty());
+  EXPECT_TRUE(queue.IsEmpty());
+}
+
+TEST(VoQueue, KeepsZeroBytesAndHighBytes) {
+  VOQUEUE queue;
+  const QList message = Message(std::string("\0\xFF\x80\0", 4));
+  queue.ToQueue(message);
+  EXPECT_EQ(queue.DeQueue(), message);
+}
+
+TEST(VoQueue, QueuesACopy) {
+  VOQUEUE queue;
+  QList message = Message("A");
+  queue.ToQueue(message);
+  message.push_back('B');
+  EXPECT_EQ(queue.DeQueue(), Message("A"));
+}
+
+TEST(VoQueue, HasNoBound) {
+  constexpr int kMany = 20000;
+  VOQUEUE queue;
+  for (int i = 0; i < kMany; ++i) {
+    queue.ToQueue(Message(std::to_string(i)));
+  }
+  for (int i = 0; i < kMany; ++i) {
+    ASSERT_EQ(queue.DeQueue(), Message(std::to_string(i)));
+  }
+}
+
+TEST(VoQueue, DestroysTheMessagesLeftInIt) {
+  auto queue = std::make_unique<VOQUEUE>();
+  queue->ToQueue(Message("left"));
+  queue.reset();  // a leak is for the sanitizer to see
+  EXPECT_EQ(queue, nullptr);
+}
+
+TEST(VoQueue, KeepsTheOrderBetweenAProducerAndAConsumer) {
+  constexpr int kMany = 20000;
+  VOQUEUE queue;
+  std::thread producer([&] {
+    for (int i = 0; i < kMany; ++i) {
+      queue.ToQueue(Message(std::to_string(i)));
+    }
+  });
+  for (int i = 0; i < kMany; ++i) {
+    while (queue.IsEmpty()) {
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(queue.DeQueue(), Message(std::to_string(i)));
+  }
+  producer.join();
+  EXPECT_TRUE(queue.IsEmpty());
+}

@@ -1,0 +1,300 @@
+#include "tests/support/ProcessInfo.h"
+#include "tests/unit/client/SocketFixture.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <thread>
+#include <vector>
+
+using support::TCP_CLIENT;
+using support::WaitUntil;
+
+namespace {
+
+constexpr const char* kByClient = "[INF] connection is closed by client on CAE interface";
+constexpr const char* kByCommand = "[INF] connection is closed by command on CAE interface";
+constexpr const char* kWaiting = "[INF] CAE interface is waiting for incoming connection";
+
+std::size_t OpenSocketCount() {
+  std::size_t count = 0;
+  for (const auto& [number, target] : support::OpenDescriptors(getpid())) {
+    count += target.starts_with("socket:") ? 1 : 0;
+  }
+  return count;
+}
+
+}  // namespace
+
+// --- by the client ----------------------------------------------------------------------------
+
+TEST_F(SocketInterface, WaitsTwoPausesAfterAClientsCloseBeforeItListens) {
+  const RESERVED_PORT reserved;
+  const int port = reserved.Port();
+  Start("CAE", port);
+  TCP_CLIENT client = ConnectAndGreet();
+  m_pauses->Hold(2);
+  client.Close();
+  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  EXPECT_EQ(m_worker->State(), kClosed);
+  EXPECT_FALSE(m_worker->IsConnected());
+  EXPECT_EQ(Port(), 0);
+  EXPECT_TRUE(TCP_CLIENT::IsRefused(port));
+  m_pauses->Release(2);
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 3}));
+}
+
+TEST_F(SocketInterface, ListensOnItsOwnPortAgain) {
+  const RESERVED_PORT reserved;
+  const int port = reserved.Port();
+  Start("CAE", port);
+  for (int round = 1; round <= 3; ++round) {
+    ASSERT_TRUE(m_log.WaitForLine(kWaiting, round));
+    ASSERT_EQ(Port(), port);
+    TCP_CLIENT client = Connect();
+    client.ReadUntil(kCaeGreeting);
+    client.Close();
+  }
+  EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
+}
+
+TEST_F(SocketInterface, KeepsTryingToListenWithAPauseEachTime) {
+  TCP_CLIENT client = StartWithClient();
+  socketCalls.socket.Fail(EMFILE, 3);
+  client.Close();
+  ASSERT_TRUE(WaitUntilListening(2));
+  EXPECT_EQ(m_log.LinesWith("[ERR]"),
+            (std::vector<std::string>(3, "[ERR] couldn't open socket forCAE interface")));
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 2, 2, 2, 3}));
+}
+
+TEST_F(SocketInterface, TakesAClientThatOnlyStopsSendingAsGone) {
+  TCP_CLIENT client = StartWithClient();
+  client.CloseSending();
+  EXPECT_TRUE(client.IsClosed());
+  EXPECT_TRUE(m_log.WaitForLine(kByClient));
+}
+
+TEST_F(SocketInterface, LeavesNoDescriptorBehind) {
+  const std::size_t before = OpenSocketCount();
+  Start();
+  for (int round = 1; round <= 3; ++round) {
+    ASSERT_TRUE(WaitUntilListening(round));
+    TCP_CLIENT client = Connect();
+    client.ReadUntil(kCaeGreeting);
+    if (round == 2) {
+      m_worker->CloseByCommand();
+    }
+  }
+  ASSERT_TRUE(WaitUntilListening(4));
+  EXPECT_EQ(OpenSocketCount(), before + 1);
+  m_worker.reset();
+  EXPECT_EQ(OpenSocketCount(), before);
+}
+
+// --- by command -------------------------------------------------------------------------------
+
+TEST_F(SocketInterface, CloseByCommandEndsTheConnection) {
+  TCP_CLIENT client = StartWithClient();
+  m_worker->CloseByCommand();
+  EXPECT_TRUE(client.IsClosed());
+  ASSERT_TRUE(m_log.WaitForLine(kWaiting, 2));
+  EXPECT_EQ(Log(), (std::vector<std::string>{"[INF] CAE interface listening on port 0", kWaiting,
+                                             ConnectedLine(client), kByCommand,
+                                             "[INF] CAE interface listening on port 0", kWaiting}));
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 3}));
+  TCP_CLIENT next = ConnectAndGreet();
+}
+
+TEST_F(SocketInterface, CloseByCommandIsSeenAtOnce) {
+  TCP_CLIENT client = StartWithClient();
+  m_worker->CloseByCommand();
+  EXPECT_EQ(m_worker->State(), kClosed);
+  EXPECT_FALSE(m_worker->IsConnected());
+  EXPECT_EQ(Count(kByCommand), 1);
+}
+
+TEST_F(SocketInterface, WhatIsQueuedAfterCloseByCommandIsTheNextClientsFirst) {
+  TCP_CLIENT client = StartWithClient();
+  m_worker->CloseByCommand();
+  Send(">\r\n");
+  EXPECT_TRUE(client.IsClosed());
+  ASSERT_TRUE(WaitUntilListening(2));
+  TCP_CLIENT next = Connect();
+  EXPECT_TRUE(next.Receives(">\r\n\r" + std::string(kCaeGreeting)));
+}
+
+TEST_F(SocketInterface, CloseByCommandNeverLosesWhatIsQueuedAfterIt) {
+  constexpr int kRounds = 20;
+  Start();
+  for (int round = 1; round <= kRounds; ++round) {
+    ASSERT_TRUE(WaitUntilListening(round));
+    TCP_CLIENT client = Connect();
+    ASSERT_TRUE(client.Receives(round == 1 ? kCaeGreeting : ">\r" + std::string(kCaeGreeting)));
+    m_worker->CloseByCommand();
+    Send(">");
+  }
+}
+
+TEST_F(SocketInterface, CloseByCommandWhileIdleOpensTheInterface) {
+  Make();
+  m_worker->CloseByCommand();
+  ASSERT_TRUE(WaitUntilListening(1));
+  EXPECT_EQ(Log().front(), kByCommand);
+  TCP_CLIENT client = ConnectAndGreet();
+}
+
+TEST_F(SocketInterface, CloseByCommandWhileListeningReopens) {
+  constexpr int kRounds = 20;
+  for (int round = 0; round < kRounds; ++round) {
+    Start();
+    m_worker->CloseByCommand();
+    ASSERT_TRUE(WaitUntilListening(2 * (round + 1)));
+    TCP_CLIENT client = ConnectAndGreet();
+    m_worker.reset();
+  }
+  EXPECT_EQ(Count(kByCommand), kRounds);
+  EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
+}
+
+TEST_F(SocketInterface, CloseByCommandInThePauseBeforeAcceptReopens) {
+  m_pauses->Hold(3);
+  Start();
+  ASSERT_TRUE(m_pauses->WaitUntilBegun(3));
+  TCP_CLIENT waiting = Connect();
+  m_worker->CloseByCommand();
+  EXPECT_EQ(m_worker->State(), kClosed);
+  EXPECT_TRUE(waiting.IsClosed());
+  m_pauses->Release(3);
+  ASSERT_TRUE(WaitUntilListening(2));
+  TCP_CLIENT client = ConnectAndGreet();
+  EXPECT_EQ(Log(), (std::vector<std::string>{"[INF] CAE interface listening on port 0", kWaiting,
+                                             kByCommand, "[INF] CAE interface listening on port 0",
+                                             kWaiting, ConnectedLine(client)}));
+}
+
+TEST_F(SocketInterface, CloseByCommandWakesABlockedAccept) {
+  Start();
+  ASSERT_TRUE(WaitUntilBlockedInAccept());
+  m_worker->CloseByCommand();
+  ASSERT_TRUE(WaitUntilListening(2));
+  TCP_CLIENT client = ConnectAndGreet();
+  EXPECT_EQ(Log(), (std::vector<std::string>{"[INF] CAE interface listening on port 0", kWaiting,
+                                             kByCommand, "[INF] CAE interface listening on port 0",
+                                             kWaiting, ConnectedLine(client)}));
+}
+
+TEST_F(SocketInterface, ConnectionThatIsAcceptedDuringCloseByCommandEnds) {
+  Start();
+  ASSERT_TRUE(WaitUntilBlockedInAccept());
+  unit::GATE accepted;
+  socketCalls.accept.HoldAt(&accepted);
+  TCP_CLIENT client = Connect();
+  // The call that is under way looks at the gate on its return.
+  ASSERT_TRUE(accepted.WaitUntilReached());
+  m_worker->CloseByCommand();
+  socketCalls.accept.HoldAt(nullptr);
+  accepted.Open();
+  EXPECT_TRUE(client.IsClosed());
+  ASSERT_TRUE(WaitUntilListening(2));
+  EXPECT_EQ(Count(kByCommand), 1);
+  EXPECT_EQ(Count(kByClient), 0);
+  TCP_CLIENT next = ConnectAndGreet();
+  EXPECT_TRUE(next.ReceivesNothing());
+}
+
+TEST_F(SocketInterface, CloseByCommandWakesABlockedSend) {
+  Start();
+  TCP_CLIENT client = ConnectAndGreet(true);
+  ASSERT_TRUE(BlockInSend(client));
+  m_worker->CloseByCommand();
+  ASSERT_TRUE(WaitUntilListening(2));
+  EXPECT_EQ(Count(kByCommand), 1);
+  EXPECT_EQ(Count(kByClient), 0);
+  EXPECT_EQ(Count("[ERR] socket write error on CAE interface"), 1);
+  TCP_CLIENT next = ConnectAndGreet();
+  EXPECT_TRUE(next.ReceivesNothing());
+}
+
+TEST_F(SocketInterface, CloseByCommandOfAClosedConnectionDoesNothing) {
+  m_pauses->Hold(2);
+  TCP_CLIENT client = StartWithClient();
+  m_worker->CloseByCommand();
+  m_worker->CloseByCommand();
+  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  m_worker->CloseByCommand();
+  EXPECT_EQ(Count(kByCommand), 1);
+  m_pauses->Release(2);
+  ASSERT_TRUE(WaitUntilListening(2));
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 3}));
+}
+
+TEST_F(SocketInterface, CloseByCommandAfterTheClientsCloseLogsOneClose) {
+  TCP_CLIENT client = StartWithClient();
+  m_pauses->Hold(2);
+  client.Close();
+  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  m_worker->CloseByCommand();
+  EXPECT_EQ(Count(kByClient), 1);
+  EXPECT_EQ(Count(kByCommand), 0);
+  m_pauses->Release(2);
+}
+
+TEST_F(SocketInterface, CloseByCommandBeforeTheWorkerReadsTheClientsCloseLogsOneClose) {
+  TCP_CLIENT client = StartWithClient();
+  for (CALL* const call : {&socketCalls.select, &socketCalls.recv}) {
+    unit::GATE gate;
+    call->HoldAt(&gate);
+    client.Close();
+    ASSERT_TRUE(gate.WaitUntilReached());
+    m_worker->CloseByCommand();
+    call->HoldAt(nullptr);
+    gate.Open();
+    ASSERT_TRUE(m_log.WaitForLine(kWaiting, call == &socketCalls.select ? 2 : 3));
+    client = ConnectAndGreet();
+  }
+  EXPECT_EQ(Count(kByClient), 0);
+  EXPECT_EQ(Count(kByCommand), 2);
+  EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
+}
+
+TEST_F(SocketInterface, CloseByCommandAndTheClientsCloseAtTheSameTimeLogOneClose) {
+  constexpr int kRounds = 30;
+  Start();
+  for (int round = 1; round <= kRounds; ++round) {
+    ASSERT_TRUE(WaitUntilListening(round));
+    TCP_CLIENT client = Connect();
+    client.ReadUntil(kCaeGreeting);
+    std::thread closer([&] { client.Close(); });
+    m_worker->CloseByCommand();
+    closer.join();
+  }
+  ASSERT_TRUE(WaitUntilListening(kRounds + 1));
+  EXPECT_EQ(Count(kByClient) + Count(kByCommand), kRounds);
+}
+
+TEST_F(SocketInterface, CloseByCommandAtAnyMomentLeavesAWorkingInterface) {
+  constexpr int kRounds = 100;
+  Start();
+  TCP_CLIENT client = ConnectAndGreet();
+  for (int round = 0; round < kRounds; ++round) {
+    m_worker->CloseByCommand();
+    std::this_thread::sleep_for(std::chrono::microseconds(round * 37 % 3000));
+  }
+  client.Close();
+  const auto closes = [&] { return Count(kByCommand) + Count(kByClient); };
+  ASSERT_TRUE(WaitUntil([&] {
+    return static_cast<int>(m_log.LinesWith("listening on port").size()) == closes() + 1 &&
+           Port() != 0;
+  }));
+  TCP_CLIENT next = Connect();
+  EXPECT_EQ(next.ReadUntil(kCaeGreeting), kCaeGreeting);
+}

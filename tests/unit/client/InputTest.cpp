@@ -1,0 +1,217 @@
+#include "tests/support/ListeningPorts.h"
+#include "tests/unit/client/SocketFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <string>
+
+using support::kSilence;
+using support::TCP_CLIENT;
+using support::WaitUntil;
+
+namespace {
+
+constexpr std::size_t kBacklogLimit = 64;
+
+}  // namespace
+
+TEST_F(SocketInterface, MakesOneMessageOfALineInOnePacket) {
+  TCP_CLIENT client = StartWithClient();
+  client.Send("HELP\r\n");
+  EXPECT_EQ(NextInput(), "HELP\r\n");
+  EXPECT_TRUE(m_input.IsEmpty());
+}
+
+TEST_F(SocketInterface, MakesOneMessageOfTwoLinesInOnePacket) {
+  TCP_CLIENT client = StartWithClient();
+  client.Send("HELP\r\nVERSION\r\n");
+  EXPECT_EQ(NextInput(), "HELP\r\nVERSION\r\n");
+  EXPECT_TRUE(m_input.IsEmpty());
+}
+
+TEST_F(SocketInterface, MakesAMessageOfEachReadWithoutAssemblingLines) {
+  TCP_CLIENT client = StartWithClient();
+  client.SendAndWaitUntilRead("HE");
+  client.SendAndWaitUntilRead("LP\r");
+  client.SendAndWaitUntilRead("\n");
+  EXPECT_EQ(NextInput(), "HE");
+  EXPECT_EQ(NextInput(), "LP\r");
+  EXPECT_EQ(NextInput(), "\n");
+}
+
+TEST_F(SocketInterface, ReadsAtMost255BytesAtOnce) {
+  TCP_CLIENT client = StartWithClient();
+  unit::GATE gate;
+  socketCalls.select.HoldAt(&gate);
+  ASSERT_TRUE(gate.WaitUntilReached());
+  client.Send(std::string(255, 'a') + std::string(255, 'b') + "c");
+  ASSERT_TRUE(
+      WaitUntil([&] { return support::UnreadBytes(Port(), client.LocalPort()) == 255 + 255 + 1; }));
+  socketCalls.select.HoldAt(nullptr);
+  gate.Open();
+  EXPECT_EQ(NextInput(), std::string(255, 'a'));
+  EXPECT_EQ(NextInput(), std::string(255, 'b'));
+  EXPECT_EQ(NextInput(), "c");
+}
+
+TEST_F(SocketInterface, CutsAPacketAtAZeroByte) {
+  TCP_CLIENT client = StartWithClient();
+  client.SendAndWaitUntilRead(std::string("HE\0LP", 5));
+  client.SendAndWaitUntilRead("next");
+  EXPECT_EQ(NextInput(), "HE");
+  EXPECT_EQ(NextInput(), "next");
+}
+
+TEST_F(SocketInterface, MakesAnEmptyMessageOfAPacketThatBeginsWithAZeroByte) {
+  TCP_CLIENT client = StartWithClient();
+  client.SendAndWaitUntilRead(std::string("\0HELP", 5));
+  EXPECT_EQ(NextInput(), "");
+  EXPECT_TRUE(m_input.IsEmpty());
+}
+
+TEST_F(SocketInterface, TakesAnyOtherByte) {
+  std::string all;
+  for (int code = 1; code < 256; ++code) {
+    all += static_cast<char>(code);
+  }
+  TCP_CLIENT client = StartWithClient();
+  client.Send(all);
+  EXPECT_EQ(NextInput(), all);
+}
+
+TEST_F(SocketInterface, TakesTheFirstByteAsLengthInBinaryMode) {
+  TCP_CLIENT client = StartWithClient();
+  m_worker->SetTransferMode(kBinaryMode);
+  client.SendAndWaitUntilRead(
+      "\x03"
+      "ABCDE");
+  EXPECT_EQ(NextInput(), "ABC");
+  client.SendAndWaitUntilRead(std::string("\x03\0A\0", 4));
+  EXPECT_EQ(NextInput(), std::string("\0A\0", 3));
+  client.SendAndWaitUntilRead(std::string("\0A", 2));
+  EXPECT_EQ(NextInput(), "");
+  EXPECT_TRUE(m_input.IsEmpty());
+}
+
+TEST_F(SocketInterface, TakesNoMoreThanCameInBinaryMode) {
+  TCP_CLIENT client = StartWithClient();
+  m_worker->SetTransferMode(kBinaryMode);
+  client.SendAndWaitUntilRead(
+      "\xFF"
+      "AB");
+  EXPECT_EQ(NextInput(), "AB");
+  client.SendAndWaitUntilRead("\x05");
+  EXPECT_EQ(NextInput(), "");
+}
+
+TEST_F(SocketInterface, DiscardsWhatAMonClientSends) {
+  TCP_CLIENT client = StartWithClient("MON");
+  client.SendAndWaitUntilRead("ignored\r\n");
+  client.SendAndWaitUntilRead(std::string(10'000, 'x'));
+  EXPECT_TRUE(m_input.IsEmpty());
+  Send("served");
+  EXPECT_TRUE(client.Receives("served\r"));
+}
+
+TEST_F(SocketInterface, HoldsAClientBackWhileItsInputQueueIsLong) {
+  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+    m_input.ToQueue(Message("waiting"));
+  }
+  TCP_CLIENT client = StartWithClient();
+  client.Send("later");
+  EXPECT_FALSE(WaitUntil([&] { return m_input.Size() > kBacklogLimit; }, kSilence));
+  Send("still written");
+  EXPECT_TRUE(client.Receives("still written\r"));
+  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+    EXPECT_EQ(NextInput(), "waiting");
+  }
+  EXPECT_EQ(NextInput(), "later");
+}
+
+TEST_F(SocketInterface, LosesNothingOfAFlood) {
+  constexpr std::size_t kSize = 300'000;
+  TCP_CLIENT client = StartWithClient();
+  m_worker->SetThreadDelayUs(0);
+  std::string flood;
+  while (flood.size() < kSize) {
+    flood += std::to_string(flood.size()) + "\r\n";
+  }
+  std::string received;
+  std::size_t sent = 0;
+  std::size_t longest = 0;
+  EXPECT_TRUE(WaitUntil([&] {
+    for (int i = 0; i < 1000; ++i) {
+      if (sent < flood.size()) {
+        sent += client.TrySend(flood.substr(sent, 4096));
+      }
+      longest = std::max(longest, m_input.Size());
+      if (!m_input.IsEmpty()) {
+        received += NextInput();
+      }
+    }
+    return received.size() >= flood.size();
+  }));
+  EXPECT_EQ(received, flood);
+  EXPECT_LE(longest, kBacklogLimit);
+}
+
+TEST_F(SocketInterface, ReadsAClientThatLeavesToItsEndThoughItsInputQueueIsLong) {
+  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+    m_input.ToQueue(Message("waiting"));
+  }
+  TCP_CLIENT client = StartWithClient();
+  client.Send("last words");
+  client.Close();
+  EXPECT_TRUE(m_log.WaitForLine("[INF] connection is closed by client on CAE interface"));
+  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+    EXPECT_EQ(NextInput(), "waiting");
+  }
+  EXPECT_EQ(NextInput(), "last words");
+}
+
+TEST_F(SocketInterface, IsNotDisturbedByAnInterruptedSelectOrRead) {
+  TCP_CLIENT client = StartWithClient();
+  socketCalls.select.Fail(EINTR, 5);
+  client.Send("first");
+  EXPECT_EQ(NextInput(), "first");
+  for (const int error : {EINTR, EAGAIN}) {
+    socketCalls.recv.Fail(error, 3);
+    client.Send("second");
+    EXPECT_EQ(NextInput(), "second");
+  }
+  EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
+  EXPECT_TRUE(m_worker->IsConnected());
+}
+
+TEST_F(SocketInterface, WritesButDoesNotReadWhenSelectFails) {
+  TCP_CLIENT client = StartWithClient();
+  unit::GATE gate;
+  socketCalls.select.HoldAt(&gate);
+  ASSERT_TRUE(gate.WaitUntilReached());
+  client.Send("read later");
+  Send("written now");
+  unit::GATE next;
+  socketCalls.select.Fail(ENOMEM);
+  socketCalls.select.HoldAt(&next);
+  gate.Open();
+  EXPECT_TRUE(client.Receives("written now\r"));
+  ASSERT_TRUE(next.WaitUntilReached());
+  EXPECT_TRUE(m_input.IsEmpty());
+  EXPECT_EQ(Log().back(), "[ERR] socket select error on CAE interface");
+  socketCalls.select.HoldAt(nullptr);
+  next.Open();
+  EXPECT_EQ(NextInput(), "read later");
+  EXPECT_TRUE(m_worker->IsConnected());
+}
+
+TEST_F(SocketInterface, TakesAFailedReadAsTheClientsClose) {
+  TCP_CLIENT client = StartWithClient();
+  socketCalls.recv.Fail(ETIMEDOUT);
+  client.Send("x");
+  EXPECT_TRUE(m_log.WaitForLine("[INF] connection is closed by client on CAE interface"));
+  client.ReadToEnd();
+  EXPECT_TRUE(WaitUntilListening(2));
+}

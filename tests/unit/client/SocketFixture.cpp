@@ -1,0 +1,126 @@
+#include "tests/unit/client/SocketFixture.h"
+
+#include "tests/support/ProcessInfo.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <stdexcept>
+
+using support::milliseconds;
+using support::TCP_CLIENT;
+using support::WaitUntil;
+
+QList Message(const std::string& text) {
+  return {text.begin(), text.end()};
+}
+
+int DescriptorTo(int peerPort) {
+  for (const auto& [number, target] : support::OpenDescriptors(getpid())) {
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    if (getpeername(number, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+        peer.sin_family == AF_INET && ntohs(peer.sin_port) == peerPort) {
+      return number;
+    }
+  }
+  return -1;
+}
+
+SocketInterface::SocketInterface() {
+  socketCalls.Reset();
+  for (const int seconds : {2, 3}) {
+    m_pauses->SetLength(seconds, milliseconds(1));
+  }
+}
+
+SocketInterface::~SocketInterface() {
+  m_worker.reset();
+  socketCalls.Reset();
+}
+
+void SocketInterface::Make(const std::string& name, int port) {
+  INTERFACE_DESCRIPTOR descriptor;
+  descriptor.name = name;
+  descriptor.port = port;
+  descriptor.threadDelayUs = 100;
+  LOGGER logger;
+  logger.SetFileName(m_log.Path());
+  m_worker = std::make_unique<SOCKET_INTERFACE>(descriptor, logger, m_input);
+}
+
+void SocketInterface::Start(const std::string& name, int port) {
+  Make(name, port);
+  ASSERT_EQ(m_worker->Init(), 1);
+}
+
+TCP_CLIENT SocketInterface::StartWithClient(const std::string& name) {
+  Start(name);
+  TCP_CLIENT client = Connect();
+  client.ReadUntil("\r\n\r");
+  return client;
+}
+
+TCP_CLIENT SocketInterface::Connect(bool smallBuffers) {
+  support::CLIENT_OPTIONS options;
+  options.smallBuffers = smallBuffers;
+  return TCP_CLIENT(Port(), options);
+}
+
+TCP_CLIENT SocketInterface::ConnectAndGreet(bool smallBuffers) {
+  TCP_CLIENT client = Connect(smallBuffers);
+  EXPECT_TRUE(client.Receives(kCaeGreeting));
+  return client;
+}
+
+bool SocketInterface::WaitUntilListening(int count) {
+  return WaitUntil([&] {
+    return static_cast<int>(m_log.LinesWith("interface listening on port").size()) >= count &&
+           Port() != 0;
+  });
+}
+
+bool SocketInterface::WaitForState(CONNECTION_STATE state) {
+  return WaitUntil([&] { return m_worker->State() == state; });
+}
+
+std::string SocketInterface::NextInput() {
+  if (!WaitUntil([&] { return !m_input.IsEmpty(); })) {
+    return "nothing came";
+  }
+  const QList message = m_input.DeQueue();
+  return {message.begin(), message.end()};
+}
+
+bool SocketInterface::WaitUntilBlockedInAccept() {
+  return WaitUntil([&] { return socketCalls.accept.Begun() > socketCalls.accept.Ended(); });
+}
+
+bool SocketInterface::BlockInSend(const TCP_CLIENT& client) {
+  const int smallBuffer = 4096;
+  setsockopt(DescriptorTo(client.LocalPort()), SOL_SOCKET, SO_SNDBUF, &smallBuffer,
+             sizeof smallBuffer);
+  Send(std::string(kBlockingSize, 'x'));
+  // Blocked: the same send is under way for a while.
+  int sends = -1;
+  auto since = std::chrono::steady_clock::now();
+  return WaitUntil([&] {
+    const auto now = std::chrono::steady_clock::now();
+    const int ended = socketCalls.send.Ended();
+    if (ended != sends || socketCalls.send.Begun() == ended) {
+      sends = ended;
+      since = now;
+    }
+    return now - since > milliseconds(100);
+  });
+}
+
+std::string SocketInterface::ConnectedLine(const TCP_CLIENT& client, const std::string& name) {
+  // The port as it stands in the address structure.
+  const auto port = htons(static_cast<std::uint16_t>(client.LocalPort()));
+  return "[INF] client is connected on " + name +
+         " interface from 127.0.0.1:" + std::to_string(port);
+}

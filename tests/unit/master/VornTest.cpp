@@ -1,0 +1,503 @@
+// The central object: start-up lines, the master loop with its four workers, and their release.
+
+#include "tests/support/ConfigFile.h"
+#include "tests/support/ReservedPort.h"
+#include "tests/support/TcpClient.h"
+#include "tests/support/Wait.h"
+#include "tests/support/unit/Commands.h"
+#include "tests/support/unit/FarEnd.h"
+#include "tests/support/unit/SystemCalls.h"
+#include "vorn/master/VORN.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <memory>
+#include <optional>
+#include <thread>
+
+namespace unit {
+namespace {
+
+using support::TCP_CLIENT;
+using support::WaitUntil;
+using LINES = std::vector<std::string>;
+
+constexpr const char* kCaeGreeting =
+    "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n\r";
+constexpr const char* kIoGreeting = "VORN IO interface is ready\r\n\r";
+constexpr const char* kMonGreeting = "VORN MON interface is ready\r\n\r";
+
+/// A central object with its configuration. Its pauses and the search for the adapter are
+/// stand-ins; the adapter is a far end that identifies a digital input card at 3 and a digital
+/// output card at 5.
+class Vorn : public testing::Test {
+ protected:
+  Vorn() {
+    config.logFile = folder.File("log");
+    config.cae.port = caePort.Port();
+    config.io.port = ioPort.Port();
+    config.mon.port = monPort.Port();
+    commands.LetAllDevicesPass();
+    commands.ListDevices({line.Entry()});
+    line.AnswerWith([this](const BYTES& body) { return Answer(body); });
+  }
+
+  ~Vorn() override {
+    Stop(SIGTERM);
+    vorn.reset();
+  }
+
+  BYTES Answer(const BYTES& body) const {
+    switch (body.front()) {
+      case '@':
+        return Hex("05 6F 31 2E 30 37");
+      case '0':
+        return Hex("11 31 00 00 00 04 00 03 00 00 00 00 00 00 00 00 00 00");
+      case 0x20:
+        return Frame({'!', body[1], firstGroup.load(), 0});
+      case 'P':
+        return Frame({'Q', body[1], 0, 0});
+      default:
+        return Hex("01 06");
+    }
+  }
+
+  VORN& Make() {
+    WriteFile(folder.File("vornconf.xml"), config.Text());
+    vorn.emplace(flag, folder.File("vornconf.xml"));
+    return *vorn;
+  }
+
+  /// Runs the master loop on a thread of its own.
+  void Start() {
+    Make();
+    ASSERT_TRUE(vorn->InitProgramData());
+    vorn->InitInterfaces();
+    loop = std::thread([this] { vorn->MasterThread(); });
+  }
+
+  void Stop(int signalNumber) {
+    if (loop.joinable()) {
+      flag = signalNumber;
+      loop.join();
+    }
+  }
+
+  /// A client that has received its greeting.
+  static TCP_CLIENT Connect(int port, const char* greeting) {
+    TCP_CLIENT client(port);
+    EXPECT_TRUE(client.Receives(greeting));
+    return client;
+  }
+  TCP_CLIENT ConnectCae() const { return Connect(config.cae.port, kCaeGreeting); }
+  TCP_CLIENT ConnectIo() const { return Connect(config.io.port, kIoGreeting); }
+  TCP_CLIENT ConnectMon() const { return Connect(config.mon.port, kMonGreeting); }
+
+  /// One exact CAE command and its replies, by which the loop has made a pass or more.
+  static void Ask(TCP_CLIENT& cae, const std::string& command, const LINES& replies) {
+    cae.Send(command + "\r\n");
+    for (const std::string& reply : replies) {
+      EXPECT_TRUE(cae.Receives(reply + "\r\n\r"));
+    }
+    EXPECT_TRUE(cae.Receives(">\r\n\r"));
+  }
+  static void AskVersion(TCP_CLIENT& cae) { Ask(cae, "DRVVER", {"CIA: DRIVER VERSION 1.20"}); }
+
+  /// Waits until the bus has asked for the cards and its answer is in the table.
+  static void WaitForCards(TCP_CLIENT& cae) {
+    EXPECT_TRUE(WaitUntil([&] {
+      cae.Send("DISCOVER\r\n");
+      const std::string list = cae.ReadUntil("\r\n\r>\r\n\r");
+      return list.find("DTI:0x5:16 channel DIGITAL OUTPUT\r\n\r") != std::string::npos;
+    }));
+  }
+
+  LINES Log() const { return ReadLog(config.logFile); }
+  bool Logged(const std::string& text) const {
+    const LINES log = Log();
+    return std::find(log.begin(), log.end(), text) != log.end();
+  }
+
+  FOLDER folder;
+  STUB_COMMANDS commands;
+  FAR_END line;
+  const support::RESERVED_PORT caePort;
+  const support::RESERVED_PORT ioPort;
+  const support::RESERVED_PORT monPort;
+  support::CONFIG config;
+  std::atomic<std::uint8_t> firstGroup{0};
+  SIGNAL_FLAG flag{kNoSignal};
+  std::optional<VORN> vorn;
+  std::thread loop;
+};
+
+// --- start-up -----------------------------------------------------------------------------------
+
+TEST_F(Vorn, LogsItsSettingsWhenTheConfigurationIsGood) {
+  config.speedPercent = "50";
+  config.initPollState = "TRUE";
+  config.autoDiscover = "FALSE";
+  EXPECT_TRUE(Make().InitProgramData());
+  EXPECT_EQ(Log(), LINES({"[INF] vorn is started", "[INF] Initparam Autodiscover: FALSE",
+                          "[INF] Initparam Enablepoll: TRUE",
+                          "[INF] Initparam Speed (ThreadDelay): 2525"}));
+}
+
+TEST_F(Vorn, LogsTheComputedDelayAlsoWhenItIsNegative) {
+  config.speedPercent = "101";
+  config.initPollState = "yes";
+  config.autoDiscover = "True";
+  EXPECT_TRUE(Make().InitProgramData());
+  EXPECT_EQ(Log(), LINES({"[INF] vorn is started", "[INF] Initparam Autodiscover: TRUE",
+                          "[INF] Initparam Enablepoll: FALSE",
+                          "[INF] Initparam Speed (ThreadDelay): -49"}));
+}
+
+TEST_F(Vorn, LogsTheErrorAndStopsWhenAPortIsTooLow) {
+  config.io.port = 1024;
+  EXPECT_FALSE(Make().InitProgramData());
+  EXPECT_EQ(Log(),
+            LINES({"[INF] vorn is started", "[ERR] IO interface port number is less than 1025",
+                   "[INF] vorn is stopped with error"}));
+}
+
+TEST_F(Vorn, StopsWithoutALogWhenTheConfigurationCannotBeRead) {
+  VORN unconfigured(flag, folder.File("no-such-file.xml"));
+  EXPECT_FALSE(unconfigured.InitProgramData());
+  EXPECT_EQ(Log(), LINES());
+  EXPECT_EQ(unconfigured.ReadConfig().errorText,
+            "Unable to load config, or unable to parse XML file!");
+}
+
+TEST_F(Vorn, StopsWhenTheConfigurationIsNotWellFormed) {
+  const std::string path = folder.File("broken.xml");
+  WriteFile(path, "<VORNConfig><Debuglog File=\"" + config.logFile + "\"/>");
+  VORN unconfigured(flag, path);
+  EXPECT_FALSE(unconfigured.InitProgramData());
+  EXPECT_EQ(Log(), LINES());
+}
+
+TEST_F(Vorn, ReadsTheDaemonsConfigurationUnlessToldOtherwise) {
+  EXPECT_STREQ(VORN::kConfigPath, "/etc/vorn/vornconf.xml");
+}
+
+TEST_F(Vorn, StartsItsWorkersInTheOrderCaeIoMonAndThenTheBus) {
+  config.autoDiscover = "FALSE";
+  Start();
+  ASSERT_TRUE(WaitUntil(
+      [&] { return Logged("[INF] hardware found on " + line.Path() + " version: 1.07"); }));
+  const LINES log = Log();
+  const auto at = [&](const std::string& text) {
+    return std::find(log.begin(), log.end(), text) - log.begin();
+  };
+  const auto listening = [&](const support::INTERFACE& interface) {
+    return at("[INF] " + interface.name + " interface listening on port " +
+              std::to_string(interface.port));
+  };
+  EXPECT_LT(at("[INF] Initparam Speed (ThreadDelay): 505"), listening(config.cae));
+  EXPECT_LT(listening(config.cae), listening(config.io));
+  EXPECT_LT(listening(config.io), listening(config.mon));
+  EXPECT_LT(listening(config.mon), at("[INF] try to catch hardware on " + line.Path()));
+}
+
+TEST_F(Vorn, AMissingInterfaceElementStillGetsAWorker) {
+  WriteFile(folder.File("vornconf.xml"),
+            support::Document({support::DebuglogElement(config.logFile)}));
+  vorn.emplace(flag, folder.File("vornconf.xml"));
+  ASSERT_TRUE(vorn->InitProgramData());
+  vorn->InitInterfaces();
+  const LINES log = Log();
+  EXPECT_EQ(std::count(log.begin(), log.end(), "[INF]  interface listening on port 0"), 3);
+}
+
+// --- signals ------------------------------------------------------------------------------------
+
+class VornStopped : public Vorn, public testing::WithParamInterface<int> {};
+
+TEST_P(VornStopped, ByItsSignalTellsEachWorkerClosesThePortAndReturns) {
+  const std::string number = std::to_string(GetParam());
+  Start();
+  ASSERT_TRUE(WaitUntil([&] { return !line.Openings().empty(); }));
+  Stop(GetParam());
+  const LINES expected = {"[INF] signal " + number + " on CAE interface",
+                          "[INF] signal " + number + " on IO interface",
+                          "[INF] signal " + number + " on MON interface",
+                          "[INF] signal " + number + " on serial interface",
+                          "[INF] vorn is stopped by SIGTERM or SIGINT"};
+  LINES found;
+  for (const std::string& text : Log()) {
+    if (text.find("signal") != std::string::npos || text.find("stopped") != std::string::npos) {
+      found.push_back(text);
+    }
+  }
+  EXPECT_EQ(found, expected);
+  EXPECT_TRUE(WaitUntil([&] { return line.Openings().empty(); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, VornStopped, testing::Values(SIGINT, SIGTERM));
+
+TEST_F(Vorn, AnyOtherNumberIsReportedInEveryPassAndTheLoopGoesOn) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  flag = SIGUSR1;
+  EXPECT_TRUE(WaitUntil([&] {
+    const LINES log = Log();
+    return std::count(log.begin(), log.end(), "[INF] signal 10 on serial interface") > 2;
+  }));
+  AskVersion(cae);
+  EXPECT_FALSE(Logged("[INF] vorn is stopped by SIGTERM or SIGINT"));
+  Stop(SIGTERM);
+  EXPECT_TRUE(Logged("[INF] vorn is stopped by SIGTERM or SIGINT"));
+}
+
+TEST_F(Vorn, ASignalOfTheProcessReachesTheLoopWhileWorkersRun) {
+  pSignalFlag = &flag;
+  std::signal(SIGTERM, SIGhandler);
+  Start();
+  kill(getpid(), SIGTERM);
+  loop.join();
+  EXPECT_EQ(flag, SIGTERM);
+  EXPECT_TRUE(Logged("[INF] vorn is stopped by SIGTERM or SIGINT"));
+  std::signal(SIGTERM, SIG_DFL);
+}
+
+// --- release ------------------------------------------------------------------------------------
+
+TEST_F(Vorn, CanBeReleasedBeforeItHasStarted) {
+  Make();
+  vorn.reset();
+  Make().InitProgramData();
+  vorn.reset();
+}
+
+TEST_F(Vorn, CanBeReleasedWhileItsWorkersStart) {
+  Make();
+  ASSERT_TRUE(vorn->InitProgramData());
+  vorn->InitInterfaces();
+  vorn.reset();
+  EXPECT_EQ(line.Openings(), std::vector<int>());
+}
+
+TEST_F(Vorn, ReleasesEverythingInOrderWhileWorkersAreBusy) {
+  config.initPollState = "TRUE";
+  config.speedPercent = "100";
+  Start();
+  {
+    TCP_CLIENT cae = ConnectCae();
+    TCP_CLIENT io = ConnectIo();
+    TCP_CLIENT mon = ConnectMon();
+    WaitForCards(cae);
+    Stop(SIGTERM);
+    // The workers go on: what clients send fills the queues that are released first.
+    cae.Send("HELP\r\nHELP\r\n");
+    io.Send("a5b1dFB\n");
+    vorn.reset();
+    EXPECT_TRUE(io.IsClosed());
+    EXPECT_TRUE(mon.IsClosed());
+  }
+  EXPECT_EQ(line.Openings(), std::vector<int>());
+  EXPECT_TRUE(TCP_CLIENT::IsRefused(config.cae.port));
+  EXPECT_TRUE(TCP_CLIENT::IsRefused(config.io.port));
+  EXPECT_TRUE(TCP_CLIENT::IsRefused(config.mon.port));
+}
+
+// --- card input ---------------------------------------------------------------------------------
+
+TEST_F(Vorn, AnInputChangeReachesTheIoClientAndTheMonitorWithTheIoSeparator) {
+  config.initPollState = "TRUE";
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  WaitForCards(cae);
+  firstGroup = 0x40;
+  EXPECT_TRUE(io.Receives("a3b0d40\n\r"));
+  EXPECT_TRUE(mon.Receives("a3b0d40\n\r"));
+  firstGroup = 0x00;
+  EXPECT_TRUE(io.Receives("a3b0d00\n\r"));
+  EXPECT_TRUE(mon.Receives("a3b0d00\n\r"));
+}
+
+TEST_F(Vorn, AnInputChangeReachesTheIoClientWithoutAMonitor) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT io = ConnectIo();
+  Ask(cae, "GETLASTINPST:3=1", {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"});
+  EXPECT_TRUE(io.Receives("a3b1d00\n\r"));
+}
+
+TEST_F(Vorn, AnInputChangeWithoutAnIoClientIsDroppedForTheMonitorToo) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT mon = ConnectMon();
+  Ask(cae, "GETLASTINPST:3=0", {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"});
+  AskVersion(cae);  // a later pass: the line is gone
+  TCP_CLIENT io = ConnectIo();
+  Ask(cae, "GETLASTINPST:3=1", {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"});
+  EXPECT_TRUE(io.Receives("a3b1d00\n\r"));
+  EXPECT_TRUE(mon.Receives("a3b1d00\n\r"));
+}
+
+// --- the IO interface ---------------------------------------------------------------------------
+
+TEST_F(Vorn, AnIoCommandReachesItsCardAndTheMonitorAsTyped) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  io.Send("a5b1dFB\n");
+  EXPECT_TRUE(mon.Receives("a5b1dFB\n\r"));
+  EXPECT_TRUE(WaitUntil([&] {
+    const std::vector<BYTES> requests = line.Requests();
+    return std::find(requests.begin(), requests.end(), Hex("05 10 05 02 FF FB")) != requests.end();
+  }));
+}
+
+TEST_F(Vorn, ARefusedIoCommandIsReportedToTheOperatorAndCopiedToTheMonitor) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  io.SendAndWaitUntilRead("bad\n");
+  EXPECT_TRUE(cae.Receives("COE:Illegal command -> bad\r\n\r>\r\n\r"));
+  EXPECT_TRUE(mon.Receives("bad\n\r"));
+}
+
+TEST_F(Vorn, HoldsTheIoClientBackWhileTheBusIs1024FramesBehindAndLosesNothing) {
+  commands.ListDevices({});
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  std::string commandsOfOneRead;
+  for (int i = 0; i < 31; ++i) {
+    commandsOfOneRead += "a5b0d00\n";
+  }
+  for (int i = 0; i < 34; ++i) {  // 1054 frames
+    io.SendAndWaitUntilRead(commandsOfOneRead);
+    ASSERT_TRUE(mon.Receives(commandsOfOneRead + "\r"));
+  }
+  io.SendAndWaitUntilRead("a5b0d01\n");
+  AskVersion(cae);
+  AskVersion(cae);
+  EXPECT_TRUE(mon.ReceivesNothing());
+  commands.ListDevices({line.Entry()});
+  EXPECT_TRUE(mon.Receives("a5b0d01\n\r"));
+}
+
+TEST_F(Vorn, ExitOnIoEndsOnlyThatConnection) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT mon = ConnectMon();
+  TCP_CLIENT io = ConnectIo();
+  io.Send("EXIT\n");
+  EXPECT_TRUE(io.Receives("VORN: Bye Bye...\n\r"));
+  EXPECT_TRUE(io.IsClosed());
+  EXPECT_TRUE(Logged("[INF] connection is closed by command on IO interface"));
+  AskVersion(cae);
+  TCP_CLIENT again = ConnectIo();
+  again.Send("a5b0d00\n");
+  EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));  // EXIT was not copied
+}
+
+TEST_F(Vorn, ExitOnIoNeedsItsSeparatorAndNothingElse) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT io = ConnectIo();
+  io.SendAndWaitUntilRead("EXIT");
+  EXPECT_TRUE(cae.Receives("COE:Illegal command -> EXIT\r\n\r>\r\n\r"));
+  io.SendAndWaitUntilRead("EXIT\r\n");
+  EXPECT_TRUE(cae.Receives("COE:Illegal command -> EXIT\r\r\n\r>\r\n\r"));
+  io.SendAndWaitUntilRead("EXIT\nEXIT\n");
+  EXPECT_TRUE(cae.Receives("COE:Illegal command -> EXIT\r\n\r>\r\n\r"));
+  EXPECT_TRUE(cae.Receives("COE:Illegal command -> EXIT\r\n\r>\r\n\r"));
+  io.Send("EXIT\n");
+  EXPECT_TRUE(io.Receives("VORN: Bye Bye...\n\r"));
+}
+
+// --- the CAE interface --------------------------------------------------------------------------
+
+TEST_F(Vorn, CommandsOfThreeReadsAreAnsweredInTheirOrder) {
+  config.autoDiscover = "FALSE";
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  cae.SendAndWaitUntilRead("DRVVER\r\n");
+  cae.SendAndWaitUntilRead("nonsense\r\n");
+  cae.SendAndWaitUntilRead("POLLSTATE\r\n");
+  EXPECT_TRUE(
+      cae.Receives("CIA: DRIVER VERSION 1.20\r\n\r>\r\n\r"
+                   "CIE: UNKNOWN COMMAND \r\n>\r\n\r"
+                   "CIA: GLOBAL POLLING IS DISABLED\r\n\r>\r\n\r"));
+}
+
+TEST_F(Vorn, ExitOnCaeEndsOnlyThatConnectionAndLeavesItsPromptForTheNextClient) {
+  Start();
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  TCP_CLIENT cae = ConnectCae();
+  cae.Send("EXIT\r\n");
+  EXPECT_TRUE(cae.Receives("VORN: Bye Bye...\r\n\r"));
+  EXPECT_TRUE(cae.IsClosed());
+  EXPECT_TRUE(Logged("[INF] connection is closed by command on CAE interface"));
+  TCP_CLIENT again(config.cae.port);
+  EXPECT_TRUE(again.Receives(">\r\n\r"));
+  EXPECT_TRUE(again.Receives(kCaeGreeting));
+  io.Send("still here\n");
+  EXPECT_TRUE(mon.Receives("still here\n\r"));
+}
+
+TEST_F(Vorn, PollingFollowsTheOperator) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  const auto polls = [&] {
+    const std::vector<BYTES> requests = line.Requests();
+    return std::count(requests.begin(), requests.end(), Hex("03 20 03 02"));
+  };
+  EXPECT_EQ(polls(), 0);
+  Ask(cae, "ENABLEPOLL", {"CIA: GLOBAL POLLING IS ENABLED"});
+  EXPECT_TRUE(WaitUntil([&] { return polls() > 3; }));
+  Ask(cae, "POLLSTATE", {"CIA: GLOBAL POLLING IS ENABLED", "PTI:0x3:ON"});
+  Ask(cae, "DISABLEPOLL", {"CIA: GLOBAL POLLING IS DISABLED"});
+}
+
+TEST_F(Vorn, SpeedPacesAllFiveLoops) {
+  config.speedPercent = "100";
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  const CALLS_RECORDED calls;
+  Ask(cae, "SPEED=50", {"CIA: SPEED IS SET to 50%"});
+  EXPECT_TRUE(WaitUntil([&] { return calls.ThreadsThatPaused(2'525'000) == 5; }));
+}
+
+// --- the monitor --------------------------------------------------------------------------------
+
+TEST_F(Vorn, WhatAMonitorTypesHasNoEffect) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT mon = ConnectMon();
+  WaitForCards(cae);
+  const std::size_t before = line.Requests().size();
+  mon.SendAndWaitUntilRead("EXIT#");
+  mon.SendAndWaitUntilRead("EXIT\n");
+  mon.SendAndWaitUntilRead("a5b1dFB\n");
+  mon.SendAndWaitUntilRead("REBOOT:5\r\n");
+  AskVersion(cae);
+  AskVersion(cae);
+  EXPECT_EQ(line.Requests().size(), before);
+  TCP_CLIENT io = ConnectIo();
+  io.Send("a5b0d00\n");
+  EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));
+}
+
+}  // namespace
+}  // namespace unit

@@ -1,0 +1,122 @@
+#include "sim/tool/Arguments.h"
+#include "sim/tool/LineBuffer.h"
+#include "sim/tool/WakeQueue.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+namespace sim {
+namespace {
+
+using namespace std::chrono_literals;
+using Words = std::vector<std::string>;
+
+TEST(Arguments, SplitAtBlanksAndKeepQuotedWordsWhole) {
+  EXPECT_EQ(SplitWords("press 3.6\t3.7\r"), (Words{"press", "3.6", "3.7"}));
+  EXPECT_EQ(SplitWords("name 3 \"my keys\""), (Words{"name", "3", "my keys"}));
+  EXPECT_EQ(SplitWords("name 3 \"\""), (Words{"name", "3", ""}));
+  EXPECT_TRUE(SplitWords("  ").empty());
+  EXPECT_THROW(SplitWords("name 3 \"my keys"), ARGUMENT_ERROR);
+}
+
+TEST(Arguments, ReadAddressesOfOneDigit) {
+  EXPECT_EQ(ReadAddress("0"), 0);
+  EXPECT_EQ(ReadAddress("f"), 15);
+  for (const char* word : {"", "10", "G", "-1"})
+    EXPECT_THROW(ReadAddress(word), ARGUMENT_ERROR) << word;
+}
+
+TEST(Arguments, ReadPlaces) {
+  EXPECT_EQ(ReadPlace("E.12").address, 14);
+  EXPECT_EQ(ReadPlace("E.12").channel, "12");
+  for (const char* word : {"", "3", "3.", ".6", "33.6"})
+    EXPECT_THROW(ReadPlace(word), ARGUMENT_ERROR) << word;
+}
+
+TEST(Arguments, ReadNumbersWhole) {
+  EXPECT_EQ(ReadNumber("-12", "n"), -12);
+  EXPECT_EQ(ReadNumber("+12", "n"), 12);
+  for (const char* word : {"", "+", "1x", "99999999999", "0x10", "1.5"})
+    EXPECT_THROW(ReadNumber(word, "n"), ARGUMENT_ERROR) << word;
+}
+
+TEST(Arguments, ReadBytes) {
+  EXPECT_EQ(ReadHexByte("7", "v"), 7);
+  EXPECT_EQ(ReadHexByte("fB", "v"), 0xFB);
+  for (const char* word : {"", "100", "0x1", "-1", "GG"})
+    EXPECT_THROW(ReadHexByte(word, "v"), ARGUMENT_ERROR) << word;
+  EXPECT_EQ(ReadHexBytes("01 30AA"), (Bytes{0x01, 0x30, 0xAA}));
+  EXPECT_THROW(ReadHexBytes(""), ARGUMENT_ERROR);
+  EXPECT_THROW(ReadHexBytes("0"), ARGUMENT_ERROR);
+}
+
+TEST(Arguments, ReadTimes) {
+  EXPECT_EQ(ReadSeconds("1.25"), 1250ms);
+  EXPECT_EQ(ReadMilliseconds("0.5"), 500us);
+  for (const char* word : {"", "-1", "soon", "inf", "nan", "1e9", "1s"})
+    EXPECT_THROW(ReadSeconds(word), ARGUMENT_ERROR) << word;
+}
+
+TEST(Arguments, ReadCardTypesByWordOrCode) {
+  EXPECT_EQ(ReadCardType("servo"), 5);
+  EXPECT_EQ(ReadCardType("2A"), 0x2A);
+  for (const char* word : {"", "0", "00", "bogus", "100"})
+    EXPECT_THROW(ReadCardType(word), ARGUMENT_ERROR) << word;
+}
+
+TEST(LineBuffer, JoinsPiecesAndCutsLines) {
+  LINE_BUFFER buffer;
+  EXPECT_TRUE(buffer.Feed("pre").empty());
+  const auto lines = buffer.Feed("ss 3.6\nhelp\nlis");
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].text, "press 3.6");
+  EXPECT_EQ(lines[1].text, "help");
+  ASSERT_EQ(buffer.Finish().size(), 1U);
+  EXPECT_TRUE(buffer.Finish().empty());
+}
+
+TEST(LineBuffer, ReportsALineThatIsTooLongOnceAndGoesOnBehindIt) {
+  LINE_BUFFER buffer;
+  int tooLong = 0;
+  for (int i = 0; i < 1000; ++i) {
+    for (const auto& line : buffer.Feed(std::string(1000, 'x')))
+      tooLong += line.tooLong ? 1 : 0;
+  }
+  EXPECT_EQ(tooLong, 1);
+  const auto lines = buffer.Feed("x\nhelp\n");
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0].text, "help");
+}
+
+TEST(LineBuffer, TakesALineOfExactlyTheLimit) {
+  LINE_BUFFER buffer;
+  const std::string longest(LINE_BUFFER::kMaximumLine, 'x');
+  const auto lines = buffer.Feed(longest + "\n" + longest + "x\n");
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].text, longest);
+  EXPECT_TRUE(lines[1].tooLong);
+}
+
+TEST(WakeQueue, IsReadableWhileSomethingWaits) {
+  WAKE_QUEUE<int> queue;
+  pollfd watched{queue.Descriptor(), POLLIN, 0};
+  EXPECT_EQ(::poll(&watched, 1, 0), 0);
+  queue.Push(1);
+  queue.Push(2);
+  EXPECT_EQ(::poll(&watched, 1, 0), 1);
+  EXPECT_EQ(queue.Take(), (std::vector<int>{1, 2}));
+  EXPECT_EQ(::poll(&watched, 1, 0), 0);
+  EXPECT_TRUE(queue.Take().empty());
+}
+
+TEST(WakeQueue, CountsWhatItCannotHold) {
+  WAKE_QUEUE<int> queue;
+  for (std::size_t i = 0; i < WAKE_QUEUE<int>::kCapacity + 5; ++i)
+    queue.Push(0);
+  EXPECT_EQ(queue.Take().size(), WAKE_QUEUE<int>::kCapacity);
+  EXPECT_EQ(queue.TakeLost(), 5U);
+  EXPECT_EQ(queue.TakeLost(), 0U);
+}
+
+}  // namespace
+}  // namespace sim

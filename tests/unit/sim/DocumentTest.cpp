@@ -1,0 +1,202 @@
+// docs/simulator.md, the manual page and the shipped scenarios, against the program that they tell
+// of.
+
+#include "sim/tool/Commands.h"
+#include "sim/tool/Picture.h"
+#include "sim/tool/RackFile.h"
+#include "sim/tool/Scenario.h"
+#include "tests/unit/sim/SimSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace sim {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string ReadSource(const std::string& path) {
+  std::string text;
+  const RESULT result = ReadTextFile(std::string(VORN_SOURCE_DIR) + "/" + path, text);
+  EXPECT_TRUE(result.ok) << result.text;
+  return text;
+}
+
+Lines SplitLines(const std::string& text) {
+  Lines lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// A fenced block of a document: what stands behind the opening fence, and the lines.
+struct BLOCK {
+  std::string kind;
+  Lines lines;
+};
+
+std::vector<BLOCK> Blocks(const std::string& document) {
+  std::vector<BLOCK> blocks;
+  bool inside = false;
+  for (const std::string& line : SplitLines(document)) {
+    if (line.starts_with("```")) {
+      inside = !inside;
+      if (inside) {
+        blocks.push_back({line.substr(3), {}});
+      }
+    } else if (inside) {
+      blocks.back().lines.push_back(line);
+    }
+  }
+  return blocks;
+}
+
+/// What is typed behind a prompt, and what comes of it.
+struct EXAMPLE {
+  std::string typed;
+  std::string output;
+};
+
+std::vector<EXAMPLE> Examples(const BLOCK& block, const std::string& prompt) {
+  std::vector<EXAMPLE> examples;
+  for (const std::string& line : block.lines) {
+    if (line.starts_with(prompt)) {
+      examples.push_back({line.substr(prompt.size()), {}});
+    } else if (!examples.empty() && line.starts_with("> ")) {
+      examples.back().typed += "\n" + line.substr(2);
+    } else if (!examples.empty()) {
+      examples.back().output += line + "\n";
+    }
+  }
+  return examples;
+}
+
+void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+TEST(SimulatorDocument, ItsRackExamplesAndPicturesAreTrue) {
+  const TEMPORARY_FOLDER folder;
+  SIMULATION simulation({.devDir = folder.Path()});
+  ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
+  ASSERT_TRUE(simulation.Plug(0));
+  simulation.Events().Take();
+  int examples = 0;
+  int pictures = 0;
+  for (const BLOCK& block : Blocks(ReadSource("docs/simulator.md"))) {
+    for (const EXAMPLE& example :
+         block.kind == "rack" ? Examples(block, "rack> ") : std::vector<EXAMPLE>{}) {
+      const std::string response = ResponseText(Execute(simulation, example.typed));
+      std::string output;
+      for (const std::string& line : simulation.Events().Take()) {
+        output += line + "\n";
+      }
+      output += response;
+      ReplaceAll(output, folder.Path(), "/dev");
+      EXPECT_EQ(output, example.output) << example.typed;
+      ++examples;
+    }
+    if (block.kind == "picture") {
+      Lines picture = Picture(simulation, kUtf8Glyphs);
+      ReplaceAll(picture[0], folder.Path(), "/dev");
+      EXPECT_EQ(picture, block.lines);
+      ++pictures;
+    }
+  }
+  EXPECT_GE(examples, 20);
+  EXPECT_GE(pictures, 1);
+}
+
+TEST(SimulatorDocument, ItsShellExamplesAreTrue) {
+  const TEMPORARY_FOLDER folder;
+  std::vector<EXAMPLE> examples;
+  for (const BLOCK& block : Blocks(ReadSource("docs/simulator.md"))) {
+    if (block.kind == "console") {
+      const std::vector<EXAMPLE> more = Examples(block, "$ ");
+      examples.insert(examples.end(), more.begin(), more.end());
+    }
+  }
+  ASSERT_GE(examples.size(), 10U);
+  // One shell runs them all, as a reader's would; a line of its own ends the output of each.
+  const std::string mark = "-----end of an example-----";
+  std::ofstream script(folder.File("script"));
+  for (const EXAMPLE& example : examples) {
+    script << example.typed << "\n";
+    if (example.typed.ends_with("&")) {  // a person is slower than the start of the program
+      script << "until grep -q ready events.txt; do sleep 0.01; done 2>/dev/null\n";
+    }
+    script << "echo '" << mark << "'\n";
+  }
+  script.close();
+  const std::filesystem::path program(VORNSIM_PROGRAM);
+  const std::string command = "cd '" + folder.Path() + "' && PATH='" +
+                              program.parent_path().string() +
+                              "':$PATH timeout 60 bash script > output 2>&1";
+  EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(concurrency-mt-unsafe)
+  std::string output;
+  ASSERT_TRUE(ReadTextFile(folder.File("output"), output));
+  for (const EXAMPLE& example : examples) {
+    const std::size_t end = output.find(mark + "\n");
+    ASSERT_NE(end, std::string::npos) << example.typed;
+    EXPECT_EQ(output.substr(0, end), example.output) << example.typed;
+    output.erase(0, end + mark.size() + 1);
+  }
+}
+
+TEST(SimulatorManual, KnowsEachCommandAndEachOption) {
+  std::string manual = ReadSource("docs/man/vornsim.1");
+  ReplaceAll(manual, "\\-", "-");
+  for (const COMMAND& row : Commands()) {
+    const std::string heading =
+        *row.arguments == '\0' ? std::string(".B ") + row.word + "\n"
+                               : std::string(".BI ") + row.word + " \" " + row.arguments + "\"\n";
+    EXPECT_NE(manual.find(heading), std::string::npos) << heading;
+  }
+  const TEMPORARY_FOLDER folder;
+  const std::string command = std::string(VORNSIM_PROGRAM) + " --help > " + folder.File("help");
+  ASSERT_EQ(std::system(command.c_str()), 0);  // NOLINT(concurrency-mt-unsafe)
+  std::string help;
+  ASSERT_TRUE(ReadTextFile(folder.File("help"), help));
+  int options = 0;
+  for (std::size_t at = 0; (at = help.find("--", at)) != std::string::npos; ++at) {
+    const std::size_t end = help.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at);
+    EXPECT_NE(manual.find(help.substr(at, end - at)), std::string::npos)
+        << help.substr(at, end - at);
+    at = end;
+    ++options;
+  }
+  EXPECT_GE(options, 14);
+}
+
+class Scenarios : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(Scenarios, AreRightFromTheFirstCommandToTheLast) {
+  const TEMPORARY_FOLDER folder;
+  SIMULATION simulation({.devDir = folder.Path()});
+  ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
+  ASSERT_TRUE(simulation.Plug(0));
+  SCENARIO scenario;
+  const RESULT parsed =
+      scenario.Parse(ReadSource(std::string("sim/scenarios/") + GetParam()), GetParam());
+  ASSERT_TRUE(parsed.ok) << parsed.text;
+  const auto steps = scenario.Take(std::chrono::hours(1));
+  EXPECT_GE(steps.size(), 10U);
+  for (const SCENARIO::STEP& step : steps) {
+    const RESULT result = Execute(simulation, step.command);
+    EXPECT_TRUE(result.ok) << step.command << ": " << result.text;
+  }
+  EXPECT_TRUE(simulation.Quitting());
+}
+
+INSTANTIATE_TEST_SUITE_P(Shipped, Scenarios,
+                         ::testing::Values("tour.txt", "noisy-hall.txt", "comes-and-goes.txt"));
+
+}  // namespace
+}  // namespace sim

@@ -1,0 +1,149 @@
+#include "sim/tool/RackFile.h"
+#include "sim/tool/Scenario.h"
+#include "tests/unit/sim/SimSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace sim {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::string ErrorOf(const std::string& text) {
+  RACK rack;
+  const RESULT result = LoadRack(text, "my.xml", rack);
+  EXPECT_FALSE(result.ok) << text;
+  EXPECT_EQ(rack.Answer({0x30}), (Bytes{0x31, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+  return result.text;
+}
+
+TEST(RackFile, TheBuiltInOneIsTheDefaultRack) {
+  RACK fromText;
+  RACK built;
+  built.PopulateDefault();
+  const RESULT result = LoadRack(DefaultRackText(), "built-in", fromText);
+  ASSERT_TRUE(result.ok) << result.text;
+  EXPECT_EQ(fromText.Answer({0x30}), built.Answer({0x30}));
+  EXPECT_EQ(fromText.Version(), built.Version());
+  for (int address = 0; address < kSlots; ++address) {
+    std::vector<std::string> shown[2];
+    int which = 0;
+    for (RACK* rack : {&fromText, &built}) {
+      rack->WithCard(address, [&](CARD& card) {
+        shown[which].push_back(card.Name());
+        for (const PARAMETER& row : kParameters)
+          shown[which].push_back(std::to_string(card.StoredParameter(row.name)));
+      });
+      ++which;
+    }
+    EXPECT_EQ(shown[0], shown[1]);
+  }
+}
+
+TEST(RackFile, SetsNamesInputsParametersSpeedAndDisplay) {
+  RACK rack;
+  const RESULT result = LoadRack(R"(<Rack version="1.23">
+      <Card address="2" type="servo" name="arm" speed="0">
+        <Parameter name="position" channel="5" value="20"/>
+        <Parameter name="endB" channel="1" value="C0"/>
+      </Card>
+      <Card address="4" type="digital-in"><Input channel="1" value="81"/></Card>
+      <Card address="7" type="lcd"><Display columns="16" rows="2"/>
+        <Parameter name="selftest" value="00"/></Card>
+      <Card address="A" type="analogue"><Input channel="2" value="33" noise="04"/>
+        <Parameter name="mask" value="0F"/></Card>
+      <Card address="C" type="2A"/>
+    </Rack>)",
+                                 "my.xml", rack);
+  ASSERT_TRUE(result.ok) << result.text;
+  EXPECT_EQ(rack.Answer({0x40, 0x6F, 0x9A}), (Bytes{0x40, '1', '.', '2', '3'}));
+  EXPECT_EQ(rack.Answer({0x30}), (Bytes{0x31, 0, 0, 5, 0, 4, 0, 0, 9, 0, 0, 7, 0, 0x2A, 0, 0, 0}));
+  EXPECT_EQ(rack.Value(2, 5), 0x20);
+  EXPECT_EQ(rack.Answer({0x50, 2, 0x40, 0x28}), (Bytes{0x51, 2, 0x28, 0xC0}));
+  EXPECT_EQ(rack.Answer({0x20, 4, 2}), (Bytes{0x21, 4, 0x00, 0x81}));
+  EXPECT_EQ(rack.Answer({0x50, 0xA, 0x40, 0x01}), (Bytes{0x51, 0xA, 0x01, 0x0F}));
+  EXPECT_EQ(rack.Value(0xA, 2), 0x33);
+  EXPECT_TRUE(rack.WaitFor<LCD_CARD>(
+      7,
+      [](const LCD_CARD& card) {
+        return card.Rows() == std::vector<std::string>(2, std::string(16, ' '));
+      },
+      0ms));
+  EXPECT_TRUE(rack.WithCard(2, [](CARD& card) { EXPECT_EQ(card.Name(), "arm"); }));
+}
+
+TEST(RackFile, NamesLineColumnAndWhatWasExpected) {
+  EXPECT_EQ(ErrorOf("<Rack>\n  <Card address=\"0\" type=\"servo\">\n</Rack>"),
+            "my.xml:3:3: Start-end tags mismatch");
+  EXPECT_EQ(ErrorOf("<Shelf/>"), "my.xml:1:1: expected the element Rack, found 'Shelf'");
+  EXPECT_EQ(ErrorOf("<Rack>\n  <Kard/>\n</Rack>"),
+            "my.xml:2:3: expected an element Card, found 'Kard'");
+  EXPECT_EQ(ErrorOf("<Rack>\n  <Card type=\"servo\"/>\n</Rack>"),
+            "my.xml:2:3: Card needs the attribute address");
+  EXPECT_EQ(ErrorOf("<Rack>\n <Card address=\"0\" type=\"servo\" colour=\"red\"/></Rack>"),
+            "my.xml:2:2: Card has no attribute 'colour'; expected address, type, name, speed");
+  EXPECT_EQ(ErrorOf("<Rack><Card address=\"G\" type=\"servo\"/></Rack>"),
+            "my.xml:1:7: address: 'G' is no card address (0 to F)");
+  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"robot\"/></Rack>"),
+            "my.xml:1:7: type: 'robot' is no card type (digital-out, digital-in, servo, motor, "
+            "analogue, keys, lcd, ir, or a type code 01 to FF)");
+  EXPECT_EQ(
+      ErrorOf("<Rack><Card address=\"0\" type=\"ir\"/>\n<Card address=\"0\" type=\"ir\"/></Rack>"),
+      "my.xml:2:1: there is a card at address 0 already");
+  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"ir\" speed=\"1\"/></Rack>"),
+            "my.xml:1:7: card 0 (ir) has no servos");
+  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"ir\">\n<Display columns=\"1\" rows=\"1\"/>"
+                    "</Card></Rack>"),
+            "my.xml:2:1: only an lcd card has a Display");
+  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"servo\">\n <Parameter name=\"endA\" "
+                    "value=\"1FF\"/></Card></Rack>"),
+            "my.xml:2:2: value: '1FF' is no value (00 to FF)");
+  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"motor\">\n <Parameter name=\"silent\" "
+                    "value=\"21\"/></Card></Rack>"),
+            "my.xml:2:2: silent is 00 to 20");
+  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"servo\"><Knob/></Card></Rack>"),
+            "my.xml:1:38: expected an element Parameter, Input or Display, found 'Knob'");
+  EXPECT_NE(ErrorOf("<Rack><Card address=\"0\" type=\"ir\">text</Card></Rack>").find("found text"),
+            std::string::npos);
+  EXPECT_NE(ErrorOf("").find("my.xml:1:1: "), std::string::npos);
+}
+
+TEST(RackFile, ThatCannotBeReadIsNamed) {
+  const TEMPORARY_FOLDER folder;
+  RACK rack;
+  EXPECT_EQ(LoadRackFile(folder.File("none.xml"), rack).text,
+            "cannot read " + folder.File("none.xml") + ": No such file or directory");
+  EXPECT_FALSE(LoadRackFile(folder.Path(), rack));
+}
+
+TEST(Scenario, RunsItsStepsAtTheirTimes) {
+  SCENARIO scenario;
+  const RESULT result =
+      scenario.Parse("# keys\n\nat 2.0 press 3.6\nafter 0.5 release 3.6\nat 1 turn 8 1\n", "s.txt");
+  ASSERT_TRUE(result.ok) << result.text;
+  EXPECT_EQ(scenario.Next(), 1000ms);
+  EXPECT_TRUE(scenario.Take(999ms).empty());
+  const auto first = scenario.Take(2000ms);
+  ASSERT_EQ(first.size(), 2U);
+  EXPECT_EQ(first[0].command, "turn 8 1");
+  EXPECT_EQ(first[1].command, "press 3.6");
+  EXPECT_EQ(scenario.Next(), 2500ms);
+  EXPECT_EQ(scenario.Take(1h).size(), 1U);
+  EXPECT_EQ(scenario.Next(), std::nullopt);
+}
+
+TEST(Scenario, IsCheckedBeforeItRuns) {
+  const auto errorOf = [](const std::string& text) { return SCENARIO().Parse(text, "s.txt").text; };
+  EXPECT_EQ(errorOf("at 1 list\npress 3.6"),
+            "s.txt:2: expected at SECONDS or after SECONDS, found 'press'");
+  EXPECT_EQ(errorOf("at noon press 3.6"),
+            "s.txt:1: 'noon' is no number of seconds (0 to 1000000, a fraction allowed)");
+  EXPECT_EQ(errorOf("at 1"), "s.txt:1: expected a command");
+  EXPECT_EQ(errorOf("at 1 bogus"), "s.txt:1: there is no command 'bogus'; 'help' lists them");
+  EXPECT_EQ(errorOf("at 1 press"), "s.txt:1: usage: press A.K ...");
+}
+
+}  // namespace
+}  // namespace sim

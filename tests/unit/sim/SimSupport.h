@@ -1,0 +1,95 @@
+#pragma once
+
+#include "sim/line/Descriptor.h"
+#include "sim/rack/Bytes.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+namespace sim {
+
+/// Generous: reached only by a test that fails.
+constexpr std::chrono::seconds kLimit{30};
+
+/// A folder of the test's own, removed with all in it.
+class TEMPORARY_FOLDER {
+ public:
+  TEMPORARY_FOLDER() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "vornsim-test-XXXXXX").string();
+    m_path = ::mkdtemp(pattern.data());
+  }
+  ~TEMPORARY_FOLDER() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+  }
+  TEMPORARY_FOLDER(const TEMPORARY_FOLDER&) = delete;
+  TEMPORARY_FOLDER& operator=(const TEMPORARY_FOLDER&) = delete;
+  const std::string& Path() const { return m_path; }
+  std::string File(const std::string& name) const { return m_path + "/" + name; }
+
+ private:
+  std::string m_path;
+};
+
+/// The near end of the line, as a program that is not the daemon opens it: bytes out, bytes in.
+class NEAR_END {
+ public:
+  explicit NEAR_END(const std::string& path)
+      : m_port(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
+
+  bool Open() const { return static_cast<bool>(m_port); }
+  void Close() { m_port.Close(); }
+  int Get() const { return m_port.Get(); }
+
+  bool Write(const Bytes& bytes) {
+    return ::write(m_port.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+  }
+
+  /// Exactly so many bytes, or fewer when they do not come.
+  Bytes Read(std::size_t count, std::chrono::milliseconds limit = kLimit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    Bytes bytes;
+    while (bytes.size() < count && Readable(deadline)) {
+      Bytes part(count - bytes.size());
+      const ssize_t got = ::read(m_port.Get(), part.data(), part.size());
+      if (got <= 0)
+        break;
+      bytes.insert(bytes.end(), part.begin(), part.begin() + got);
+    }
+    return bytes;
+  }
+
+  /// A request body out, a reply body in (its length byte taken from the line).
+  Bytes Exchange(const Bytes& body) {
+    if (!Write(Frame(body)))
+      return {};
+    const Bytes length = Read(1);
+    return length.empty() ? Bytes{} : Read(length[0]);
+  }
+
+  /// Something to read, or a hang-up, comes before the deadline.
+  bool Readable(std::chrono::steady_clock::time_point deadline) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    pollfd watched{m_port.Get(), POLLIN, 0};
+    return ::poll(&watched, 1, std::max(0, static_cast<int>(left.count()))) > 0;
+  }
+
+  /// The other side closes the line.
+  bool WaitForHangUp(std::chrono::milliseconds limit = kLimit) {
+    pollfd watched{m_port.Get(), 0, 0};
+    return ::poll(&watched, 1, static_cast<int>(limit.count())) > 0 &&
+           (watched.revents & POLLHUP) != 0;
+  }
+
+ private:
+  DESCRIPTOR m_port;
+};
+
+}  // namespace sim

@@ -1,0 +1,156 @@
+#include "tests/support/ProcessInfo.h"
+#include "tests/support/unit/Folder.h"
+#include "tests/support/unit/StubPauses.h"
+#include "tests/unit/thread/Faults.h"
+#include "thread/Pause.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <limits>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using CLOCK = std::chrono::steady_clock;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+template <class PAUSE>
+CLOCK::duration TimeOf(PAUSE pause) {
+  const auto begin = CLOCK::now();
+  pause();
+  return CLOCK::now() - begin;
+}
+
+// Far less than the second that the shortest pause here would take if it were made.
+constexpr milliseconds kAtOnce{900};
+
+}  // namespace
+
+TEST(Sleep, PausesInUnitsOf100Nanoseconds) {
+  EXPECT_GE(TimeOf([] { Sleep(50000); }), milliseconds(5));
+}
+
+TEST(Sleep, OfNothingReturns) {
+  EXPECT_LT(TimeOf([] { Sleep(0); }), kAtOnce);
+}
+
+TEST(Sleep, OfTenMillionUnitsReturnsAtOnce) {
+  EXPECT_LT(TimeOf([] { Sleep(10'000'000); }), kAtOnce);
+}
+
+TEST(Sleep, OfUnitsThatWrapIn32BitsReturnsAtOnce) {
+  // Times 100 these are 999999996 and 4294967200 nanoseconds in 32 bits.
+  EXPECT_LT(TimeOf([] { Sleep(52949673); }), kAtOnce);
+  EXPECT_LT(TimeOf([] { Sleep(std::numeric_limits<unsigned int>::max()); }), kAtOnce);
+}
+
+TEST(PauseUs, PausesMicroseconds) {
+  EXPECT_GE(TimeOf([] { PauseUs(5000); }), milliseconds(5));
+}
+
+TEST(PauseUs, PausesMoreThanASecond) {
+  EXPECT_GE(TimeOf([] { PauseUs(1'000'001); }), microseconds(1'000'001));
+}
+
+TEST(PauseUs, OfZeroOrANegativeDelayReturnsAtOnce) {
+  for (const std::int32_t delayUs : {0, -1, -49, std::numeric_limits<std::int32_t>::min()}) {
+    EXPECT_LT(TimeOf([=] { PauseUs(delayUs); }), kAtOnce);
+  }
+}
+
+TEST(Sleepsec, RunsTheShellCommandSleepWithTheSeconds) {
+  unit::STUB_PAUSES pauses;
+  sleepsec(3);
+  sleepsec(2);
+  EXPECT_EQ(pauses->Begun(), (std::vector<int>{3, 2}));
+}
+
+TEST(Sleepsec, WaitsForItsChild) {
+  unit::STUB_PAUSES pauses;
+  pauses->Hold(3);
+  std::thread sleeper([] { sleepsec(3); });
+  EXPECT_TRUE(pauses->WaitUntilBegun(3));
+  EXPECT_TRUE(pauses->Ended().empty());
+  pauses->Release(3);
+  sleeper.join();
+  EXPECT_EQ(pauses->Ended(), (std::vector<int>{3}));
+}
+
+TEST(Sleepsec, PausesWholeSecondsByTheSystemsOwnCommand) {
+  EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
+}
+
+TEST(Sleepsec, PausesWithoutASleepCommandInThePath) {
+  const unit::FOLDER empty;
+  const unit::VARIABLE path("PATH", empty.Path());
+  EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
+}
+
+TEST(Sleepsec, PausesWhenNoChildCanBeStarted) {
+  faults.childStart = true;
+  EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
+  faults.childStart = false;
+}
+
+TEST(Sleepsec, WaitsTheRestWhenTheChildFails) {
+  const unit::FOLDER folder;
+  unit::WriteFile(folder.File("sleep"), "#!/bin/sh\nexit 1\n");
+  ASSERT_EQ(chmod(folder.File("sleep").c_str(), 0755), 0);
+  const unit::VARIABLE path("PATH", folder.Path());
+  EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
+}
+
+TEST(Sleepsec, WaitsTheRestWhenChildrenAreNotReported) {
+  // As a parent may have set it: the child's end cannot be waited for then.
+  const auto before = std::signal(SIGCHLD, SIG_IGN);
+  EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
+  std::signal(SIGCHLD, before);
+}
+
+TEST(Sleepsec, OfNothingOrLessReturns) {
+  EXPECT_LT(TimeOf([] { sleepsec(0); }), kAtOnce);
+  EXPECT_LT(TimeOf([] { sleepsec(-1); }), kAtOnce);
+}
+
+TEST(Sleepsec, HandsNoPipeOfOnePauseToTheChildOfAnother) {
+  // What any child of this process gets, whatever the test does.
+  std::set<std::string> inherited;
+  for (const auto& [number, target] : support::OpenDescriptors(getpid())) {
+    const int flags = fcntl(number, F_GETFD);
+    if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
+      inherited.insert(std::to_string(number));
+    }
+  }
+  inherited.insert({"0", "1", "2"});
+
+  unit::STUB_PAUSES pauses;
+  pauses->Hold(3);
+  std::thread first([] { sleepsec(3); });
+  EXPECT_TRUE(pauses->WaitUntilBegun(3));
+  std::thread second([] { sleepsec(3); });
+  EXPECT_TRUE(pauses->WaitUntilBegun(3, 2));
+  pauses->Release(3);
+  first.join();
+  second.join();
+
+  const std::vector<std::string> open = pauses->ChildDescriptors();
+  EXPECT_FALSE(open.empty());
+  for (const std::string& descriptor : open) {
+    // The test reads the stand-in's record meanwhile, and that stream a child may get.
+    if (descriptor.find("=pipe:") == std::string::npos) {
+      continue;
+    }
+    EXPECT_EQ(inherited.count(descriptor.substr(0, descriptor.find('='))), 1U) << descriptor;
+  }
+}
