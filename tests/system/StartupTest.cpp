@@ -1,0 +1,150 @@
+#include "tests/support/ListeningPorts.h"
+#include "tests/support/ProcessInfo.h"
+#include "tests/support/Text.h"
+#include "tests/system/SystemTest.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Startup : public SYSTEM_TEST {};
+
+TEST_F(Startup, TheCallerReturnsWithStatusZeroWhileTheDaemonGoesOn) {
+  Start();
+  EXPECT_TRUE(log.WaitForLine(Listening(config.mon)));
+  EXPECT_TRUE(daemon.Running());
+}
+
+TEST_F(Startup, TheDaemonLeadsASessionOfItsOwn) {
+  Start();
+  ASSERT_TRUE(log.WaitForLine("[INF] vorn is started"));
+  EXPECT_EQ(getsid(Pid()), Pid());
+  EXPECT_EQ(getpgid(Pid()), Pid());
+}
+
+TEST_F(Startup, WorkingFolderFileModeMaskAndStandardStreamsStay) {
+  support::START start;
+  start.workingFolder = Folder();
+  start.umask = 027;
+  Start(start);
+  ASSERT_TRUE(log.WaitForLine("[INF] vorn is started"));
+  EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(Pid()) + "/cwd"), Folder());
+  EXPECT_EQ(support::StatusField(Pid(), "Umask"), "0027");
+  const auto descriptors = support::OpenDescriptors(Pid());
+  EXPECT_EQ(descriptors.at(0), "/dev/null");
+  EXPECT_EQ(descriptors.at(1), Folder() + "/output");
+  EXPECT_EQ(descriptors.at(2), Folder() + "/output");
+  // A file's permissions on creation are those of the mask.
+  EXPECT_EQ(fs::status(log.Path()).permissions(), fs::perms(0640));
+}
+
+TEST_F(Startup, ArgumentsAreIgnored) {
+  support::START start;
+  start.arguments = {"--help", "-n", "x"};
+  Start(start);
+  EXPECT_TRUE(log.WaitForLine(Listening(config.mon)));
+}
+
+TEST_F(Startup, ThePidFileHoldsOnlyTheDecimalPidAndStaysAfterTheEnd) {
+  // What an earlier run left is overwritten, however long it was.
+  support::WriteFile(support::kPidPath, "12345678901234567890\nsecond line\n");
+  Start();
+  ASSERT_TRUE(log.WaitForLine("[INF] vorn is started"));
+  EXPECT_EQ(support::ReadFile(support::kPidPath), std::to_string(Pid()));
+  Stop(SIGTERM);
+  EXPECT_EQ(support::ReadFile(support::kPidPath), std::to_string(Pid()));
+}
+
+TEST_F(Startup, APidFileThatCannotBeOpenedEndsTheDaemonWithStatus1) {
+  fs::remove_all("/run/vorn");
+  support::WriteFile(support::kConfigPath, config.Text());
+  const int status = daemon.Start();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "of the caller's process";
+  const std::optional<int> end = daemon.WaitForEnd();
+  ASSERT_TRUE(end);
+  EXPECT_TRUE(WIFEXITED(*end));
+  EXPECT_EQ(WEXITSTATUS(*end), 1);
+  EXPECT_EQ(daemon.Output(), "Couldn't open pid file.\n");
+  EXPECT_FALSE(fs::exists(log.Path()));
+  expectedOutput.reset();
+  isEndExpected = false;
+  fs::create_directory("/run/vorn");
+}
+
+TEST_F(Startup, ARefusedForkEndsTheProgramWithStatus1) {
+  support::WriteFile(support::kConfigPath, config.Text());
+  support::START start;
+  start.refuseFork = true;
+  const int status = daemon.Start(start);
+  ASSERT_TRUE(WIFEXITED(status)) << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(daemon.Pid(), 0);
+  EXPECT_FALSE(fs::exists(support::kPidPath));
+  EXPECT_FALSE(fs::exists(log.Path()));
+}
+
+TEST_F(Startup, TheWorkersAreBuiltInTheOrderCaeIoMonSerial) {
+  pauses.Hold(3);
+  pauses.Hold(2);
+  Start();
+  ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
+  std::vector<std::string> starts = log.AllLines();
+  std::erase_if(starts, [](const std::string& line) {
+    return line.find("waiting for incoming") != std::string::npos ||
+           line.find("Initparam") != std::string::npos;
+  });
+  EXPECT_EQ(starts, (std::vector<std::string>{"[INF] vorn is started", Listening(config.cae),
+                                              Listening(config.io), Listening(config.mon),
+                                              "[ERR] ttyUSB devices couldn't be found"}));
+}
+
+TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
+  pauses.Hold(2);
+  Start();
+  ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
+  for (const char* name : {"CAE", "IO", "MON"}) {
+    ASSERT_TRUE(log.WaitForLine(Waiting(name)));
+  }
+  Stop(SIGTERM);
+  EXPECT_TRUE(
+      LogIs({{"[INF] vorn is started", "[INF] Initparam Autodiscover: TRUE",
+              "[INF] Initparam Enablepoll: FALSE", "[INF] Initparam Speed (ThreadDelay): 505",
+              Listening(config.cae), Listening(config.io), Listening(config.mon),
+              "[ERR] ttyUSB devices couldn't be found", "[INF] signal 15 on CAE interface",
+              "[INF] signal 15 on IO interface", "[INF] signal 15 on MON interface",
+              "[INF] signal 15 on serial interface", "[INF] vorn is stopped by SIGTERM or SIGINT"},
+             {Waiting("CAE")},
+             {Waiting("IO")},
+             {Waiting("MON")}}));
+}
+
+TEST_F(Startup, RunsFiveThreads) {
+  Start();
+  ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
+#ifdef __SANITIZE_THREAD__
+  constexpr int kThreads = 6;  // one is the sanitizer's
+#else
+  constexpr int kThreads = 5;
+#endif
+  EXPECT_TRUE(support::WaitUntil([&] { return support::ThreadCount(Pid()) == kThreads; }))
+      << support::ThreadCount(Pid());
+}
+
+TEST_F(Startup, StaysSmallInMemory) {
+  config.initPollState = "TRUE";
+  StartIdentified();
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  if (!support::kSanitized) {
+    EXPECT_LT(support::ResidentKiB(Pid()), 4096);
+  }
+}
+
+}  // namespace
