@@ -1,0 +1,173 @@
+// docs/cae.md: its commands are those of the table, its texts those that are sent, its examples
+// true.
+
+#include "tests/docs/ExampleRack.h"
+#include "tests/docs/Markdown.h"
+#include "tests/support/unit/Bytes.h"
+#include "tests/unit/master/DaemonDouble.h"
+#include "vorn/master/CAE_INTERPRETER.h"
+#include "vorn/master/HelpTexts.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace docs {
+namespace {
+
+const char* const kDocument = "docs/cae.md";
+
+/// "SETSC" of "SETSCpc:x=vv", "SPEED=" of "SPEED=ppp": the command without its parameters.
+std::string KeywordOf(const std::string& form) {
+  const std::size_t end = form.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+  const std::string keyword = form.substr(0, end);
+  return keyword + (end != std::string::npos && form[end] == '=' ? "=" : "");
+}
+
+/// The same of a keyword in the code's table, which may end with a colon.
+std::string WithoutColon(std::string keyword) {
+  if (keyword.back() == ':') {
+    keyword.pop_back();
+  }
+  return keyword;
+}
+
+LINES KeywordsOf(const char* heading) {
+  LINES keywords;
+  for (const ROW& row : Tables(Section(ReadFile(kDocument), heading))) {
+    const LINES spans = CodeSpans(row.at(0));
+    EXPECT_EQ(spans.size(), 1U) << row.at(0);
+    keywords.push_back(KeywordOf(spans.at(0)));
+  }
+  return keywords;
+}
+
+LINES KeywordsOfTheCode() {
+  LINES keywords;
+  for (const CAE_COMMAND& command : CaeCommands()) {
+    if (command.run != nullptr) {
+      keywords.push_back(WithoutColon(command.keyword));
+    }
+  }
+  return keywords;
+}
+
+TEST(CaeDocument, ListsTheCommandsOfTheTableInTheirOrder) {
+  EXPECT_EQ(KeywordsOf("## Commands"), KeywordsOfTheCode());
+}
+
+TEST(CaeDocument, TellsTheAnswersOfEveryCommand) {
+  const LINES documented = KeywordsOf("## Answers");
+  const LINES known = KeywordsOfTheCode();
+  EXPECT_EQ(std::set<std::string>(documented.begin(), documented.end()),
+            std::set<std::string>(known.begin(), known.end()));
+}
+
+TEST(CaeDocument, TellsHowEachCommandIsMatched) {
+  const std::vector<ROW> rows = Tables(Section(ReadFile(kDocument), "## Commands"));
+  std::size_t at = 0;
+  for (const CAE_COMMAND& command : CaeCommands()) {
+    if (command.run == nullptr) {
+      continue;
+    }
+    ASSERT_LT(at, rows.size());
+    EXPECT_EQ(rows[at].at(1), command.match == CAE_MATCH::kExact ? "exact" : "contains")
+        << command.keyword;
+    ++at;
+  }
+}
+
+TEST(CaeDocument, NamesEveryKeywordAsItIsMatched) {
+  const std::string document = ReadFile(kDocument);
+  const LINES spans = CodeSpans(document);
+  const std::set<std::string> named(spans.begin(), spans.end());
+  for (const CAE_COMMAND& command : CaeCommands()) {
+    EXPECT_EQ(named.count(command.keyword), 1U) << command.keyword;
+  }
+}
+
+TEST(CaeDocument, ShowsTheHelpWhole) {
+  const std::vector<LINES> blocks = Blocks(Section(ReadFile(kDocument), "## HELP"), "text");
+  ASSERT_EQ(blocks.size(), 1U);
+  EXPECT_EQ(blocks[0], LINES(QuickHelp().begin(), QuickHelp().end()));
+}
+
+TEST(CaeDocument, ShowsTheIoExamplesWhole) {
+  const std::vector<LINES> blocks = Blocks(Section(ReadFile(kDocument), "## IOEXAMPLES"), "text");
+  ASSERT_EQ(blocks.size(), 1U);
+  EXPECT_EQ(blocks[0], LINES(IoExamples().begin(), IoExamples().end()));
+}
+
+/// An interpreter on the examples' rack, whose cards acknowledge whatever they are asked, and have
+/// 2A where something is read.
+class CaeExamples : public testing::Test {
+ protected:
+  CaeExamples() {
+    Identify(m_cards);
+    m_daemon.duringPause = [this](std::size_t) {
+      if (m_bus.IsEmpty()) {
+        return;
+      }
+      m_request = unit::ToHex(m_bus.DeQueue());
+      const std::size_t address = unit::Hex(m_request).at(1);
+      m_cards.With(address, [](PERIFCARD& card) {
+        card.queryBytes[0] = 'Q';
+        card.queryBytes[3] = 0x2A;
+      });
+    };
+  }
+
+  /// What comes back for a line, without separators and prompt.
+  LINES Answer(const std::string& line) {
+    m_request.clear();
+    m_interpreter.InterpretCaeCommand(line + "\r\n");
+    LINES answer;
+    while (!m_output.IsEmpty()) {
+      answer.push_back(Convert_QList2String(m_output.DeQueue()));
+      EXPECT_EQ(answer.back().substr(answer.back().size() - 2), "\r\n");
+      answer.back().resize(answer.back().size() - 2);
+    }
+    EXPECT_EQ(answer.back(), ">") << line;
+    answer.pop_back();
+    return answer;
+  }
+
+  INTERFACE_DESCRIPTOR m_descriptor;
+  VOQUEUE m_output;
+  VOQUEUE m_bus;
+  VOQUEUE m_inputLines;
+  CARD_TABLE m_cards;
+  unit::DAEMON_DOUBLE m_daemon;
+  CAE_INTERPRETER m_interpreter{m_descriptor, m_output, m_bus, m_inputLines, m_cards, m_daemon};
+  std::string m_request;  // of the last line
+};
+
+TEST_F(CaeExamples, HaveTheRequestsAndAnswersAsWritten) {
+  const std::vector<ROW> rows = Tables(Section(ReadFile(kDocument), "## Examples"));
+  ASSERT_FALSE(rows.empty());
+  for (const ROW& row : rows) {
+    const std::string line = CodeSpans(row.at(0)).at(0);
+    EXPECT_EQ(Answer(line), CodeSpans(row.at(2))) << line;
+    EXPECT_EQ(m_request.empty() ? "" : "`" + m_request + "`", row.at(1)) << line;
+  }
+}
+
+TEST_F(CaeExamples, ShowEveryCommandThatACardAcknowledges) {
+  std::set<std::string> shown;
+  for (const ROW& row : Tables(Section(ReadFile(kDocument), "## Examples"))) {
+    const std::string line = CodeSpans(row.at(0)).at(0);
+    for (const CAE_COMMAND& command : CaeCommands()) {
+      if (line.rfind(command.keyword, 0) == 0 && !row.at(1).empty()) {
+        shown.insert(command.keyword);
+      }
+    }
+  }
+  for (const CAE_COMMAND& command : CaeCommands()) {
+    if (command.failureReply != nullptr) {
+      EXPECT_EQ(shown.count(command.keyword), 1U) << command.keyword;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace docs
