@@ -20,6 +20,13 @@ std::string Folder(pid_t pid) {
   return "/proc/" + std::to_string(pid);
 }
 
+#ifdef __SANITIZE_THREAD__
+// In a forked process both the runtime's fork and its fork handler start a background thread.
+constexpr int kSanitizerThreads = 2;
+#else
+constexpr int kSanitizerThreads = 0;
+#endif
+
 /// The parent of a process; 0 when it is gone.
 pid_t ParentOf(pid_t pid) {
   const std::string stat = ReadFile(Folder(pid) + "/stat");
@@ -61,7 +68,7 @@ void KillChildren() {
 }
 
 int ThreadCount(pid_t pid) {
-  return std::atoi(StatusField(pid, "Threads").c_str());
+  return std::atoi(StatusField(pid, "Threads").c_str()) - kSanitizerThreads;
 }
 
 long ResidentKiB(pid_t pid) {

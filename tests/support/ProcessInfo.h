@@ -17,6 +17,7 @@ std::vector<pid_t> Children(pid_t parent);
 /// meanwhile.
 void KillChildren();
 
+/// Threads, without those that a sanitizer's runtime has started in the daemon.
 int ThreadCount(pid_t pid);
 
 /// Resident memory in KiB.

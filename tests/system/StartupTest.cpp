@@ -128,11 +128,7 @@ TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
 TEST_F(Startup, RunsFiveThreads) {
   Start();
   ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
-#ifdef __SANITIZE_THREAD__
-  constexpr int kThreads = 6;  // one is the sanitizer's
-#else
   constexpr int kThreads = 5;
-#endif
   EXPECT_TRUE(support::WaitUntil([&] { return support::ThreadCount(Pid()) == kThreads; }))
       << support::ThreadCount(Pid());
 }
