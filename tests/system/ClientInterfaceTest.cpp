@@ -1,6 +1,6 @@
+#include "tests/support/GoldenHelp.h"
 #include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
-#include "tests/system/GoldenHelp.h"
 #include "tests/system/SystemTest.h"
 
 #include <signal.h>

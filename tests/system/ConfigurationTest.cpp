@@ -1,8 +1,8 @@
+#include "tests/support/GoldenHelp.h"
 #include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/SystemLog.h"
 #include "tests/support/Text.h"
-#include "tests/system/GoldenHelp.h"
 #include "tests/system/SystemTest.h"
 
 #include <signal.h>

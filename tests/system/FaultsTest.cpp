@@ -1,6 +1,6 @@
+#include "tests/support/GoldenHelp.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
-#include "tests/system/GoldenHelp.h"
 #include "tests/system/SystemTest.h"
 
 #include <fcntl.h>
@@ -201,10 +201,10 @@ TEST_F(Faults, NothingOfAFloodIsLostAndItsOrderIsKept) {
   cae->Send("REBOOT:5\r\n");
   ASSERT_TRUE(pauses.WaitUntilBegun(1, 2));
   // Fifteen bytes each: a read of 255 holds whole commands.
-  constexpr int kCommands = 2000;
+  constexpr int kSent = 2000;
   std::string flood;
   std::vector<std::string> expected;
-  for (int i = 0; i < kCommands; ++i) {
+  for (int i = 0; i < kSent; ++i) {
     const std::string value = sim::ToHex(static_cast<std::uint8_t>(i * 7));
     flood += "a5b0d" + value + "-------\n";
     expected.push_back("05 10 05 02 " + value + " FF");
@@ -213,8 +213,8 @@ TEST_F(Faults, NothingOfAFloodIsLostAndItsOrderIsKept) {
   const std::uint64_t from = adapter.Requests().Last();
   io.Send(flood);
   pauses.Release(1);
-  ASSERT_TRUE(support::WaitUntil([&] { return adapter.Requests().Last() >= from + kCommands; },
-                                 3 * kLimit));
+  ASSERT_TRUE(
+      support::WaitUntil([&] { return adapter.Requests().Last() >= from + kSent; }, 3 * kLimit));
   EXPECT_EQ(Frames(from), expected);
 }
 

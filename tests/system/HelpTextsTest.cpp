@@ -1,4 +1,4 @@
-#include "tests/system/GoldenHelp.h"
+#include "tests/support/GoldenHelp.h"
 #include "tests/system/SystemTest.h"
 
 namespace {

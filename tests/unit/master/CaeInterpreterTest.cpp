@@ -1,8 +1,8 @@
 // The operator's command line: each command's frame, replies and refusals.
 
+#include "tests/support/GoldenHelp.h"
 #include "tests/support/unit/Bytes.h"
 #include "tests/unit/master/DaemonDouble.h"
-#include "tests/unit/master/GoldenHelp.h"
 #include "vorn/master/CAE_INTERPRETER.h"
 
 #include <gtest/gtest.h>
@@ -534,15 +534,13 @@ TEST_F(CaeInterpreter, ExitSaysFarewellWaitsASecondClosesAndLeavesThePromptForTh
 }
 
 TEST_F(CaeInterpreter, HelpSendsItsSixtyNineLinesOneMessageEach) {
-  const LINES help(std::begin(kGoldenHelp), std::end(kGoldenHelp));
-  ASSERT_EQ(help.size(), 69U);
-  EXPECT_EQ(Answer("HELP\r\n"), Handled(help));
+  ASSERT_EQ(kQuickHelp.size(), 69U);
+  EXPECT_EQ(Answer("HELP\r\n"), Handled(kQuickHelp));
 }
 
 TEST_F(CaeInterpreter, IoExamplesSendTheirTwentyTwoLinesOneMessageEach) {
-  const LINES examples(std::begin(kGoldenIoExamples), std::end(kGoldenIoExamples));
-  ASSERT_EQ(examples.size(), 22U);
-  EXPECT_EQ(Answer("IOEXAMPLES\r\n"), Handled(examples));
+  ASSERT_EQ(kIoExamples.size(), 22U);
+  EXPECT_EQ(Answer("IOEXAMPLES\r\n"), Handled(kIoExamples));
 }
 
 // --- polling ------------------------------------------------------------------------------------

@@ -1,10 +1,9 @@
-#include "tests/unit/master/GoldenHelp.h"
+#include "tests/support/GoldenHelp.h"
 #include "vorn/master/HelpTexts.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -14,14 +13,12 @@ using LINES = std::vector<std::string>;
 
 TEST(HelpTexts, QuickHelpHasItsSixtyNineLinesSlipsIncluded) {
   EXPECT_EQ(QuickHelp().size(), 69U);
-  EXPECT_EQ(LINES(QuickHelp().begin(), QuickHelp().end()),
-            LINES(std::begin(unit::kGoldenHelp), std::end(unit::kGoldenHelp)));
+  EXPECT_EQ(LINES(QuickHelp().begin(), QuickHelp().end()), kQuickHelp);
 }
 
 TEST(HelpTexts, IoExamplesHaveTheirTwentyTwoLinesSlipsIncluded) {
   EXPECT_EQ(IoExamples().size(), 22U);
-  EXPECT_EQ(LINES(IoExamples().begin(), IoExamples().end()),
-            LINES(std::begin(unit::kGoldenIoExamples), std::end(unit::kGoldenIoExamples)));
+  EXPECT_EQ(LINES(IoExamples().begin(), IoExamples().end()), kIoExamples);
 }
 
 TEST(HelpTexts, BlankLinesAreOneBlankSoThatTheyAreNoEmptyMessages) {

@@ -1,10 +1,7 @@
-#pragma once
+#include "tests/support/GoldenHelp.h"
 
-namespace unit {
-
-// What an operator reads, line by line, as the manual has it.
 // clang-format off
-constexpr const char* kGoldenHelp[] = {
+const std::vector<std::string> kQuickHelp = {
     "VORN quick HELP:",
     " ",
     "***** COMMANDS OF CAE INTERFACE *****",
@@ -76,7 +73,7 @@ constexpr const char* kGoldenHelp[] = {
     "***** END OF IO INTERFACE COMMAND LIST *****",
 };
 
-constexpr const char* kGoldenIoExamples[] = {
+const std::vector<std::string> kIoExamples = {
     "BLOCK DEVICE OUTPUT EXAMPLES:",
     "1. To switch on led 2 in block 1 on digital out card addressed to 0x5:",
     "     Type command 'a5b1dFB<enter>' into IO interface",
@@ -101,5 +98,3 @@ constexpr const char* kGoldenIoExamples[] = {
     "    To have changes on IO interface: aFb3d00 ... aFb3d20 ........... aFb3dFF",
 };
 // clang-format on
-
-}  // namespace unit
