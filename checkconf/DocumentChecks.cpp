@@ -12,8 +12,6 @@ namespace checkconf {
 
 namespace {
 
-constexpr const char* kBlanks = " \t\r\n";
-
 /// The attributes of a child of the root; none when the daemon knows no such child.
 std::vector<std::string> AttributesOf(const std::string& element) {
   std::vector<std::string> attributes;

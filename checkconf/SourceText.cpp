@@ -9,7 +9,6 @@ namespace checkconf {
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::string_view kBlanks = " \t\r\n";
 
 /// Of UTF-8: the second and further bytes of a character.
 bool IsContinuation(char c) {

@@ -2,9 +2,13 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace checkconf {
+
+/// What separates words and attributes in XML.
+constexpr std::string_view kBlanks = " \t\r\n";
 
 /// Where something stands, both counted from 1; line 0: the file as a whole.
 struct POSITION {

@@ -22,7 +22,6 @@ constexpr const char* kWordsOfNo[] = {"FALSE", "False", "false"};
 
 /// Without blanks around it, in lower case.
 std::string Simplified(const std::string& text) {
-  constexpr const char* kBlanks = " \t\r\n";
   const std::size_t begin = text.find_first_not_of(kBlanks);
   if (begin == std::string::npos) {
     return {};

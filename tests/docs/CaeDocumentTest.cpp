@@ -15,7 +15,7 @@
 namespace docs {
 namespace {
 
-const char* const kDocument = "docs/cae.md";
+const char* const kCaeDocument = "docs/cae.md";
 
 /// "SETSC" of "SETSCpc:x=vv", "SPEED=" of "SPEED=ppp": the command without its parameters.
 std::string KeywordOf(const std::string& form) {
@@ -34,7 +34,7 @@ std::string WithoutColon(std::string keyword) {
 
 LINES KeywordsOf(const char* heading) {
   LINES keywords;
-  for (const ROW& row : Tables(Section(ReadFile(kDocument), heading))) {
+  for (const ROW& row : Tables(Section(ReadFile(kCaeDocument), heading))) {
     const LINES spans = CodeSpans(row.at(0));
     EXPECT_EQ(spans.size(), 1U) << row.at(0);
     keywords.push_back(KeywordOf(spans.at(0)));
@@ -64,7 +64,7 @@ TEST(CaeDocument, TellsTheAnswersOfEveryCommand) {
 }
 
 TEST(CaeDocument, TellsHowEachCommandIsMatched) {
-  const std::vector<ROW> rows = Tables(Section(ReadFile(kDocument), "## Commands"));
+  const std::vector<ROW> rows = Tables(Section(ReadFile(kCaeDocument), "## Commands"));
   std::size_t at = 0;
   for (const CAE_COMMAND& command : CaeCommands()) {
     if (command.run == nullptr) {
@@ -78,7 +78,7 @@ TEST(CaeDocument, TellsHowEachCommandIsMatched) {
 }
 
 TEST(CaeDocument, NamesEveryKeywordAsItIsMatched) {
-  const std::string document = ReadFile(kDocument);
+  const std::string document = ReadFile(kCaeDocument);
   const LINES spans = CodeSpans(document);
   const std::set<std::string> named(spans.begin(), spans.end());
   for (const CAE_COMMAND& command : CaeCommands()) {
@@ -87,13 +87,14 @@ TEST(CaeDocument, NamesEveryKeywordAsItIsMatched) {
 }
 
 TEST(CaeDocument, ShowsTheHelpWhole) {
-  const std::vector<LINES> blocks = Blocks(Section(ReadFile(kDocument), "## HELP"), "text");
+  const std::vector<LINES> blocks = Blocks(Section(ReadFile(kCaeDocument), "## HELP"), "text");
   ASSERT_EQ(blocks.size(), 1U);
   EXPECT_EQ(blocks[0], LINES(QuickHelp().begin(), QuickHelp().end()));
 }
 
 TEST(CaeDocument, ShowsTheIoExamplesWhole) {
-  const std::vector<LINES> blocks = Blocks(Section(ReadFile(kDocument), "## IOEXAMPLES"), "text");
+  const std::vector<LINES> blocks =
+      Blocks(Section(ReadFile(kCaeDocument), "## IOEXAMPLES"), "text");
   ASSERT_EQ(blocks.size(), 1U);
   EXPECT_EQ(blocks[0], LINES(IoExamples().begin(), IoExamples().end()));
 }
@@ -143,7 +144,7 @@ class CaeExamples : public testing::Test {
 };
 
 TEST_F(CaeExamples, HaveTheRequestsAndAnswersAsWritten) {
-  const std::vector<ROW> rows = Tables(Section(ReadFile(kDocument), "## Examples"));
+  const std::vector<ROW> rows = Tables(Section(ReadFile(kCaeDocument), "## Examples"));
   ASSERT_FALSE(rows.empty());
   for (const ROW& row : rows) {
     const std::string line = CodeSpans(row.at(0)).at(0);
@@ -154,7 +155,7 @@ TEST_F(CaeExamples, HaveTheRequestsAndAnswersAsWritten) {
 
 TEST_F(CaeExamples, ShowEveryCommandThatACardAcknowledges) {
   std::set<std::string> shown;
-  for (const ROW& row : Tables(Section(ReadFile(kDocument), "## Examples"))) {
+  for (const ROW& row : Tables(Section(ReadFile(kCaeDocument), "## Examples"))) {
     const std::string line = CodeSpans(row.at(0)).at(0);
     for (const CAE_COMMAND& command : CaeCommands()) {
       if (line.rfind(command.keyword, 0) == 0 && !row.at(1).empty()) {

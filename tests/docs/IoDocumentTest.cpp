@@ -14,7 +14,7 @@
 namespace docs {
 namespace {
 
-const char* const kDocument = "docs/io.md";
+const char* const kIoDocument = "docs/io.md";
 
 /// A parser on the examples' rack.
 class IoExamples : public testing::Test {
@@ -50,7 +50,7 @@ class IoExamples : public testing::Test {
 
 std::set<std::string> DocumentedForms() {
   std::set<std::string> forms;
-  for (const ROW& row : Tables(Section(ReadFile(kDocument), "## IO: commands to cards"))) {
+  for (const ROW& row : Tables(Section(ReadFile(kIoDocument), "## IO: commands to cards"))) {
     for (const std::string& span : CodeSpans(row.at(0))) {
       forms.insert(span);
     }
@@ -59,7 +59,7 @@ std::set<std::string> DocumentedForms() {
 }
 
 TEST_F(IoExamples, PutTheRequestsOnTheBusAsWritten) {
-  const std::vector<ROW> rows = Tables(Section(ReadFile(kDocument), "## Examples"));
+  const std::vector<ROW> rows = Tables(Section(ReadFile(kIoDocument), "## Examples"));
   ASSERT_FALSE(rows.empty());
   for (const ROW& row : rows) {
     const std::string line = CodeSpans(row.at(0)).at(0);

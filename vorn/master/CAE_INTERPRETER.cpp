@@ -22,7 +22,6 @@ constexpr std::size_t kValueReadByte = 3;
 constexpr int kAcknowledgementWaitS = 1;
 constexpr int kDrainWaitS = 1;
 constexpr int kIdentificationWaitS = 1;
-constexpr int kFarewellWaitS = 1;
 
 /// Cards whose last input state can be sent again, and the blocks that they have.
 struct REPORTING_CARD {

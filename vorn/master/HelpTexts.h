@@ -5,6 +5,9 @@
 /// The last words to a client that leaves with EXIT, on CAE and IO.
 constexpr const char* kFarewell = "VORN: Bye Bye...";
 
+/// So many seconds they have to reach the client before its connection is closed.
+constexpr int kFarewellWaitS = 1;
+
 /// The lines of HELP, without line ends.
 std::span<const char* const> QuickHelp();
 

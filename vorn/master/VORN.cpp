@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr int kFarewellWaitS = 1;
-
 /// While so many frames wait for one card, or for an adapter that is gone, no further IO line is
 /// taken: the IO worker then stops reading, and TCP holds the client back. Nothing is lost.
 constexpr std::size_t kBusBacklogLimit = 1024;

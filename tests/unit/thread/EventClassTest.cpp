@@ -1,4 +1,5 @@
 #include "tests/support/Wait.h"
+#include "tests/unit/thread/TestThreads.h"
 #include "thread/EventClass.h"
 
 #include <gtest/gtest.h>
@@ -9,12 +10,7 @@
 
 namespace {
 
-using support::kLimit;
 using support::kSilence;
-
-bool IsReady(const std::future<void>& future, std::chrono::milliseconds limit = kLimit) {
-  return future.wait_for(limit) == std::future_status::ready;
-}
 
 /// Sets the event until the future is ready: a Set that comes before the wait is lost.
 bool SetUntilReady(CEventClass& event, const std::future<void>& future) {

@@ -1,4 +1,5 @@
 #include "tests/support/Wait.h"
+#include "tests/unit/thread/TestThreads.h"
 #include "thread/MutexClass.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 
 namespace {
 
-using support::kLimit;
 using support::kSilence;
 
 /// Takes and frees the mutex on a thread of its own; ready as soon as it has got it.
@@ -19,10 +19,6 @@ std::future<void> TakeElsewhere(CMutexClass& mutex) {
     mutex.Lock();
     mutex.Unlock();
   });
-}
-
-bool IsReady(const std::future<void>& future, std::chrono::milliseconds limit = kLimit) {
-  return future.wait_for(limit) == std::future_status::ready;
 }
 
 }  // namespace

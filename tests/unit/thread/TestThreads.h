@@ -5,11 +5,18 @@
 #include "thread/Thread.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <vector>
 
 using unit::GATE;
+
+inline bool IsReady(const std::future<void>& future,
+                    std::chrono::milliseconds limit = support::kLimit) {
+  return future.wait_for(limit) == std::future_status::ready;
+}
 
 /// A worker whose work the test says: for each item, and for each pass without one.
 class TEST_THREAD final : public CThread {
