@@ -54,7 +54,7 @@ class TCP_CLIENT {
   /// At most count bytes: fewer at the connection's end or after the limit.
   std::string Read(std::size_t count, milliseconds limit = kLimit);
   /// Up to and including the text; what came when it does not come.
-  std::string ReadUntil(std::string_view end, milliseconds limit = kLimit);
+  std::string ReadUntil(std::string_view text, milliseconds limit = kLimit);
   /// Everything up to the connection's end.
   std::string ReadToEnd(milliseconds limit = kLimit);
 
