@@ -38,6 +38,9 @@ int RunAgain(bool withNetwork, int argc, char** argv) {
   if (withNetwork) {
     add("--net");
   }
+#ifdef VORN_EMULATOR
+  add(VORN_EMULATOR);
+#endif
   add("/proc/self/exe");
   static char self[4096];
   const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
