@@ -7,6 +7,9 @@
 
 #include <array>
 #include <cstdio>
+#include <fstream>
+#include <regex>
+#include <set>
 #include <stdexcept>
 
 namespace {
@@ -93,6 +96,29 @@ TEST_F(Program, ExplainsItself) {
   for (const char* option : {"--json", "--strict", "--file-only", "--user NAME", "--version"}) {
     EXPECT_NE(outcome.output.find(option), std::string::npos) << option;
   }
+}
+
+/// The words that follow the pattern in the text, such as the options behind "--".
+std::set<std::string> Found(const std::string& text, const std::string& pattern) {
+  const std::regex expression(pattern + "([a-z][a-z-]*)");
+  std::set<std::string> words;
+  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
+       ++match) {
+    words.insert((*match)[1]);
+  }
+  return words;
+}
+
+TEST_F(Program, HasTheOptionsOfItsManualPage) {
+  std::ifstream page(VORN_CHECKCONF_MANUAL);
+  std::set<std::string> listed;
+  for (std::string line; std::getline(page, line);) {
+    if (line.starts_with(".It Fl ")) {
+      listed.merge(Found(line, " -"));
+    }
+  }
+  EXPECT_GE(listed.size(), 6U);
+  EXPECT_EQ(listed, Found(RunChecker("--help").output, "--"));
 }
 
 }  // namespace
