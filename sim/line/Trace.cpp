@@ -79,9 +79,11 @@ RESULT ParseTrace(const std::string& text, std::vector<TRACE_ENTRY>& entries) {
 REPLAY::REPLAY(const std::vector<TRACE_ENTRY>& entries) {
   std::chrono::microseconds last{0};
   for (const TRACE_ENTRY& entry : entries) {
-    if (entry.direction == DIRECTION::kRequest)
+    const bool request = entry.direction == DIRECTION::kRequest;
+    // What there was of a request that was dropped unfinished is in the trace, but never answered.
+    if (request && entry.bytes.size() == entry.bytes[0] + 1U)
       m_steps.push_back({entry.bytes, {}});
-    else if (!m_steps.empty())  // what came before the first request, nobody asked for
+    else if (!request && !m_steps.empty())  // what came before the first request, nobody asked for
       m_steps.back().reply.push_back(
           {std::max(std::chrono::microseconds(0), entry.when - last), entry.bytes});
     last = entry.when;

@@ -123,6 +123,13 @@ TEST_F(Replay, ReportsTheFirstDifferenceAndThenKeepsSilent) {
   EXPECT_EQ(replay.Answered(), 0U);
 }
 
+TEST_F(Replay, ExpectsNoRequestThatWasDroppedUnfinished) {
+  const REPLAY cut({{0us, DIRECTION::kRequest, {0x05, 0x10, 0x05}},
+                    {300us, DIRECTION::kRequest, {0x00}},
+                    {500us, DIRECTION::kRequest, {0x01, 0x30}}});
+  EXPECT_EQ(cut.Expected(), 2U);  // a frame without a body is a whole one
+}
+
 TEST_F(Replay, ReportsARequestAfterTheEnd) {
   NEAR_END near(adapter.LinkPath());
   ASSERT_TRUE(near.Write({0x03, 0x40, 0x6F, 0x9A, 0x01, 0x30, 0x01, 0x31}));
