@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -40,6 +41,22 @@ winsize Size() {
   if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0)
     size = {kHeight, kWidth, 0, 0};
   return size;
+}
+
+/// Columns that a line of the picture takes: each of its signs is one wide.
+int Width(const std::string& line) {
+  const auto isContinued = [](char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+  };
+  return static_cast<int>(line.size()) -
+         static_cast<int>(std::count_if(line.begin(), line.end(), isContinued));
+}
+
+/// A line that is too wide would go on in the next one, over the picture.
+bool Fits(const std::vector<std::string>& picture, const winsize& size) {
+  return static_cast<int>(picture.size()) + 1 + kFewestLines <= size.ws_row &&
+         std::all_of(picture.begin(), picture.end(),
+                     [&size](const std::string& line) { return Width(line) <= size.ws_col; });
 }
 
 }  // namespace
@@ -127,8 +144,7 @@ void TERMINAL::Arrange(std::size_t pictureLines) {
 
 void TERMINAL::Draw(const std::vector<std::string>& picture) {
   const winsize size = Size();
-  const bool fits = static_cast<int>(picture.size()) + 1 + kFewestLines <= size.ws_row;
-  const std::size_t wanted = fits ? picture.size() : 0;
+  const std::size_t wanted = Fits(picture, size) ? picture.size() : 0;
   if (size.ws_row != m_height || size.ws_col != m_width || wanted != m_drawn.size()) {
     m_height = size.ws_row;
     m_width = size.ws_col;

@@ -28,8 +28,8 @@ class TERMINAL {
   /// Prints lines above the prompt.
   void Print(const std::string& text) const;
 
-  /// Draws the picture anew where it differs from the last. A terminal that is too small for it
-  /// keeps the whole of its height for the lines.
+  /// Draws the picture anew where it differs from the last. A terminal that is too small for it,
+  /// in height or width, keeps the whole of its height for the lines.
   void Draw(const std::vector<std::string>& picture);
 
  private:

@@ -7,6 +7,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -27,13 +28,13 @@ class VORNSIM {
  public:
   enum class ON { kPipes, kTerminal };
 
-  explicit VORNSIM(std::vector<std::string> arguments, ON on = ON::kPipes) {
+  explicit VORNSIM(std::vector<std::string> arguments, ON on = ON::kPipes,
+                   winsize size = {40, 100, 0, 0}) {
     arguments.insert(arguments.begin(), VORNSIM_PROGRAM);
     std::array<int, 2> in{-1, -1};
     std::array<int, 2> out{-1, -1};
     std::array<int, 2> error{-1, -1};
     if (on == ON::kTerminal) {
-      winsize size{40, 100, 0, 0};
       int master = -1;
       int slave = -1;
       EXPECT_EQ(::openpty(&master, &slave, nullptr, nullptr, &size), 0);
@@ -84,6 +85,10 @@ class VORNSIM {
 
   bool Type(const std::string& text) {
     return ::write(m_in.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  }
+  void Resize(const winsize& size) const {
+    EXPECT_EQ(::ioctl(m_in.Get(), TIOCSWINSZ, &size), 0);
+    Signal(SIGWINCH);
   }
   void EndInput() { m_in.Close(); }
   void CloseOutput() { m_out.Close(); }
@@ -416,6 +421,20 @@ TEST_F(Vornsim, OnATerminalDrawsThePictureInPlaceAndCompletes) {
   program.ReadUntil("\033[r");        // the whole screen scrolls again
   program.ReadUntil("unplugged");
   EXPECT_EQ(program.Status(), 0);
+}
+
+TEST_F(Vornsim, OnATerminalTooSmallForThePictureThereIsNoneUntilItGrows) {
+  for (const winsize& tooSmall : {winsize{40, 60, 0, 0}, winsize{15, 100, 0, 0}}) {
+    VORNSIM program(With({}), VORNSIM::ON::kTerminal, tooSmall);
+    program.ReadUntil("rack> ");
+    ASSERT_TRUE(program.Type("press 3.6\n"));
+    EXPECT_EQ(program.ReadUntil("OK").find("digital-in"), std::string::npos);
+    program.Resize({40, 100, 0, 0});
+    program.ReadUntil("3 digital-in   keys   0 ......*.");
+    ASSERT_TRUE(program.Type("quit\n"));
+    program.ReadUntil("unplugged");
+    EXPECT_EQ(program.Status(), 0);
+  }
 }
 
 TEST_F(Vornsim, OnATerminalWithoutPictureWhenTold) {
