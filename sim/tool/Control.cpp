@@ -139,6 +139,12 @@ bool CONTROL_SERVER::Flush(CLIENT& client) {
 }
 
 int RunControlClient(const std::string& path, const std::vector<std::string>& words) {
+  for (const std::string& word : words) {
+    if (word.find_first_of("\n\"") != std::string::npos) {
+      std::fputs("error: a command is one line, and no word of it holds a double quote\n", stderr);
+      return 1;
+    }
+  }
   constexpr time_t kPatienceSeconds = 10;
   const auto fail = [&path](int error) {
     std::fprintf(stderr, "vornsim: no rack answers at %s: %s\n", path.c_str(),

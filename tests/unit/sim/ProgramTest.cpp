@@ -284,6 +284,20 @@ TEST_F(Vornsim, CtlSendsOneCommandAndEndsWithItsResult) {
   EXPECT_EQ(wrong.Status(), 1);
 }
 
+TEST_F(Vornsim, CtlRefusesWordsThatNoCommandLineCanHold) {
+  const std::string path = folder.File("control");
+  VORNSIM program(With({"--control", path}));
+  program.ReadUntil(Ready());
+  for (const char* word : {"a\nquit", "say \"hi\" to me"}) {
+    VORNSIM control({"ctl", "--control", path, "name", "3", word});
+    EXPECT_EQ(control.Errors(),
+              "error: a command is one line, and no word of it holds a double quote\n");
+    EXPECT_EQ(control.Status(), 1);
+  }
+  VORNSIM list({"ctl", "--control", path, "list"});
+  EXPECT_EQ(list.Status(), 0);
+}
+
 TEST_F(Vornsim, CtlSaysWhenNobodyIsThere) {
   const std::string path = folder.File("control");
   VORNSIM program({"ctl", "--control", path, "list"});
