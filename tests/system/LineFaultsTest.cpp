@@ -123,6 +123,25 @@ TEST_F(LineFaults, AChatteringAdapterBesideTheRightOneIsLeftAlone) {
   EXPECT_EQ(other.Counters().openings, 0U);
 }
 
+TEST_F(LineFaults, AChatteringAdapterBeforeTheRightOneIsLeftOnceItIsUnplugged) {
+  config.initPollState = "TRUE";
+  sim::ADAPTER other(nullptr, {});
+  ASSERT_TRUE(other.Plug(0));
+  other.SetChatter(milliseconds(1));
+  Plug(1);
+  pauses.SetLength(2, milliseconds(20));
+  Start();
+  // Whatever the daemon takes the nonsense for, it stays the same daemon and serves its clients.
+  ASSERT_TRUE(log.WaitForLine("[INF] try to catch hardware on /dev/ttyUSB0"));
+  ASSERT_TRUE(other.Unplug());
+  ASSERT_TRUE(log.WaitForLine("[INF] hardware found on /dev/ttyUSB1 version: 2.04"));
+  cae.emplace(ConnectCae());
+  io.emplace(ConnectIo());
+  ASSERT_TRUE(WaitForFrame("01 30"));
+  ExpectKeyReported();
+  Synchronise(*cae);
+}
+
 TEST_F(LineFaults, AnotherCardInASlotKeepsItsOldRoleUntilTheNextDiscovery) {
   StartPolling();
   rack.Insert(8, sim::type::kDigitalInput);

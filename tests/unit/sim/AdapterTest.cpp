@@ -5,6 +5,7 @@
 #include <termios.h>
 
 #include <algorithm>
+#include <random>
 
 namespace sim {
 namespace {
@@ -193,6 +194,31 @@ TEST_F(Adapter, SurvivesEveryLengthOfFrameAndEveryFirstByte) {
     EXPECT_FALSE(near.Exchange(body).empty()) << length;
   }
   EXPECT_EQ(adapter.Counters().requests, 255U);
+}
+
+TEST_F(Adapter, SurvivesBytesThatAreNoFramesAndAnswersTheNextOneAfterAGap) {
+  NEAR_END near(Link(0));
+  std::minstd_rand random;
+  for (int round = 0; round < 200; ++round) {
+    Bytes noise(1 + random() % 255);
+    for (std::uint8_t& byte : noise)
+      byte = static_cast<std::uint8_t>(random());
+    ASSERT_TRUE(near.Write(noise));
+  }
+  // The last length byte may promise more than came; what a controller does not get, it forgets.
+  const auto deadline = std::chrono::steady_clock::now() + kLimit;
+  ASSERT_TRUE(near.Write({0xFF}));
+  while (adapter.Counters().partialFrames == 0 && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  ::tcflush(near.Get(), TCIFLUSH);
+  EXPECT_EQ(near.Exchange({0x40, 0x6F, 0x9A}), (Bytes{0x40, '2', '.', '0', '4'}));
+}
+
+TEST_F(Adapter, AnswersFramesForAbsentCardsByteForByte) {
+  NEAR_END near(Link(0));
+  EXPECT_EQ(near.Exchange({0x20, 0x02, 0x02}), (Bytes{'C', 0x02}));
+  EXPECT_EQ(near.Exchange({0x10, 0x04, 0x02, 0x00, 0x00}), (Bytes{'C', 0x04}));
+  EXPECT_EQ(near.Exchange({0x50, 0x10, 0x01, 0xAB}), (Bytes{'C', 0x10}));
 }
 
 TEST_F(Adapter, IsPluggedAndUsedByManyThreadsAtOnce) {

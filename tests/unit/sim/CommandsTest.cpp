@@ -176,6 +176,9 @@ TEST_F(RackCommands, ShowIsTextOrJson) {
   const auto all = nlohmann::json::parse(Good("show --json"));
   EXPECT_EQ(all.size(), 8U);
   EXPECT_EQ(all[0]["stored_position"].size(), 6U);
+  const std::string text = Good("show");
+  for (const char* part : {"card 0 servo ", "\ncard 3 digital-in ", "\ncard F analogue "})
+    EXPECT_NE(text.find(part), std::string::npos) << part;
   EXPECT_EQ(Refused("show 2"), "no card at address 2");
   EXPECT_EQ(Refused("show 3 5"), "show takes one card address, or none for all");
   Good("name 3 \xFF\xFE");
@@ -193,6 +196,9 @@ TEST_F(RackCommands, FaultsAreOrderedListedAndCleared) {
   Good("clear 2");
   EXPECT_EQ(Refused("clear 2"), "there is no fault 2; 'faults' lists them");
   Good("clear");
+  EXPECT_EQ(Good("faults"), "no faults");
+  Good("fault no-answer always");
+  Good("clear all");
   EXPECT_EQ(Good("faults"), "no faults");
 }
 

@@ -345,6 +345,17 @@ TEST_F(Vornsim, RecordsATraceThatItReplays) {
   EXPECT_EQ(replay.Status(), 0);
 }
 
+TEST_F(Vornsim, SaysWhenTheTraceCannotBeWrittenAndFails) {
+  VORNSIM program(With({"--record", "/dev/full"}));
+  program.ReadUntil(Ready());
+  NEAR_END near(Link());
+  EXPECT_EQ(near.Exchange({0x20, 0x03, 0x02}).size(), 4U);
+  EXPECT_EQ(near.Exchange({0x20, 0x03, 0x02}).size(), 4U);  // the rack goes on without the trace
+  program.EndInput();
+  EXPECT_EQ(program.Errors(), "vornsim: cannot write /dev/full\n");
+  EXPECT_EQ(program.Status(), 1);
+}
+
 TEST_F(Vornsim, ReplayReportsTheFirstDifferenceAndFails) {
   VORNSIM program(With({"--replay", Write("trace", "0.1 > 01 30\n0.2 < 02 31 00\n")}));
   program.ReadUntil(Ready());
