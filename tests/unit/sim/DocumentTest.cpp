@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -99,19 +100,52 @@ TEST(SimulatorDocument, ItsRackExamplesAndPicturesAreTrue) {
         output += line + "\n";
       }
       output += response;
-      ReplaceAll(output, folder.Path(), "/dev");
+      ReplaceAll(output, folder.Path(), ".");
       EXPECT_EQ(output, example.output) << example.typed;
       ++examples;
     }
     if (block.kind == "picture") {
       Lines picture = Picture(simulation, kUtf8Glyphs);
-      ReplaceAll(picture[0], folder.Path(), "/dev");
+      ReplaceAll(picture[0], folder.Path(), ".");
       EXPECT_EQ(picture, block.lines);
       ++pictures;
     }
   }
   EXPECT_GE(examples, 20);
   EXPECT_GE(pictures, 1);
+}
+
+/// What the README's picture shows: the frames that vorn makes of the IO commands above it, and
+/// what was typed.
+TEST(Readme, ShowsThePictureAsTheRackDrawsIt) {
+  const TEMPORARY_FOLDER folder;
+  SIMULATION simulation({.devDir = folder.Path()});
+  ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
+  ASSERT_TRUE(simulation.Plug(0));
+  for (const char* command : {"speed 0 0", "press 3.6", "set F.3 80", "turn 8 5"}) {
+    ASSERT_TRUE(Execute(simulation, command)) << command;
+  }
+  for (const char* body : {"10 05 02 FF FB", "10 00 06 80 80 80 80 C0 80", "10 01 04 40 00 00 00",
+                           "10 0E 13 09 03 01 54 61 69 6C 20 6F 66 20 74 68 65 20 63 61 74 00",
+                           "10 09 0A 09 43 4F 43 4B 52 4F 41 43 48"}) {
+    const auto answer = simulation.Rack().Answer(FromHex(body).value());
+    ASSERT_TRUE(answer && answer->front() == reply::kDone) << body;
+  }
+  int pictures = 0;
+  for (const BLOCK& block : Blocks(ReadSource("README.md"))) {
+    if (block.kind != "picture") {
+      continue;
+    }
+    Lines shown = block.lines;
+    const auto rule = std::find(shown.begin(), shown.end(), std::string(78, '-'));
+    ASSERT_NE(rule, shown.end());
+    shown.erase(rule, shown.end());  // below it are the lines and the prompt
+    const Lines drawn = Picture(simulation, kUtf8Glyphs);
+    EXPECT_TRUE(shown[0].starts_with("/dev/ttyUSB0   ") && shown[0].ends_with(" requests"));
+    EXPECT_EQ(Lines(shown.begin() + 1, shown.end()), Lines(drawn.begin() + 1, drawn.end()));
+    ++pictures;
+  }
+  EXPECT_EQ(pictures, 1);
 }
 
 TEST(SimulatorDocument, ItsShellExamplesAreTrue) {
