@@ -13,6 +13,8 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 # The daemon waits nearly all of its time: small code rather than CMake's -O3.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
+option(VORN_FUZZ "Build the fuzz targets for libFuzzer, which clang brings" OFF)
+
 include(CheckPIESupported)
 check_pie_supported()
 
@@ -45,6 +47,10 @@ function(vorn_library NAME)
   add_library(${NAME} STATIC ${ARG_SOURCES})
   target_include_directories(${NAME} PUBLIC "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${NAME} PUBLIC ${ARG_DEPENDS} Threads::Threads PRIVATE vorn_options)
+  if(VORN_FUZZ)
+    # Only the code under test tells libFuzzer where it has been.
+    target_compile_options(${NAME} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
 endfunction()
 
 # vorn_program(NAME SOURCES file... [DEPENDS library...])

@@ -1,0 +1,234 @@
+// A client's byte stream, split at will, both ways. The input: a byte of choices, then steps, each
+// a byte (its low three bits count, so a seed has letters) and what belongs to it. No byte is lost,
+// doubled or moved, whatever arrives in pieces and whatever is taken in pieces.
+
+#include "tests/fuzz/support/Check.h"
+#include "tests/fuzz/support/Input.h"
+#include "tests/fuzz/support/System.h"
+#include "vorn/client/SOCKET_INTERFACE.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <deque>
+#include <memory>
+#include <string>
+
+namespace {
+
+using fuzz::Require;
+
+constexpr std::size_t kInputLimit = 64;
+constexpr std::size_t kLongestSend = 256;
+constexpr std::size_t kLongestRead = 255;
+/// More than any input makes the worker need to come to rest.
+constexpr int kMostPasses = 20000;
+
+struct ROLE {
+  const char* name;
+  const char* greeting;
+};
+constexpr std::array<ROLE, 4> kRoles = {{
+    {"CAE", "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n"},
+    {"IO", "VORN IO interface is ready\r\n"},
+    {"MON", "VORN MON interface is ready\r\n"},
+    {"other", ""},
+}};
+
+class NETWORK : public fuzz::SYSTEM {
+ public:
+  explicit NETWORK(std::uint8_t choices)
+      : m_role(kRoles.at(choices & 3U)), m_binary((choices & 4U) != 0) {
+    INTERFACE_DESCRIPTOR descriptor;
+    descriptor.name = m_role.name;
+    descriptor.port = 5000;
+    m_worker = std::make_unique<SOCKET_INTERFACE>(descriptor, LOGGER(), m_input);
+    m_worker->SetTransferMode(m_binary ? kBinaryMode : kTextMode);
+    Require(m_worker->Init() == 1, "it listens");
+  }
+  ~NETWORK() override {
+    LetWorkersEnd();
+    m_worker.reset();
+  }
+  NETWORK(const NETWORK&) = delete;
+  NETWORK& operator=(const NETWORK&) = delete;
+
+  void Step(fuzz::INPUT& input) {
+    switch (input.Byte() & 7U) {
+      case 1:  // a: arrives
+        if (!m_left) {
+          m_segments.push_back(input.Text(input.Byte()));
+          if (m_segments.back().empty()) {
+            m_segments.pop_back();
+          }
+        }
+        return;
+      case 2:  // b: passes
+        for (int i = input.Byte() % 100; i >= 0; --i) {
+          Pass();
+        }
+        return;
+      case 3:  // c: the master loop takes one
+        return TakeInput();
+      case 4:  // d: for the client
+        return Queue(input.Text(input.Byte()));
+      case 5:  // e: the client takes so much at a time
+        m_takes = input.Byte() + 1U;
+        return;
+      case 6:  // f: it leaves
+        m_left = true;
+        return;
+      case 7:  // g: it does not read any more
+        m_stalled = true;
+        return;
+      default:  // h: the next connection fails
+        m_refused = true;
+        return;
+    }
+  }
+
+  /// What waits reaches a client in the end.
+  void Settle() {
+    m_refused = false;
+    m_takes = kLongestSend;
+    const auto settled = [&] {
+      return m_expected.empty() && m_segments.empty() && !m_left && !m_stalled &&
+             m_worker->IsConnected();
+    };
+    for (int i = 0; i < kMostPasses && !settled(); ++i) {
+      m_left = m_left || m_stalled;  // one that does not read is given up in the end
+      Pass();
+      TakeInput();
+    }
+    Require(m_expected.empty() && m_offset == 0, "all that waited is written");
+    Require(m_worker->IsConnected(), "a client is served again");
+    while (!m_input.IsEmpty()) {
+      TakeInput();
+    }
+    Require(m_received.empty(), "all that was read is queued");
+  }
+
+ private:
+  void Pass() {
+    m_worker->OnTask();
+    Require(m_input.Size() <= kInputLimit || m_left || m_hasLeftFull, "input is held back at 64");
+  }
+
+  void Queue(const std::string& text) {
+    m_worker->OutputQueue().ToQueue(fuzz::ListOf(text));
+    m_expected.push_back(Wire(text));
+  }
+
+  /// A message as it goes over the line.
+  std::string Wire(const std::string& text) const {
+    if (!m_binary) {
+      return text + '\r';
+    }
+    std::string wire;
+    std::size_t at = 0;
+    do {
+      const std::string part = text.substr(at, 255);
+      wire += static_cast<char>(part.size()) + part;
+      at += part.size();
+    } while (at < text.size());
+    return wire;
+  }
+
+  void TakeInput() {
+    if (m_input.IsEmpty()) {
+      return;
+    }
+    const std::string message = fuzz::TextOf(m_input.DeQueue());
+    Require(!m_received.empty() && message == m_received.front(), "a read is a message", message);
+    m_received.pop_front();
+  }
+
+  bool Accept(int) override {
+    if (m_refused) {
+      m_refused = false;
+      return false;
+    }
+    m_segments.clear();
+    m_left = false;
+    m_stalled = false;
+    m_hasLeftFull = false;
+    if (m_role.greeting[0] != '\0') {
+      m_expected.push_back(Wire(m_role.greeting));
+    }
+    return true;
+  }
+
+  bool IsReadable(int) override { return m_left || !m_segments.empty(); }
+  bool HasLeft(int) override { return m_left; }
+
+  ssize_t Receive(int, char* bytes, std::size_t count) override {
+    Require(count == kLongestRead, "a read has room for 255");
+    Require(m_input.Size() < kInputLimit || m_left, "a client is held back at 64 messages");
+    m_hasLeftFull = m_input.Size() >= kInputLimit;
+    if (m_segments.empty()) {
+      if (!m_expected.empty()) {
+        m_expected.pop_front();  // the one whose write tells that the client has left
+      }
+      return 0;
+    }
+    std::string& segment = m_segments.front();
+    const std::string read = segment.substr(0, count);
+    std::copy(read.begin(), read.end(), bytes);
+    segment.erase(0, read.size());
+    if (segment.empty()) {
+      m_segments.pop_front();
+    }
+    if (m_role.name != std::string("MON")) {
+      m_received.push_back(m_binary ? read.substr(1, static_cast<std::uint8_t>(read[0]))
+                                    : read.substr(0, read.find('\0')));
+    }
+    return static_cast<ssize_t>(read.size());
+  }
+
+  ssize_t Send(int, const char* bytes, std::size_t count) override {
+    Require(count > 0 && count <= kLongestSend, "a write is of at most 256");
+    Require(!m_expected.empty(), "nothing is written that was not queued");
+    const std::string& message = m_expected.front();
+    Require(message.compare(m_offset, count, bytes, count) == 0, "what is written was queued, once",
+            std::string(bytes, count));
+    if (m_left || m_stalled) {
+      m_expected.pop_front();  // lost with the client
+      m_offset = 0;
+      errno = m_left ? EPIPE : EAGAIN;
+      return -1;
+    }
+    const std::size_t taken = std::min(count, m_takes);
+    m_offset += taken;
+    if (m_offset == message.size()) {
+      m_expected.pop_front();
+      m_offset = 0;
+    }
+    return static_cast<ssize_t>(taken);
+  }
+
+  const ROLE m_role;
+  const bool m_binary;
+  std::deque<std::string> m_segments;  // on their way to the worker
+  std::deque<std::string> m_received;  // read by it
+  std::deque<std::string> m_expected;  // to be written by it
+  std::size_t m_offset = 0;            // of the first of them, so much is
+  std::size_t m_takes = kLongestSend;
+  bool m_left = false;
+  bool m_hasLeftFull = false;  // more than 64 messages came from one that left
+  bool m_stalled = false;
+  bool m_refused = false;
+  VOQUEUE m_input;
+  std::unique_ptr<SOCKET_INTERFACE> m_worker;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::INPUT input(data, size);
+  NETWORK network(input.Byte());
+  while (!input.IsEmpty()) {
+    network.Step(input);
+  }
+  network.Settle();
+  return 0;
+}
