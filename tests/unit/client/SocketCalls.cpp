@@ -94,27 +94,37 @@ std::vector<std::size_t> SOCKET_CALLS::SendSizes() const {
   return sizes;
 }
 
+// Where times have 64 bits only because the build asks for it, on the 32-bit board, the C library
+// has two of what takes a time or may take one, and the daemon calls the second.
+#ifdef __USE_TIME_BITS64
+#define SYMBOL_OF(prefix, name) asm(prefix "__" name "64")
+#else
+#define SYMBOL_OF(prefix, name) asm(prefix name)
+#endif
+
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name):
 // the linker's names
 extern "C" {
 
 int __real_socket(int domain, int type, int protocol);
-int __real_setsockopt(int socket, int level, int option, const void* value, socklen_t size);
+int __real_setsockopt(int socket, int level, int option, const void* value, socklen_t size)
+    SYMBOL_OF("__real_", "setsockopt");
 int __real_bind(int socket, const sockaddr* address, socklen_t size);
 int __real_listen(int socket, int backlog);
 int __real_accept4(int socket, sockaddr* address, socklen_t* size, int flags);
 int __real_select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
-                  timeval* timeout);
+                  timeval* timeout) SYMBOL_OF("__real_", "select");
 ssize_t __real_recv(int socket, void* buffer, size_t size, int flags);
 ssize_t __real_send(int socket, const void* buffer, size_t size, int flags);
 
 int __wrap_socket(int domain, int type, int protocol);
-int __wrap_setsockopt(int socket, int level, int option, const void* value, socklen_t size);
+int __wrap_setsockopt(int socket, int level, int option, const void* value, socklen_t size)
+    SYMBOL_OF("__wrap_", "setsockopt");
 int __wrap_bind(int socket, const sockaddr* address, socklen_t size);
 int __wrap_listen(int socket, int backlog);
 int __wrap_accept4(int socket, sockaddr* address, socklen_t* size, int flags);
 int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
-                  timeval* timeout);
+                  timeval* timeout) SYMBOL_OF("__wrap_", "select");
 ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags);
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags);
 
