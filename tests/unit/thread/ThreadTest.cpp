@@ -67,10 +67,15 @@ class HELD_THREAD {
 
 /// An interval-driven thread that stands in the middle of a pass.
 struct HELD_INTERVAL_THREAD {
+  HELD_INTERVAL_THREAD() { isMade = true; }
   ~HELD_INTERVAL_THREAD() { gate.Open(); }
+  /// The first pass may begin before the change of type is over, which then waits for its end.
+  std::atomic<bool> isMade{false};
   GATE gate;
   TEST_THREAD thread{kIntervalDriven, 1, [this] {
-                       gate.Pass();
+                       if (isMade) {
+                         gate.Pass();
+                       }
                        return true;
                      }};
 };
