@@ -190,9 +190,12 @@ TEST_F(RackCommands, FaultsAreOrderedListedAndCleared) {
   EXPECT_EQ(Good("fault cut 3 on 5 code poll times 2"), "fault 1: cut 3 on 5 code 20 times 2");
   EXPECT_EQ(Good("fault no-answer always"), "fault 2: no-answer always");
   EXPECT_EQ(Good("fault late 5 for 3600"), "fault 3: late 5 for 3600");
-  EXPECT_EQ(Good("faults"),
-            "fault 1: cut 3 on 5 code 20 times 2\nfault 2: no-answer always\n"
-            "fault 3: late 5 for 3600");
+  // What is left of the time, which a slow machine shows to be less.
+  const std::string listed = Good("faults");
+  EXPECT_TRUE(
+      listed.starts_with("fault 1: cut 3 on 5 code 20 times 2\nfault 2: no-answer always\n"
+                         "fault 3: late 5 for 3"))
+      << listed;
   Good("clear 2");
   EXPECT_EQ(Refused("clear 2"), "there is no fault 2; 'faults' lists them");
   Good("clear");
