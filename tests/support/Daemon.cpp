@@ -184,6 +184,8 @@ int DAEMON::Start(const START& start) {
 void DAEMON::LowerPriority() const {
   constexpr int kNice = 10;
   // A session has a share of its own, with a value of its own, where the kernel groups by session.
+  // Before the daemon has made its own one, the value would be that of the test's.
+  WaitUntil([this] { return getsid(m_pid) == m_pid; }, milliseconds(2000));
   const std::string path = "/proc/" + std::to_string(m_pid) + "/autogroup";
   // Between two changes an ordinary user has to wait for a moment.
   WaitUntil(
