@@ -1,0 +1,200 @@
+#include "tests/soak/FaultPlan.h"
+
+#include <array>
+#include <cstdio>
+#include <iterator>
+#include <string_view>
+
+namespace soak {
+
+namespace {
+
+struct CARD {
+  const char* address;
+  const char* type;
+};
+/// The built-in rack of vornsim.
+constexpr CARD kCards[] = {{"0", "servo"},       {"1", "motor"},   {"3", "digital-in"},
+                           {"5", "digital-out"}, {"8", "keys"},    {"9", "ir"},
+                           {"E", "lcd"},         {"F", "analogue"}};
+
+constexpr std::string_view kErrors[] = {"timeout", "device", "format", "overflow",
+                                        "refused", "busy",   "no-card"};
+constexpr std::string_view kRequests[] = {"output", "poll", "identify", "handshake", "parameter"};
+constexpr std::string_view kLengths[] = {"short", "long", "over", "zero"};
+
+/// The controller comes back at the fault's end at the latest.
+constexpr const char* kDeafSeconds = "0.5";
+
+std::string Hex(int byte) {
+  char text[3];
+  std::snprintf(text, sizeof text, "%02X", static_cast<unsigned int>(byte) & 0xFFU);
+  return text;
+}
+
+std::string Decimal(int thousandths) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%d.%03d", thousandths / 1000, thousandths % 1000);
+  return text;
+}
+
+}  // namespace
+
+int FAULT_PLAN::Number(int least, int most) {
+  // Not the library's distribution: it may differ from one library to the next.
+  return least + static_cast<int>(m_random() % static_cast<std::uint64_t>(most - least + 1));
+}
+
+template <class ITEMS>
+auto FAULT_PLAN::OneOf(const ITEMS& items) {
+  return items[static_cast<std::size_t>(Number(0, static_cast<int>(std::size(items)) - 1))];
+}
+
+std::string FAULT_PLAN::HexBytes(int most) {
+  std::string text;
+  for (int i = Number(1, most); i > 0; --i) {
+    text += Hex(Number(0, 255));
+  }
+  return text;
+}
+
+FAULT FAULT_PLAN::Draw() {
+  // What happens most often on a real line comes most often.
+  using DRAW = FAULT (FAULT_PLAN::*)();
+  constexpr DRAW kDraws[] = {
+      &FAULT_PLAN::SpoiledAnswers,   &FAULT_PLAN::SpoiledAnswers, &FAULT_PLAN::SpoiledAnswers,
+      &FAULT_PLAN::SpoiledAnswers,   &FAULT_PLAN::SpoiledAnswers, &FAULT_PLAN::SpoiledAnswers,
+      &FAULT_PLAN::PulledCard,       &FAULT_PLAN::ExchangedCard,  &FAULT_PLAN::ResetController,
+      &FAULT_PLAN::UnpluggedAdapter, &FAULT_PLAN::SecondAdapter,  &FAULT_PLAN::UnaskedBytes,
+      &FAULT_PLAN::LostClients};
+  return (this->*OneOf(kDraws))();
+}
+
+FAULT FAULT_PLAN::SpoiledAnswers() {
+  constexpr int kLongest =
+      300;  // more than the daemon's buffer, which one length byte can announce
+  std::string kind;
+  switch (Number(0, 11)) {
+    case 0:
+      kind = "no-answer";
+      break;
+    case 1:
+      kind = "late " + std::to_string(Number(1, 400));
+      break;
+    case 2:
+      kind = "cut " + std::to_string(Number(0, 8));
+      break;
+    case 3:
+      kind = "split " + std::to_string(Number(1, 5));
+      break;
+    case 4:
+      kind = "trailing " + HexBytes(kLongest);
+      break;
+    case 5:
+      kind = "leading " + HexBytes(8);
+      break;
+    case 6:
+      kind = "garbage " + HexBytes(64);
+      break;
+    case 7:
+      kind = "length " + std::string(OneOf(kLengths));
+      break;
+    case 8:
+      kind = "length " + Hex(Number(0, 255));
+      break;
+    case 9:
+      kind = "address " + Hex(Number(0, 255));
+      break;
+    case 10:
+      kind = "error " + std::string(OneOf(kErrors));
+      break;
+    default:
+      kind = "duplicate";
+      break;
+  }
+  std::string scope;
+  switch (Number(0, 3)) {
+    case 0:
+      scope = std::string(" on ") + OneOf(kCards).address;
+      break;
+    case 1:
+      scope = " code " + std::string(OneOf(kRequests));
+      break;
+    default:
+      break;
+  }
+  std::string amount;
+  switch (Number(0, 3)) {
+    case 0:
+      amount = " once";
+      break;
+    case 1:
+      amount = " times " + std::to_string(Number(2, 50));
+      break;
+    case 2:
+      amount = " for " + Decimal(Number(100, 1500));
+      break;
+    default:
+      amount = " always";
+      break;
+  }
+  constexpr std::size_t kShown = 24;
+  const std::string shown = kind.size() > kShown ? kind.substr(0, kShown) + "..." : kind;
+  return {.name = shown + scope + amount, .begin = {"fault " + kind + scope + amount}, .end = {}};
+}
+
+FAULT FAULT_PLAN::PulledCard() {
+  const CARD card = OneOf(kCards);
+  const std::string address = card.address;
+  return {.name = "pull " + address,
+          .begin = {"pull " + address},
+          .end = {"plug " + address + " " + card.type}};
+}
+
+FAULT FAULT_PLAN::ExchangedCard() {
+  const CARD card = OneOf(kCards);
+  const std::string plug = std::string("plug ") + card.address + " ";
+  const std::string other = Number(0, 3) == 0 ? Hex(Number(1, 255)) : OneOf(kCards).type;
+  return {.name = plug + other, .begin = {plug + other}, .end = {plug + card.type}};
+}
+
+FAULT FAULT_PLAN::ResetController() {
+  const std::string reset = std::string("reset ") + kDeafSeconds;
+  return {.name = reset, .begin = {reset}, .end = {}};
+}
+
+FAULT FAULT_PLAN::UnpluggedAdapter() {
+  if (Number(0, 1) == 0) {
+    m_adapter = Number(0, 12);
+  }
+  const std::string replug = "replug " + std::to_string(m_adapter);
+  return {.name = "unplug, " + replug, .begin = {"unplug"}, .end = {replug}};
+}
+
+FAULT FAULT_PLAN::SecondAdapter() {
+  // The right one is looked for beside the other one, before or behind it in the daemon's list.
+  m_adapter = Number(1, 12);
+  const std::string replug = "replug " + std::to_string(m_adapter);
+  const std::string other = "adapter " + std::to_string((m_adapter + Number(1, 12)) % 13);
+  const std::string kind = Number(0, 1) == 0 ? " silent" : " chatter";
+  return {.name = other + kind + ", " + replug,
+          .begin = {"unplug", other + kind, replug},
+          .end = {other + " off"}};
+}
+
+FAULT FAULT_PLAN::UnaskedBytes() {
+  return {.name = "send", .begin = {"send " + HexBytes(255), "send " + HexBytes(255)}, .end = {}};
+}
+
+FAULT FAULT_PLAN::LostClients() {
+  const int which = Number(0, 2);
+  const char* names[] = {"the operator's connection is reset",
+                         "the machine's connections are reset", "all connections are reset"};
+  return {.name = names[which],
+          .begin = {},
+          .end = {},
+          .dropsOperator = which != 1,
+          .dropsMachine = which != 0};
+}
+
+}  // namespace soak

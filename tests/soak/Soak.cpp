@@ -1,0 +1,251 @@
+#include "tests/soak/Soak.h"
+
+#include "tests/support/ListeningPorts.h"
+#include "tests/support/Text.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <limits>
+#include <stdexcept>
+
+namespace soak {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kThreads = 5;
+constexpr long kMemoryGrowthKiB = 64;
+constexpr milliseconds kSampleStep{1000};
+/// Between two looks at what may have ended.
+constexpr milliseconds kStep{50};
+/// For the first connection and the first discovery, and after a fault for everything to work
+/// again: searches, pauses and greetings of several seconds come one after the other.
+constexpr milliseconds kRecoveryLimit{180'000};
+
+support::CONFIG MakeConfig(const std::string& logFile) {
+  const std::vector<int> ports = support::FreePorts(3);
+  support::CONFIG config;
+  config.logFile = logFile;
+  config.speedPercent = "100";
+  config.initPollState = "TRUE";
+  config.cae = {"CAE", ports[0], "\r\n", "\r\n"};
+  config.io = {"IO", ports[1], "\r\n", "\r\n"};
+  config.mon = {"MON", ports[2], "\r\n", "\r\n"};
+  return config;
+}
+
+/// Configures and starts it; its process number.
+pid_t StartDaemon(support::DAEMON& daemon, const support::CONFIG& config) {
+  std::filesystem::create_directories("/run/vorn");
+  support::WriteFile(support::kConfigPath, config.Text());
+  const int status = daemon.Start();
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || daemon.Pid() <= 0) {
+    throw std::runtime_error("the daemon does not start: " + daemon.Output());
+  }
+  daemon.LowerPriority();
+  return daemon.Pid();
+}
+
+}  // namespace
+
+SOAK::SOAK(const SOAK_OPTIONS& options)
+    : m_options(options),
+      m_config(MakeConfig(options.folder + "/vorn.log")),
+      m_log(m_config.logFile),
+      m_daemon(options.folder + "/output.txt"),
+      m_rack(options.folder),
+      m_operator(m_config.cae.port, m_weather),
+      m_machine(m_config.io.port, m_config.mon.port, m_rack, m_weather),
+      m_plan(options.seed),
+      m_sampler(StartDaemon(m_daemon, m_config), options.folder + "/samples.txt", options.length),
+      m_faultTable(options.folder + "/faults.txt") {
+  m_faultTable << "# seconds until_all_was_well_again fault\n";
+}
+
+std::vector<std::string> SOAK::Run(const std::atomic<bool>& stop) {
+  try {
+    m_operator.Start();
+    m_machine.Start();
+    Recover();
+    Faults(stop);
+  } catch (const std::exception& error) {
+    Fail(error.what());
+  }
+  m_operator.Stop();
+  m_machine.Stop();
+  Judge();
+  EndDaemon();
+  WriteSummary();
+  return m_failures;
+}
+
+void SOAK::Faults(const std::atomic<bool>& stop) {
+  const auto length = static_cast<double>(m_options.length.count());
+  const auto isOver = [&] { return stop || m_sampler.Seconds() >= length || !m_failures.empty(); };
+  while (!isOver()) {
+    Pass(milliseconds(m_plan.Number(1000, 4000)), isOver);
+    if (isOver()) {
+      return;
+    }
+    m_sampler.TakeSettledDescriptors(m_fewestDescriptors);
+    MakeFault();
+  }
+}
+
+void SOAK::MakeFault() {
+  const FAULT fault = m_plan.Draw();
+  const double begin = m_sampler.Seconds();
+  m_weather.Storm();
+  for (const std::string& line : fault.begin) {
+    m_rack.Order(line);
+  }
+  if (fault.dropsOperator) {
+    m_operator.Drop();
+  }
+  if (fault.dropsMachine) {
+    m_machine.Drop();
+  }
+  Pass(milliseconds(m_plan.Number(100, 2000)), [this] { return !m_failures.empty(); });
+  for (const std::string& line : fault.end) {
+    m_rack.Order(line);
+  }
+  m_rack.Order("clear");
+  Recover();
+  ++m_faults;
+  const double took = m_sampler.Seconds() - begin;
+  m_longestRecovery = std::max(m_longestRecovery, took);
+  m_faultTable << begin << ' ' << took << ' ' << fault.name << std::endl;
+  if (!m_failures.empty()) {
+    Fail("the last fault was: " + fault.name);
+  }
+}
+
+void SOAK::Recover() {
+  const auto isOver = [this] { return !m_failures.empty(); };
+  const std::uint64_t before = m_operator.Rediscoveries();
+  m_operator.Rediscover();
+  if (!Pass(kRecoveryLimit, [&] { return isOver() || m_operator.Rediscoveries() > before; })) {
+    Fail("the cards were not found again within three minutes");
+  }
+  const TIME found = std::chrono::steady_clock::now();
+  if (!Pass(kRecoveryLimit, [&] { return isOver() || IsServedSince(found); })) {
+    Fail("a client was not served within three minutes after a fault");
+  }
+  m_fewestDescriptors = std::numeric_limits<int>::max();
+  m_weather.Calm();
+}
+
+bool SOAK::IsServedSince(TIME time) const {
+  return m_operator.LastServed() >= time && m_machine.LastServed() >= time;
+}
+
+template <class DONE>
+bool SOAK::Pass(milliseconds limit, DONE done) {
+  const TIME end = std::chrono::steady_clock::now() + limit;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() >= end) {
+      return false;
+    }
+    Look();
+    std::this_thread::sleep_for(kStep);
+  }
+  return true;
+}
+
+void SOAK::Look() {
+  if (!m_daemon.Running()) {
+    throw std::runtime_error("the daemon has ended: " + m_daemon.Output());
+  }
+  if (!m_rack.Running()) {
+    throw std::runtime_error("the rack has ended");
+  }
+  for (const CLIENT* client :
+       {static_cast<const CLIENT*>(&m_operator), static_cast<const CLIENT*>(&m_machine)}) {
+    // A link that was lost in calm weather, as happens where the machine is too busy to carry an
+    // answer in time, is counted in the summary and told with the failure.
+    if (!client->Failure().empty()) {
+      throw std::runtime_error(client->Failure());
+    }
+  }
+  m_fewestDescriptors = std::min(m_fewestDescriptors, m_sampler.Descriptors());
+  const TIME now = std::chrono::steady_clock::now();
+  if (now >= m_nextSample) {
+    m_nextSample = now + kSampleStep;
+    m_sampler.Take(m_operator.Exchanges() + m_machine.Exchanges());
+  }
+}
+
+void SOAK::Fail(const std::string& what) {
+  m_failures.push_back(what);
+}
+
+void SOAK::Judge() {
+  const PEAKS& measure = m_sampler.FirstTenth();
+  const PEAKS& rest = m_sampler.Rest();
+  if (rest.residentKiB - measure.residentKiB > kMemoryGrowthKiB) {
+    Fail("the memory grew by " + std::to_string(rest.residentKiB - measure.residentKiB) +
+         " kB after the first tenth");
+  }
+  if (measure.settledDescriptors && rest.settledDescriptors &&
+      *rest.settledDescriptors > *measure.settledDescriptors) {
+    Fail("the descriptors grew by " +
+         std::to_string(*rest.settledDescriptors - *measure.settledDescriptors) +
+         " after the first tenth");
+  }
+  for (const PEAKS* peaks : {&measure, &rest}) {
+    if (peaks->mostThreads > 0 &&
+        (peaks->fewestThreads != kThreads || peaks->mostThreads != kThreads)) {
+      Fail("the daemon had " + std::to_string(peaks->fewestThreads) + " to " +
+           std::to_string(peaks->mostThreads) + " threads");
+    }
+  }
+}
+
+void SOAK::EndDaemon() {
+  m_daemon.Signal(SIGTERM);
+  const std::optional<int> status = m_daemon.WaitForEnd();
+  if (!status) {
+    Fail("the daemon does not end on SIGTERM");
+  } else if (!WIFEXITED(*status) || WEXITSTATUS(*status) != 0) {
+    Fail("the daemon did not end with status 0");
+  }
+  if (!m_daemon.Output().empty()) {
+    Fail("the daemon wrote to its standard streams: " + m_daemon.Output());
+  }
+}
+
+int SOAK::CountTimeouts() const {
+  return static_cast<int>(m_log.LinesWith("comm timeout").size());
+}
+
+void SOAK::WriteSummary() const {
+  const PEAKS& measure = m_sampler.FirstTenth();
+  const PEAKS& rest = m_sampler.Rest();
+  std::ofstream summary(m_options.folder + "/summary.txt");
+  summary << "seed " << m_options.seed << "\n"
+          << "length " << m_sampler.Seconds() << " s\n"
+          << "faults " << m_faults << ", the longest over after " << m_longestRecovery << " s\n"
+          << "exchanges " << m_operator.Exchanges() << " of the operator, " << m_machine.Exchanges()
+          << " of the machine; spoiled by faults: " << m_operator.Spoiled() + m_machine.Spoiled()
+          << "\n"
+          << "links lost " << CountTimeouts() << "\n"
+          << "memory at most " << measure.residentKiB << " kB in the first tenth, "
+          << rest.residentKiB << " kB after it\n"
+          << "descriptors without a fault " << measure.settledDescriptors.value_or(0)
+          << " in the first tenth, " << rest.settledDescriptors.value_or(0) << " after it\n"
+          << "threads " << measure.fewestThreads << " to "
+          << std::max(measure.mostThreads, rest.mostThreads) << "\n";
+  for (const std::string& failure : m_failures) {
+    summary << "FAILED: " << failure << "\n";
+  }
+  if (m_failures.empty()) {
+    summary << "passed\n";
+  }
+}
+
+}  // namespace soak
