@@ -50,12 +50,17 @@ void WEATHER::Storm() {
 
 void WEATHER::Calm() {
   const std::lock_guard lock(m_mutex);
+  m_lostBefore = LostLinks();
   m_calmSince = std::chrono::steady_clock::now();
 }
 
 bool WEATHER::IsCalmSince(TIME time) const {
   const std::lock_guard lock(m_mutex);
-  return m_calmSince && *m_calmSince <= time;
+  return m_calmSince && *m_calmSince <= time && LostLinks() == m_lostBefore;
+}
+
+int WEATHER::LostLinks() const {
+  return static_cast<int>(m_log.LinesWith("comm timeout").size());
 }
 
 void CLIENT::Start() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/soak/RackProcess.h"
+#include "tests/support/LogFile.h"
 #include "tests/support/TcpClient.h"
 
 #include <atomic>
@@ -19,15 +20,21 @@ using TIME = std::chrono::steady_clock::time_point;
 /// the clients; its own lock guards it.
 class WEATHER {
  public:
+  explicit WEATHER(const support::LOG_FILE& log) : m_log(log) {}
+
   void Storm();
   void Calm();
-  bool IsStorm() const { return !IsCalmSince(TIME::max()); }
-  /// No fault was in force since then, nor its aftermath.
+  /// No fault was in force since then, nor its aftermath; nor has the link been lost all the same,
+  /// as happens where the machine is too busy to carry an answer in time. Reads the whole log.
   bool IsCalmSince(TIME time) const;
+  /// How often the link was lost so far.
+  int LostLinks() const;
 
  private:
+  const support::LOG_FILE& m_log;
   mutable std::mutex m_mutex;
   std::optional<TIME> m_calmSince;  // nothing: a storm
+  int m_lostBefore = 0;             // links, when it became calm
 };
 
 /// A client that asks as fast as it is answered, on a thread of its own, until it is stopped or an

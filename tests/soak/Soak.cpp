@@ -59,6 +59,7 @@ SOAK::SOAK(const SOAK_OPTIONS& options)
       m_log(m_config.logFile),
       m_daemon(options.folder + "/output.txt"),
       m_rack(options.folder),
+      m_weather(m_log),
       m_operator(m_config.cae.port, m_weather),
       m_machine(m_config.io.port, m_config.mon.port, m_rack, m_weather),
       m_plan(options.seed),
@@ -166,8 +167,6 @@ void SOAK::Look() {
   }
   for (const CLIENT* client :
        {static_cast<const CLIENT*>(&m_operator), static_cast<const CLIENT*>(&m_machine)}) {
-    // A link that was lost in calm weather, as happens where the machine is too busy to carry an
-    // answer in time, is counted in the summary and told with the failure.
     if (!client->Failure().empty()) {
       throw std::runtime_error(client->Failure());
     }
@@ -219,10 +218,6 @@ void SOAK::EndDaemon() {
   }
 }
 
-int SOAK::CountTimeouts() const {
-  return static_cast<int>(m_log.LinesWith("comm timeout").size());
-}
-
 void SOAK::WriteSummary() const {
   const PEAKS& measure = m_sampler.FirstTenth();
   const PEAKS& rest = m_sampler.Rest();
@@ -233,7 +228,7 @@ void SOAK::WriteSummary() const {
           << "exchanges " << m_operator.Exchanges() << " of the operator, " << m_machine.Exchanges()
           << " of the machine; spoiled by faults: " << m_operator.Spoiled() + m_machine.Spoiled()
           << "\n"
-          << "links lost " << CountTimeouts() << "\n"
+          << "links lost " << m_weather.LostLinks() << "\n"
           << "memory at most " << measure.residentKiB << " kB in the first tenth, "
           << rest.residentKiB << " kB after it\n"
           << "descriptors without a fault " << measure.settledDescriptors.value_or(0)

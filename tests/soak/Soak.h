@@ -48,7 +48,6 @@ class SOAK {
   void Judge();
   void EndDaemon();
   void WriteSummary() const;
-  int CountTimeouts() const;
 
   const SOAK_OPTIONS m_options;
   support::CONFIG m_config;
