@@ -13,6 +13,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 # The daemon waits nearly all of its time: small code rather than CMake's -O3.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
+option(VORN_SCHEDULE_NOISE "Yield at random at each lock and queue operation" OFF)
 option(VORN_FUZZ "Build the fuzz targets for libFuzzer, which clang brings" OFF)
 
 include(CheckPIESupported)
@@ -25,6 +26,9 @@ target_compile_options(vorn_options INTERFACE -funsigned-char -Wall -Wextra -Wpe
                                               -Wshadow)
 # The 32-bit board too outlives 2038, and opens a log file of over 2 GB.
 target_compile_definitions(vorn_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+if(VORN_SCHEDULE_NOISE)
+  target_compile_definitions(vorn_options INTERFACE VORN_SCHEDULE_NOISE)
+endif()
 if(VORN_WERROR)
   target_compile_options(vorn_options INTERFACE -Werror)
 endif()

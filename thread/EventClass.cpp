@@ -1,5 +1,7 @@
 #include "thread/EventClass.h"
 
+#include "thread/ScheduleNoise.h"
+
 CEventClass::CEventClass() {
   pthread_cond_init(&m_condition, nullptr);
   pthread_mutex_init(&m_mutex, nullptr);
@@ -11,6 +13,7 @@ CEventClass::~CEventClass() {
 }
 
 void CEventClass::Set() {
+  MakeScheduleNoise();
   if (m_holder.load(std::memory_order_relaxed) == pthread_self()) {
     ++m_sets;
   } else {
@@ -18,6 +21,7 @@ void CEventClass::Set() {
     ++m_sets;
     pthread_mutex_unlock(&m_mutex);
   }
+  MakeScheduleNoise();
   pthread_cond_signal(&m_condition);
 }
 
@@ -26,6 +30,7 @@ bool CEventClass::Wait() {
 }
 
 bool CEventClass::Wait(const std::function<bool()>& alreadyDue) {
+  MakeScheduleNoise();
   pthread_mutex_lock(&m_mutex);
   const std::uint64_t before = m_sets;
   while (m_sets == before && !alreadyDue()) {
@@ -38,4 +43,5 @@ bool CEventClass::Wait(const std::function<bool()>& alreadyDue) {
 void CEventClass::Reset() {
   m_holder.store(0, std::memory_order_relaxed);
   pthread_mutex_unlock(&m_mutex);
+  MakeScheduleNoise();
 }

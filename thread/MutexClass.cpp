@@ -1,5 +1,7 @@
 #include "thread/MutexClass.h"
 
+#include "thread/ScheduleNoise.h"
+
 CMutexClass::CMutexClass() {
   pthread_mutex_init(&m_mutex, nullptr);
 }
@@ -15,6 +17,7 @@ void CMutexClass::Lock() {
   if (m_owner.load(std::memory_order_relaxed) == self) {
     return;
   }
+  MakeScheduleNoise();
   pthread_mutex_lock(&m_mutex);
   m_owner.store(self, std::memory_order_relaxed);
 }
@@ -25,4 +28,5 @@ void CMutexClass::Unlock() {
   }
   m_owner.store(0, std::memory_order_relaxed);
   pthread_mutex_unlock(&m_mutex);
+  MakeScheduleNoise();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "thread/ScheduleNoise.h"
+
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -33,5 +35,5 @@ class LOGGER {
  private:
   std::int32_t m_level = 0;
   std::string m_fileName;
-  std::mutex m_lock;  // held while a line is written
+  CLock m_lock;  // held while a line is written
 };

@@ -1,5 +1,7 @@
 #include "vorn/base/VOQUEUE.h"
 
+#include "thread/ScheduleNoise.h"
+
 #include <utility>
 
 void VOQUEUE::ToQueue(QList message) {
@@ -15,6 +17,7 @@ QList VOQUEUE::DeQueue() {
   if (IsEmpty()) {
     return {};
   }
+  MakeScheduleNoise();  // between the two critical sections
   const CScopedLock lock(m_mutex);
   QList front = std::move(m_messages.front());
   m_messages.pop_front();

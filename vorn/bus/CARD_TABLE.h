@@ -1,5 +1,6 @@
 #pragma once
 
+#include "thread/ScheduleNoise.h"
 #include "vorn/bus/PERIFCARD.h"
 
 #include <array>
@@ -35,6 +36,6 @@ class CARD_TABLE {
   }
 
  private:
-  std::mutex m_lock;
+  CLock m_lock;
   std::array<PERIFCARD, kRecords> m_cards;
 };

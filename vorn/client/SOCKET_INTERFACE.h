@@ -1,5 +1,6 @@
 #pragma once
 
+#include "thread/ScheduleNoise.h"
 #include "thread/Thread.h"
 #include "vorn/base/FileDescriptor.h"
 #include "vorn/base/LOGGER.h"
@@ -105,7 +106,7 @@ class SOCKET_INTERFACE final : public CThread {
 
   INTERFACE_DESCRIPTOR m_descriptor;
   LOGGER m_logger;
-  std::mutex m_socketLock;
+  CLock m_socketLock;
   FILE_DESCRIPTOR m_listener;
   FILE_DESCRIPTOR m_client;
   int m_reconnectCounter = 0;  // passes in the closed state; the worker's thread only
