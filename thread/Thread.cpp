@@ -116,13 +116,13 @@ void CThread::RequestStop() {
 }
 
 void CThread::Stop() {
-  RequestStop();
   {
+    // In one step: a thread that ends as soon as it is asked was running all the same, and gets its
+    // event.
     const CScopedLock lock(m_lock);
-    if (!m_joinable || m_ended) {
-      return;
-    }
-    if (m_threadId == pthread_self()) {
+    m_running = false;
+    m_stopRequested.store(true, std::memory_order_relaxed);
+    if (!m_joinable || m_ended || m_threadId == pthread_self()) {
       return;
     }
   }
