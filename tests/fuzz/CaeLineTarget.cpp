@@ -140,7 +140,7 @@ class OPERATOR : private DAEMON_CONTROL {
     while (!m_output.IsEmpty()) {
       const std::string message = fuzz::TextOf(m_output.DeQueue());
       Require(message.size() <= kTextLimit, "no text is longer than 999", message);
-      Require(at < expected.size(), "no answer but the documented ones", line + " -> " + message);
+      Require(at < expected.size(), "no answer but the documented ones", message);
       RequireAnswer(message, expected[at], line);
       ++at;
     }
