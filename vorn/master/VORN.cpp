@@ -13,6 +13,10 @@ namespace {
 /// taken: the IO worker then stops reading, and TCP holds the client back. Nothing is lost.
 constexpr std::size_t kBusBacklogLimit = 1024;
 
+/// While so many copies wait for a monitor that does not read, no further one is made: until it is
+/// given up, ten seconds later, a busy IO client would fill the memory with them.
+constexpr std::size_t kMonitorBacklogLimit = 1024;
+
 }  // namespace
 
 VORN::VORN(const SIGNAL_FLAG& signalFlag, const std::string& configPath)
@@ -149,9 +153,7 @@ void VORN::ForwardCardInput() {
   const std::string& separator = m_config.io.outSeparator;
   line.insert(line.end(), separator.begin(), separator.end());
   m_io->OutputQueue().ToQueue(line);
-  if (m_mon->IsConnected()) {
-    m_mon->OutputQueue().ToQueue(line);
-  }
+  CopyToMonitor(line);
 }
 
 void VORN::ServeIo() {
@@ -166,7 +168,19 @@ void VORN::ServeIo() {
     return;
   }
   ParseOutCommand(message);
-  if (m_mon->IsConnected()) {
+  CopyToMonitor(message);
+}
+
+void VORN::CopyToMonitor(const QList& message) {
+  if (!m_mon->IsConnected()) {
+    return;
+  }
+  const bool full = m_mon->OutputQueue().Size() >= kMonitorBacklogLimit;
+  if (full && !m_monitorFull) {
+    m_logger.WriteLog(kErr, "too many messages wait on MON interface, copies are not made");
+  }
+  m_monitorFull = full;
+  if (!full) {
     m_mon->OutputQueue().ToQueue(message);
   }
 }

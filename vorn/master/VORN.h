@@ -46,6 +46,7 @@ class VORN : private DAEMON_CONTROL {
   bool StoppedBySignal();
   void ForwardCardInput();
   void ServeIo();
+  void CopyToMonitor(const QList& message);
   void ServeCae();
 
   std::unique_ptr<SOCKET_INTERFACE> StartSocketInterface(const INTERFACE_DESCRIPTOR& descriptor,
@@ -76,4 +77,5 @@ class VORN : private DAEMON_CONTROL {
   // They borrow the workers' queues: made after the workers, released before them.
   std::unique_ptr<CAE_INTERPRETER> m_caeInterpreter;
   std::unique_ptr<OUT_COMMAND_PARSER> m_outCommandParser;
+  bool m_monitorFull = false;  // and logged
 };
