@@ -43,22 +43,29 @@ void OnTermination(int) {
   _exit(128 + SIGTERM);
 }
 
-/// fork, but not the creation of a thread, fails with EAGAIN from here on. A failure ends the
-/// child.
-void RefuseFork() {
+/// Clones fail with EAGAIN from here on where any of the flags in `with` is set and none in
+/// `without`; fork counts as a clone without flags, clone3 as unknown to the kernel, so that its
+/// callers take clone. A failure ends the child.
+void RefuseClones(unsigned int with, unsigned int without) {
+#ifdef SYS_fork
+  const unsigned int forkCall = with == 0 ? SYS_fork : SYS_vfork;
+#else
+  const unsigned int forkCall = ~0U;
+#endif
+  // A condition on no flags always holds.
+  const unsigned int anyFlag = with == 0 ? ~0U : with;
   sock_filter program[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-#ifdef SYS_fork
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fork, 3, 0),
-#else
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ~0U, 3, 0),
-#endif
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 3),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 6, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, forkCall, 4, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 5),
       // The flags are the first argument's low word on the little-endian machines that this runs
       // on.
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[0])),
-      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, CLONE_VM, 1, 0),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, without, 3, 0),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, anyFlag, 0, 2),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
   const sock_fprog filter{static_cast<unsigned short>(std::size(program)), program};
@@ -155,8 +162,18 @@ int DAEMON::Start(const START& start) {
       TakeDescriptors(start.descriptorsInUse);
     }
     signal(SIGTERM, SIG_DFL);
+    if (start.descriptorLimit) {
+      const rlimit limit{*start.descriptorLimit, *start.descriptorLimit};
+      setrlimit(RLIMIT_NOFILE, &limit);
+    }
     if (start.refuseFork) {
-      RefuseFork();
+      RefuseClones(0, CLONE_VM);
+    }
+    if (start.refuseSpawn) {
+      RefuseClones(CLONE_VFORK, 0);
+    }
+    if (start.closedStreams) {
+      close_range(0, 2, 0);
     }
     execve(kProgram, argumentPointers.data(), environmentPointers.data());
     _exit(126);

@@ -19,8 +19,11 @@ struct START {
   std::map<std::string, std::string> environment;  // added to, or in place of, the test's own
   std::string workingFolder = "/";
   std::optional<mode_t> umask;
-  bool refuseFork = false;   // the kernel answers EAGAIN to a fork (threads can be created)
-  int descriptorsInUse = 0;  // so many low descriptor numbers are taken already
+  bool refuseFork = false;     // the kernel answers EAGAIN to a fork (threads can be created)
+  bool refuseSpawn = false;    // the same for a child that runs a command, as popen makes it
+  int descriptorsInUse = 0;    // so many low descriptor numbers are taken already
+  bool closedStreams = false;  // no standard input, output, error
+  std::optional<unsigned int> descriptorLimit{};  // so many may be open
 };
 
 /// One run of the daemon, started as a user would and observed from outside: as the nearest
