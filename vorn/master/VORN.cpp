@@ -175,7 +175,9 @@ void VORN::CopyToMonitor(const QList& message) {
   if (!m_mon->IsConnected()) {
     return;
   }
-  const bool full = m_mon->OutputQueue().Size() >= kMonitorBacklogLimit;
+  // Full until half of them are gone: else a slow reader would bring a log line with each message.
+  const bool full = m_mon->OutputQueue().Size() >=
+                    (m_monitorFull ? kMonitorBacklogLimit / 2 : kMonitorBacklogLimit);
   if (full && !m_monitorFull) {
     m_logger.WriteLog(kErr, "too many messages wait on MON interface, copies are not made");
   }
