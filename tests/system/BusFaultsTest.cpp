@@ -1,0 +1,408 @@
+#include "tests/support/ProcessInfo.h"
+#include "tests/support/Text.h"
+#include "tests/system/FaultTest.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <random>
+
+/// Everything that can go wrong on the line and with the adapter, by the hundred, on one daemon
+/// that goes on polling.
+
+namespace {
+
+namespace fs = std::filesystem;
+using sim::FAULT_KIND;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+const std::string kTimeout = "[INF] comm timeout /dev/ttyUSB";
+const std::string kFound = "[INF] hardware found on /dev/ttyUSB";
+
+class BusFaults : public FAULT_TEST {
+ protected:
+  void StartPolling() {
+    config.initPollState = "TRUE";
+    config.speedPercent = "100";
+    // Nothing here needs an answer within the pause of a CAE command but the discovery.
+    pauses.SetLength(2, milliseconds(5));
+    StartForFaults();
+  }
+
+  /// Key 6 of card 3 down and up: both changes are reported, whatever was reported before them.
+  void ExpectKeyReported() {
+    for (const bool isDown : {true, false}) {
+      ASSERT_TRUE(isDown ? rack.Press(3, 6) : rack.Release(3, 6));
+      const std::string line = IoLine(isDown ? "a3b0d40" : "a3b0d00");
+      EXPECT_TRUE(io->ReadUntil(line).ends_with(line));
+    }
+  }
+
+  /// The fault hits, and is over.
+  void Suffer(const sim::FAULT& fault) {
+    adapter.Faults().Add(fault);
+    Trigger(*fault.code);
+    ASSERT_TRUE(support::WaitUntil([this] { return adapter.Faults().List().empty(); }))
+        << sim::Describe(fault);
+  }
+
+  /// Sees to it that the request is made; polls are made all the time.
+  void Trigger(std::uint8_t code) {
+    switch (code) {
+      case sim::request::kOutput:
+        io->Send("a5b0d5A\n");
+        break;
+      case sim::request::kParameter:
+        cae->Send("GETANMASK:F\r\n");
+        cae->ReadUntil(CaeLine(">"));
+        break;
+      case sim::request::kIdentify:
+        cae->Send("FORCEDISCOVER\r\n");
+        cae->ReadUntil(CaeLine(">"));
+        break;
+      case sim::request::kHandshake:
+        LoseLink();
+        break;
+      default:
+        break;
+    }
+  }
+
+  /// The next poll of a card is not answered, which costs the link.
+  void LoseLink() {
+    adapter.Faults().Add(
+        {.kind = FAULT_KIND::kNoAnswer, .address = 3, .code = sim::request::kPoll});
+  }
+
+  /// Each poll of card 3 gets the next of these pieces of line, until all are used up.
+  void AnswerPollsWith(std::vector<sim::Bytes> answers) {
+    m_used = std::make_shared<std::atomic<std::size_t>>(0);
+    const std::size_t count = answers.size();
+    adapter.SetReplyHook([used = m_used, all = std::move(answers)](
+                             const sim::REQUEST& request,
+                             const std::optional<sim::Bytes>&) -> std::optional<sim::REPLY> {
+      const sim::Bytes& frame = request.frame;
+      if (frame.size() < 3 || frame[1] != sim::request::kPoll || frame[2] != 3 ||
+          *used >= all.size()) {
+        return std::nullopt;
+      }
+      return sim::REPLY{{microseconds(0), all[(*used)++]}};
+    });
+    ASSERT_TRUE(support::WaitUntil([&] { return *m_used == count; }, 3 * support::kLimit));
+    adapter.SetReplyHook(nullptr);
+  }
+
+ private:
+  std::shared_ptr<std::atomic<std::size_t>> m_used;
+};
+
+TEST_F(BusFaults, EveryPrefixOfEveryReplyIsATimeoutAndTheLinkIsMadeAgain) {
+  struct ROW {
+    std::uint8_t code;
+    std::optional<std::uint8_t> address;
+    std::size_t length;  // of the reply, with its length byte
+    int timeouts;        // one for the reply, one for what brought the request about
+  };
+  const ROW rows[] = {
+      {sim::request::kPoll, 3, 5, 1},
+      {sim::request::kPoll, 8, 4, 1},
+      {sim::request::kPoll, 15, 9, 1},
+      {sim::request::kOutput, 5, 3, 1},
+      {sim::request::kParameter, 15, 5, 1},
+      {sim::request::kHandshake, std::nullopt, 6, 2},
+      {sim::request::kIdentify, std::nullopt, 18, 1},
+  };
+  StartPolling();
+  pauses.SetLength(1, milliseconds(5));
+  BeginFault({.touched = {PART::kBus}, .mostLines = 400});
+  int timeouts = 0;
+  int found = CountLines(kFound);
+  for (const ROW& row : rows) {
+    for (std::size_t count = 0; count < row.length; ++count) {
+      SCOPED_TRACE(sim::ToHex(row.code) + " cut to " + std::to_string(count));
+      Suffer({.kind = FAULT_KIND::kCut, .count = count, .address = row.address, .code = row.code});
+      timeouts += row.timeouts;
+      ASSERT_TRUE(WaitForLines(kTimeout, timeouts));
+      ASSERT_TRUE(WaitForLines(kFound, ++found));
+    }
+  }
+  Identify();
+  ExpectKeyReported();
+  EndFault();
+}
+
+TEST_F(BusFaults, EveryFaultOnEveryKindOfRequestIsSurvived) {
+  struct ROW {
+    std::uint8_t code;
+    std::optional<std::uint8_t> address;
+  };
+  const ROW rows[] = {{sim::request::kPoll, 3},
+                      {sim::request::kOutput, 5},
+                      {sim::request::kParameter, 15},
+                      {sim::request::kHandshake, std::nullopt},
+                      {sim::request::kIdentify, std::nullopt}};
+  StartPolling();
+  pauses.SetLength(1, milliseconds(40));
+  BeginFault({.touched = {PART::kBus}, .mostLines = 400});
+  for (const ROW& row : rows) {
+    for (const sim::FAULT_TYPE& type : sim::kFaultTypes) {
+      const bool namesAddress = type.argument == sim::FAULT_ARGUMENT::kAddress;
+      if (namesAddress && !row.address) {
+        continue;  // the reply names none
+      }
+      sim::FAULT fault{.kind = type.kind, .address = row.address, .code = row.code};
+      fault.time = milliseconds(2);
+      fault.count = 2;
+      fault.bytes = {0x03, 0x21, 0x13, 0xFF};
+      fault.length = sim::LENGTH_FAULT::kOver;
+      fault.value = 0x0C;  // an address that is empty
+      if (type.argument == sim::FAULT_ARGUMENT::kError) {
+        fault.value = sim::error::kBusy;
+      }
+      SCOPED_TRACE(sim::Describe(fault));
+      Suffer(fault);
+      // Found again, if it was lost.
+      if (row.code == sim::request::kIdentify) {
+        Identify();
+      }
+      const std::uint64_t from = adapter.Requests().Last();
+      io->Send("a5b0d11\na5b0d22\n");
+      ASSERT_TRUE(adapter.WaitForRequest(
+          [](const sim::REQUEST& request) { return request.frame.at(1) == 0x10; }, kLimit, from));
+    }
+  }
+  Identify();
+  ExpectKeyReported();
+  EndFault();
+}
+
+TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
+  StartPolling();
+  BeginFault({.touched = {PART::kBus}, .mostLines = 900});
+  constexpr int kTrueLength = 4;
+  // Each of the longer ones costs a wait for the missing bytes, of some 50 ms of processor time.
+  const int step = Rounds(1, 12);
+  int timeouts = 0;
+  std::vector<sim::Bytes> answers;
+  for (int length = 0; length <= 255; ++length) {
+    const bool isAtALimit = length < 8 || (length > 133 && length < 138) || length == 255;
+    if (isAtALimit || length % step == 0) {
+      answers.push_back({static_cast<std::uint8_t>(length), 0x21, 0x03, 0x00, 0x00});
+      timeouts += length > kTrueLength ? 1 : 0;
+    }
+  }
+  AnswerPollsWith(answers);
+  EXPECT_TRUE(WaitForLines(kTimeout, timeouts));
+  ExpectKeyReported();
+  EndFault();
+}
+
+TEST_F(BusFaults, EveryLengthByteWithThatManyBytesIsOneReplyAndNoTimeout) {
+  StartPolling();
+  BeginFault({.touched = {}, .mostLines = 0});
+  std::vector<sim::Bytes> answers;
+  for (std::size_t length = 0; length <= 255; ++length) {
+    for (const std::uint8_t fill : sim::Bytes{0x00, 0x5A, 0xFF}) {
+      sim::Bytes body(length, fill);
+      for (std::size_t i = 0; i < std::min<std::size_t>(length, 2); ++i) {
+        body[i] = i == 0 ? 0x21 : 0x03;
+      }
+      answers.push_back(sim::Frame(body));
+    }
+  }
+  AnswerPollsWith(answers);
+  ExpectKeyReported();
+  EndFault();
+}
+
+TEST_F(BusFaults, EveryFirstByteOfAReplyIsSurvivedAndOnlyTIsATimeout) {
+  StartPolling();
+  BeginFault({.touched = {PART::kBus}, .mostLines = 30});
+  std::vector<sim::Bytes> answers;
+  for (int code = 0; code <= 255; ++code) {
+    answers.push_back(sim::Frame({static_cast<std::uint8_t>(code), 0x03, 0x00, 0x00}));
+    answers.push_back(sim::Frame({static_cast<std::uint8_t>(code)}));
+    answers.push_back(sim::Frame({static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(code),
+                                  0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
+  }
+  AnswerPollsWith(answers);
+  EXPECT_TRUE(WaitForLines(kTimeout, 3));
+  ExpectKeyReported();
+  EndFault();
+}
+
+TEST_F(BusFaults, EveryByteValueInDataPassesUnchangedInBothDirections) {
+  StartPolling();
+  BeginFault({.touched = {}, .mostLines = 0});
+  // Blocks 0 and 1 of card 3 begin at 0; each value differs from the one before.
+  std::vector<sim::Bytes> answers;
+  std::string expected;
+  for (int i = 1; i <= 256; ++i) {
+    const auto value = static_cast<std::uint8_t>(i);
+    const auto other = static_cast<std::uint8_t>(~i);
+    answers.push_back(sim::Frame({0x21, 0x03, value, other}));
+    expected += IoLine("a3b0d" + sim::ToHex(value)) + IoLine("a3b1d" + sim::ToHex(other));
+  }
+  answers.push_back(sim::Frame({0x21, 0x03, 0, 0}));  // as the rack has it
+  expected += IoLine("a3b1d00");
+  AnswerPollsWith(answers);
+  EXPECT_TRUE(io->Receives(expected));
+  const std::uint64_t from = adapter.Requests().Last();
+  std::vector<std::string> frames;
+  for (int i = 0; i < 256; ++i) {
+    const std::string value = sim::ToHex(static_cast<std::uint8_t>(i));
+    io->Send("a5b0d" + value + "\n");
+    EXPECT_TRUE(mon->ReadUntil("a5b0d" + value + "\n\r").ends_with(value + "\n\r"));
+    frames.push_back("05 10 05 02 " + value + " FF");
+  }
+  ASSERT_TRUE(WaitForFrame("05 10 05 02 FF FF", from));
+  std::vector<std::string> sent = Frames(from);
+  std::erase_if(sent, [](const std::string& frame) { return !frame.starts_with("05 10"); });
+  EXPECT_EQ(sent, frames);
+  EndFault();
+}
+
+TEST_F(BusFaults, TheAdapterIsPulledOutAndComesBackUnderAnotherNumberAgainAndAgain) {
+  StartPolling();
+  const int rounds = Rounds(1000, 60);
+  const long before = support::ResidentKiB(Pid());
+  BeginFault({.touched = {PART::kBus}, .mostLines = static_cast<std::size_t>(rounds) * 12});
+  int found = CountLines(kFound);
+  for (int i = 0; i < rounds; ++i) {
+    Unplug();
+    Plug((i * 7 + 1) % 100);
+    ASSERT_TRUE(WaitForLines(kFound, ++found)) << i;
+    if (i % 50 == 0) {
+      ExpectService();
+    }
+  }
+  ExpectKeyReported();
+  if (!support::kSanitized) {
+    EXPECT_LT(support::ResidentKiB(Pid()) - before, 1024);
+  }
+  Unplug();
+  Plug(0);
+  EndFault();
+}
+
+TEST_F(BusFaults, TheAdapterIsPulledOutInTheMiddleOfAReply) {
+  StartPolling();
+  BeginFault({.touched = {PART::kBus}, .mostLines = 200});
+  const sim::Bytes whole = sim::Frame({0x21, 0x03, 0x00, 0x00});
+  int found = CountLines(kFound);
+  for (std::size_t count = 0; count <= whole.size(); ++count) {
+    AnswerPollsWith({sim::Bytes(whole.begin(), whole.begin() + static_cast<long>(count))});
+    Unplug();
+    Plug(static_cast<int>(count));
+    ASSERT_TRUE(WaitForLines(kFound, ++found)) << count;
+    // Where the prefix had its timeout before the adapter was gone, it was found twice.
+    found = std::max(found, CountLines(kFound));
+    ExpectKeyReported();
+  }
+  EndFault();
+}
+
+TEST_F(BusFaults, WithoutAnAdapterNothingSpinsAndTheLogGetsOneLineForEachSearch) {
+  config.speedPercent = "50";
+  StartForFaults();
+  pauses.SetLength(2, milliseconds(150));
+  BeginFault({.touched = {PART::kBus}, .mostLines = 40});
+  Unplug();
+  io->Send("a5b0d00\n");  // notices
+  ASSERT_TRUE(WaitForLines("[ERR] ttyUSB devices couldn't be found", 1));
+  ExpectIdle();
+  ExpectService();
+  EXPECT_LE(CountLines("[ERR] ttyUSB devices couldn't be found"), pauses.CountBegun(2) + 1);
+  Plug(4);
+  EndFault();
+}
+
+TEST_F(BusFaults, DevicesThatAreNoAdaptersAreToldAtEachSearchAndLeakNothing) {
+  config.speedPercent = "50";
+  StartForFaults();
+  BeginFault(
+      {.touched = {PART::kBus}, .lines = {"[ERR] error 25 from tcsetattr"}, .mostLines = 400});
+  // A folder and a link to nowhere cannot be opened, a pipe and a file are no terminals.
+  fs::create_directory("/dev/ttyUSB1");
+  fs::create_symlink("/nonexistent", "/dev/ttyUSB2");
+  ASSERT_EQ(mkfifo("/dev/ttyUSB3", 0600), 0);
+  support::WriteFile("/dev/ttyUSB4", "");
+  Unplug();
+  io->Send("a5b0d00\n");
+  ASSERT_TRUE(WaitForLines("[ERR] unable to  open /dev/ttyUSB1 for hardware communication", 10));
+  EXPECT_LE(CountLines("[ERR] unable to  open /dev/ttyUSB2"), pauses.CountBegun(2) + 1);
+  EXPECT_LE(support::DescriptorsOf(Pid(), "/dev/ttyUSB4").size(), 1U);
+  ExpectService();
+  for (const char* name : {"/dev/ttyUSB1", "/dev/ttyUSB2", "/dev/ttyUSB3", "/dev/ttyUSB4"}) {
+    fs::remove(name);
+  }
+  Plug(0);
+  EndFault();
+}
+
+TEST_F(BusFaults, AStormOfInputReachesTheClientWithoutALossAndNobodyStarves) {
+  StartPolling();
+  BeginFault({.touched = {}, .mostLines = 0});
+  constexpr std::size_t kChanges = 3000;
+  std::vector<sim::Bytes> answers;
+  std::string expected;
+  for (std::size_t i = 0; i < kChanges; ++i) {
+    const std::uint8_t value = i % 2 == 0 ? 0x55 : 0xAA;
+    answers.push_back(sim::Frame({0x21, 0x03, value, static_cast<std::uint8_t>(~value)}));
+    expected += IoLine("a3b0d" + sim::ToHex(value)) +
+                IoLine("a3b1d" + sim::ToHex(static_cast<std::uint8_t>(~value)));
+  }
+  AnswerPollsWith(answers);
+  cae->Send("DRVVER\r\n");
+  EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
+  EXPECT_TRUE(io->Receives(expected));
+  EndFault();
+}
+
+TEST_F(BusFaults, AStormOfBytesThatNobodyAskedForIsSurvived) {
+  StartPolling();
+  BeginFault({.touched = {PART::kBus}, .mostLines = 2000});
+  std::mt19937 random(20260103);
+  for (int i = 0; i < 2000; ++i) {
+    sim::Bytes bytes(random() % 200 + 1);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random()); });
+    adapter.Send(bytes);
+    if (i % 100 == 0) {
+      cae->Send("DRVVER\r\n");
+      EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
+    }
+  }
+  Identify();  // what a chance reply has made of the cards is over
+  ExpectKeyReported();
+  EndFault();
+}
+
+TEST_F(BusFaults, CardsAreExchangedWhileTheDaemonPollsThem) {
+  StartPolling();
+  pauses.SetLength(1, milliseconds(30));
+  BeginFault({.touched = {PART::kBus}, .mostLines = 1000});
+  std::mt19937 random(20260104);
+  for (int i = 0; i < 400; ++i) {
+    const int slot = static_cast<int>(random() % sim::kSlots);
+    const std::uint8_t codes[] = {0, 3, 4, 5, 6, 7, 8, 9, 10, 77, 255};
+    const std::uint8_t code = codes[random() % std::size(codes)];
+    code == 0 ? rack.Remove(slot) : rack.Insert(slot, code);
+    if (i % 20 == 0) {
+      Trigger(sim::request::kIdentify);
+    }
+    io->Send("a" + sim::ToHex(static_cast<std::uint8_t>(slot)).substr(1) + "b0d5A\n");
+  }
+  for (int slot = 0; slot < sim::kSlots; ++slot) {
+    rack.Remove(slot);
+  }
+  rack.PopulateDefault();
+  Identify();
+  ExpectKeyReported();
+  EndFault();
+}
+
+}  // namespace

@@ -1,0 +1,507 @@
+#include "sim/line/Descriptor.h"
+#include "tests/support/ProcessInfo.h"
+#include "tests/support/Text.h"
+#include "tests/system/FaultTest.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <thread>
+
+/// Clients that vanish, stop, flood or send what no program sends: the other two and the bus do not
+/// notice, and the next client finds an ordinary daemon.
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+constexpr PART kInterfaces[] = {PART::kCae, PART::kIo, PART::kMon};
+
+/// A flood takes whole cores: a reply of the rack can be late for it, which costs the link for a
+/// moment.
+const std::string kLateReply[] = {"[INF] comm timeout /dev/ttyUSB",
+                                  "[INF] try to catch hardware on /dev/ttyUSB",
+                                  "[INF] hardware found on /dev/ttyUSB"};
+
+class ClientFaults : public FAULT_TEST {
+ protected:
+  /// Card 3 answers each poll with other keys: an input line at each of them.
+  void StartInputStream() {
+    adapter.SetReplyHook(
+        [value = std::uint8_t(0)](
+            const sim::REQUEST& request,
+            const std::optional<sim::Bytes>&) mutable -> std::optional<sim::REPLY> {
+          if (request.frame.size() < 3 || request.frame[1] != sim::request::kPoll ||
+              request.frame[2] != 3) {
+            return std::nullopt;
+          }
+          return sim::REPLY{{microseconds(0), sim::Frame({0x21, 0x03, ++value, 0x00})}};
+        });
+  }
+  void StopInputStream() { adapter.SetReplyHook(nullptr); }
+
+  /// What was refused goes to CAE, as one message each.
+  std::string Refused(const std::string& command) const {
+    return CaeReply({"COE:Illegal command -> " + command});
+  }
+};
+
+TEST_F(ClientFaults, AResetAtAnyMomentEndsOnlyThatConnection) {
+  config.initPollState = "TRUE";
+  config.speedPercent = "100";
+  StartForFaults();
+  for (const PART part : kInterfaces) {
+    SCOPED_TRACE(Interface(part).name);
+    BeginFault({.touched = {part}, .mostLines = 40});
+    Client(part)->Reset();  // idle
+    ExpectService();
+    Reconnect(part);
+    Client(part)->SendAndWaitUntilRead("DRV");  // in mid-line
+    Client(part)->Reset();
+    ExpectService();
+    Reconnect(part);
+    if (part == PART::kCae) {  // while it is written to
+      for (int i = 0; i < 20; ++i) {
+        Client(part)->Send("HELP\r\n");
+      }
+    } else {
+      StartInputStream();
+    }
+    EXPECT_EQ(Client(part)->Read(20).size(), 20U);
+    Client(part)->Reset();
+    StopInputStream();
+    ExpectService();
+    EndFault();
+  }
+}
+
+TEST_F(ClientFaults, AHalfCloseWhileItIsWrittenToEndsOnlyThatConnection) {
+  config.initPollState = "TRUE";
+  config.speedPercent = "100";
+  StartForFaults();
+  for (const PART part : kInterfaces) {
+    SCOPED_TRACE(Interface(part).name);
+    BeginFault({.touched = {part}, .mostLines = 20});
+    if (part == PART::kCae) {
+      Client(part)->Send("HELP\r\n");
+    } else {
+      StartInputStream();
+    }
+    EXPECT_EQ(Client(part)->Read(20).size(), 20U);
+    Client(part)->CloseSending();
+    ASSERT_TRUE(WaitForLines(ClosedByClient(Interface(part).name), 1));
+    StopInputStream();
+    Client(part)->ReadToEnd();
+    ExpectService();
+    EndFault();
+  }
+}
+
+TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpAfterTenSeconds) {
+  config.speedPercent = "100";
+  StartForFaults();
+  const std::string full = "[ERR] too many messages wait on MON interface, copies are not made";
+  BeginFault(
+      {.touched = {PART::kMon}, .lines = {full, kLateReply[0], kLateReply[1], kLateReply[2]}});
+  mon.reset();
+  ASSERT_TRUE(WaitForLines(Waiting("MON"), 2));
+  TCP_CLIENT stuck(config.mon.port, {.smallBuffers = true});
+  ASSERT_TRUE(stuck.ReadUntil(kMonGreeting).ends_with(kMonGreeting));
+  const long before = support::ResidentKiB(Pid());
+  // Lines for an empty slot: nothing goes to the bus, every byte goes to the monitor.
+  constexpr std::size_t kPushed = 4U * 1024 * 1024;
+  std::string lines;
+  while (lines.size() < 64U * 1024) {
+    lines += "a2b0d00" + std::string(43, '-') + "\n";  // five of them are a read of 255 bytes
+  }
+  long most = 0;
+  for (std::size_t pushed = 0; pushed < kPushed; pushed += lines.size()) {
+    io->Send(lines);
+    most = std::max(most, support::ResidentKiB(Pid()));
+  }
+  ASSERT_TRUE(support::WaitUntil([&] { return io->IsAllRead(); }, 3 * support::kLimit));
+  ExpectService();
+  if (!support::kSanitized) {
+    EXPECT_LT(std::max(most, support::ResidentKiB(Pid())) - before, 16 * 1024);
+  }
+  EXPECT_GE(CountLines(full), 1);
+  ASSERT_TRUE(WaitForLines(ClosedByClient("MON"), 2));
+  stuck.Close();
+  EndFault();
+}
+
+TEST_F(ClientFaults, AFloodOfRefusedCommandsDoesNotFloodTheLogWhileAnOperatorReads) {
+  config.speedPercent = "100";
+  StartForFaults();
+  const std::string full =
+      "[ERR] too many messages wait on CAE interface, refused commands are not reported";
+  BeginFault({.touched = {}, .lines = {full, kLateReply[0], kLateReply[1], kLateReply[2]}});
+  std::string lines;
+  for (int i = 0; i < 60'000; ++i) {
+    lines += "bad\n";
+  }
+  std::atomic<bool> isOver = false;
+  std::thread reader([&] {
+    while (!isOver) {
+      cae->Read(4096, milliseconds(20));
+    }
+  });
+  io->Send(lines);
+  ASSERT_TRUE(support::WaitUntil([&] { return io->IsAllRead(); }, 3 * support::kLimit));
+  isOver = true;
+  reader.join();
+  EXPECT_GE(CountLines(full), 1);
+  EndFault();
+}
+
+TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpAfterTenSeconds) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {PART::kCae}});
+  cae.reset();
+  ASSERT_TRUE(WaitForLines(Waiting("CAE"), 2));
+  TCP_CLIENT stuck(config.cae.port, {.smallBuffers = true});
+  ASSERT_TRUE(stuck.ReadUntil(kCaeGreeting).ends_with(kCaeGreeting));
+  bool isStuck = false;
+  for (int i = 0; i < 500 && !isStuck; ++i) {
+    stuck.Send("HELP\r\n");
+    isStuck = !support::WaitUntil([&] { return stuck.IsAllRead(); }, support::kSilence);
+  }
+  ASSERT_TRUE(isStuck);
+  ExpectService();
+  ASSERT_TRUE(WaitForLines(ClosedByClient("CAE"), 2));
+  stuck.Close();
+  EndFault();
+}
+
+TEST_F(ClientFaults, OneByteASegmentIsOneMessageAByte) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {}});
+  for (const char byte : std::string("DRVVER\r\n")) {
+    cae->SendAndWaitUntilRead(std::string(1, byte));
+    EXPECT_TRUE(cae->Receives(UnknownReply()));
+  }
+  for (const char byte : std::string("a5b0d00")) {
+    io->SendAndWaitUntilRead(std::string(1, byte));
+    EXPECT_TRUE(mon->Receives(std::string(1, byte) + "\r"));
+    EXPECT_TRUE(cae->Receives(Refused(std::string(1, byte))));
+  }
+  io->Send("\n");  // a separator alone is no command
+  EXPECT_TRUE(mon->Receives("\n\r"));
+  EndFault();
+}
+
+TEST_F(ClientFaults, AThousandLinesInOneSegmentAreReadInPiecesOf255BytesAndNoByteIsLost) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {}});
+  std::string text;
+  for (int i = 0; i < 1000; ++i) {
+    text += "a5b0d" + sim::ToHex(static_cast<std::uint8_t>(i)) + "\n";
+  }
+  // A read ends where it ends, also in the middle of a line: that line is two refused ones.
+  constexpr std::size_t kRead = 255;
+  std::string copy;
+  std::vector<std::string> frames;
+  for (std::size_t i = 0; i < text.size(); i += kRead) {
+    const std::string message = text.substr(i, kRead);
+    copy += message + "\r";
+    for (const std::string& line : support::Lines(message)) {
+      if (line.size() >= 7 && line[0] == 'a' && line.starts_with("a5b0d")) {
+        frames.push_back("05 10 05 02 " + line.substr(5, 2) + " FF");
+      }
+    }
+  }
+  const std::uint64_t from = adapter.Requests().Last();
+  io->Send(text);
+  EXPECT_TRUE(mon->Receives(copy));
+  EXPECT_TRUE(support::WaitUntil([&] { return Frames(from).size() >= frames.size(); }));
+  std::vector<std::string> sent = Frames(from);
+  for (std::string& frame : sent) {
+    // A command that was cut behind its first digit still is one, of that digit.
+    EXPECT_TRUE(frame.starts_with("05 10 05 02 ")) << frame;
+  }
+  std::size_t next = 0;
+  for (const std::string& frame : sent) {
+    next += next < frames.size() && frame == frames[next] ? 1 : 0;
+  }
+  EXPECT_EQ(next, frames.size()) << "of the whole lines, in their order";
+  EndFault();
+}
+
+TEST_F(ClientFaults, EveryLengthAround255IsReadInPiecesOfThat) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {}});
+  for (const std::size_t length :
+       {1U, 2U, 253U, 254U, 255U, 256U, 257U, 509U, 510U, 511U, 512U, 765U, 766U, 1020U}) {
+    std::string expected;
+    for (std::size_t left = length; left > 0; left -= std::min<std::size_t>(left, 255)) {
+      expected += std::string(std::min<std::size_t>(left, 255), 'x') + "\r";
+    }
+    io->Send(std::string(length, 'x'));
+    EXPECT_TRUE(mon->Receives(expected)) << length;
+    for (std::size_t left = length; left > 0; left -= std::min<std::size_t>(left, 255)) {
+      EXPECT_TRUE(cae->Receives(Refused(std::string(std::min<std::size_t>(left, 255), 'x'))));
+    }
+    cae->Send(std::string(length, 'y'));
+    for (std::size_t left = length; left > 0; left -= std::min<std::size_t>(left, 255)) {
+      EXPECT_TRUE(cae->Receives(UnknownReply())) << length;
+    }
+  }
+  EndFault();
+}
+
+TEST_F(ClientFaults, EveryByteValueAloneIsAMessageOfItsOwn) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {}});
+  for (int value = 0; value <= 255; ++value) {
+    const std::string byte(1, static_cast<char>(value));
+    const std::string text = value == 0 ? "" : byte;
+    cae->Send(byte);
+    EXPECT_TRUE(cae->Receives(UnknownReply())) << value;
+    io->Send(byte);
+    EXPECT_TRUE(mon->Receives(text + "\r")) << value;
+    if (value != 0 && byte != config.io.inpSeparator) {
+      EXPECT_TRUE(cae->Receives(Refused(text))) << value;
+    }
+    mon->Send(byte);
+  }
+  EndFault();
+}
+
+TEST_F(ClientFaults, ALineWithoutAnEndIsAnsweredPieceByPieceAndCostsNoMemory) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {}});
+  const long before = support::ResidentKiB(Pid());
+  constexpr std::size_t kPieces = 2000;
+  const std::string endless(255 * kPieces, 'x');
+  mon->Send(endless);
+  std::thread sender([&] { cae->Send(endless); });
+  // Where a read finds less than 255 bytes, the pieces are more.
+  for (std::size_t i = 0; i < kPieces; ++i) {
+    const std::string reply = cae->ReadUntil(UnknownReply());
+    if (reply != UnknownReply()) {
+      ADD_FAILURE() << support::Visible(reply);
+      break;
+    }
+  }
+  sender.join();
+  if (!support::kSanitized) {
+    EXPECT_LT(support::ResidentKiB(Pid()) - before, 4096);
+  }
+  EndFault();
+}
+
+TEST_F(ClientFaults, AStormOfConnectionsIsDroppedAndTheNextClientIsServed) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {PART::kCae, PART::kIo, PART::kMon}, .mostLines = 4000});
+  for (int round = 0; round < 5; ++round) {
+    std::vector<int> sockets;
+    for (int i = 0; i < 150; ++i) {
+      const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+      ASSERT_GE(client, 0);
+      sockaddr_in address{};
+      address.sin_family = AF_INET;
+      address.sin_port = htons(static_cast<std::uint16_t>(Interface(kInterfaces[i % 3]).port));
+      address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+      connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      sockets.push_back(client);
+    }
+    if (round % 2 == 0) {
+      cae->Reset();
+      io->Close();
+      mon->CloseSending();
+    }
+    for (const int client : sockets) {
+      const linger atOnce{round % 2, 0};
+      setsockopt(client, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+      close(client);
+    }
+    for (const PART part : kInterfaces) {
+      Reconnect(part);
+    }
+  }
+  EndFault();
+}
+
+TEST_F(ClientFaults, TwoInterfacesCycleWhileTheThirdStreamsAndNoByteReachesAnother) {
+  config.initPollState = "TRUE";
+  config.speedPercent = "100";
+  pauses.SetLength(2, milliseconds(5));
+  pauses.SetLength(3, milliseconds(5));
+  StartForFaults();
+  BeginFault({.touched = {PART::kCae, PART::kIo, PART::kMon}, .mostLines = 4000});
+  StartInputStream();
+  std::atomic<bool> isOver = false;
+  std::string streamed;
+  std::thread stream([&] {
+    while (!isOver) {
+      streamed += io->Read(900, milliseconds(50));
+    }
+  });
+  // Each sees its own greeting and its own answers, and nothing else.
+  const auto cycle = [&](PART part, int rounds) {
+    for (int i = 0; i < rounds; ++i) {
+      const std::string before = Reconnect(part);
+      if (part == PART::kCae) {
+        EXPECT_EQ(before, "");
+        cae->Send("DRVVER\r\n");
+        EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
+      } else {
+        const std::string line = mon->Read(IoLine("a3b0d00").size());
+        EXPECT_EQ(line.substr(0, 5), "a3b0d") << support::Visible(line);
+        mon->Send("DRVVER\r\n");
+      }
+      i % 2 == 0 ? Client(part)->Reset() : Client(part)->Close();
+    }
+  };
+  const int rounds = Rounds(200, 15);
+  std::thread operators([&] { cycle(PART::kCae, rounds); });
+  cycle(PART::kMon, rounds);
+  operators.join();
+  isOver = true;
+  stream.join();
+  StopInputStream();
+  // The stream counts up, without a gap and without a foreign byte.
+  const std::size_t size = IoLine("a3b0d00").size();
+  const std::size_t whole = streamed.size() - streamed.size() % size;
+  ASSERT_GT(whole, 0U);
+  int value = -1;
+  for (std::size_t i = 0; i < whole; i += size) {
+    const std::string line = streamed.substr(i, size);
+    const int number = std::stoi(line.substr(5, 2), nullptr, 16);
+    ASSERT_EQ(line, IoLine("a3b0d" + sim::ToHex(static_cast<std::uint8_t>(number))));
+    ASSERT_TRUE(value < 0 || number == (value + 1) % 256) << line;
+    value = number;
+  }
+  EndFault();
+}
+
+TEST_F(ClientFaults, AClientThatConnectsAgainAndAgainLeavesNothingBehind) {
+  pauses.SetLength(2, milliseconds(0));
+  pauses.SetLength(3, milliseconds(0));
+  config.speedPercent = "100";
+  StartForFaults();
+  const int rounds = Rounds(3400, 40);
+  BeginFault({.touched = {PART::kCae, PART::kIo, PART::kMon},
+              .mostLines = static_cast<std::size_t>(rounds) * 3 * 8 + 20});
+  const auto cycle = [&](PART part) {
+    for (int i = 0; i < rounds; ++i) {
+      Reconnect(part);
+      i % 3 == 0 ? Client(part)->Reset() : Client(part)->Close();
+    }
+  };
+  const long before = support::ResidentKiB(Pid());
+  std::thread first([&] { cycle(PART::kCae); });
+  std::thread second([&] { cycle(PART::kIo); });
+  cycle(PART::kMon);
+  first.join();
+  second.join();
+  if (!support::kSanitized) {
+    EXPECT_LT(support::ResidentKiB(Pid()) - before, 1024);
+  }
+  EndFault();
+}
+
+/// A second machine: a network namespace of its own at the other end of a cable.
+class OTHER_MACHINE {
+ public:
+  OTHER_MACHINE() {
+    std::thread([this] {
+      if (unshare(CLONE_NEWNET) != 0) {
+        return;
+      }
+      m_namespace = sim::DESCRIPTOR(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
+      m_isThere = Run("ip link add vorn-far type veth peer name vorn-near netns " +
+                      std::to_string(getpid())) &&
+                  Run("ip addr add 10.111.0.2/24 dev vorn-far") && Run("ip link set vorn-far up");
+    }).join();
+    m_isThere = m_isThere && Run("ip addr add 10.111.0.1/24 dev vorn-near") &&
+                Run("ip link set vorn-near up");
+  }
+  /// False where the system does not let it be.
+  bool IsThere() const { return m_isThere; }
+
+  /// A connection from there to the daemon, once it has got the greeting.
+  sim::DESCRIPTOR Connect(int port, const std::string& greeting) {
+    sim::DESCRIPTOR client;
+    From([&] { client = ConnectHere(port, greeting); });
+    return client;
+  }
+
+  void PullTheCable() {
+    From([] { EXPECT_TRUE(Run("ip link set vorn-far down")); });
+  }
+
+ private:
+  static bool Run(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+  static sim::DESCRIPTOR ConnectHere(int port, const std::string& greeting) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    inet_pton(AF_INET, "10.111.0.1", &address.sin_addr);
+    sim::DESCRIPTOR client;
+    const auto isGreeted = [&] {
+      client = sim::DESCRIPTOR(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      if (connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return false;
+      }
+      std::string received(greeting.size(), ' ');
+      return recv(client.Get(), received.data(), received.size(), MSG_WAITALL) ==
+                 static_cast<ssize_t>(greeting.size()) &&
+             received == greeting;
+    };
+    EXPECT_TRUE(support::WaitUntil(isGreeted));
+    return client;
+  }
+
+  void From(const std::function<void()>& task) {
+    std::thread([&] {
+      ASSERT_EQ(setns(m_namespace.Get(), CLONE_NEWNET), 0);
+      task();
+    }).join();
+  }
+
+  sim::DESCRIPTOR m_namespace;
+  bool m_isThere = false;
+};
+
+TEST_F(ClientFaults, APeerWhoseLinkGoesDownWithoutAWordIsGivenUpWithinAMinute) {
+  config.speedPercent = "50";
+  StartForFaults();
+  OTHER_MACHINE other;
+  if (!other.IsThere()) {
+    GTEST_SKIP() << "no second network namespace here";
+  }
+  BeginFault({.touched = {PART::kCae, PART::kMon}});
+  cae.reset();
+  mon.reset();
+  const sim::DESCRIPTOR idle = other.Connect(config.cae.port, kCaeGreeting);
+  const sim::DESCRIPTOR writtenTo = other.Connect(config.mon.port, kMonGreeting);
+  other.PullTheCable();
+  io->Send("a5b0d00\n");  // a copy is on its way, and will not be acknowledged
+  ExpectIdle();
+  ExpectService();
+  constexpr milliseconds kMinute{60'000};
+  for (const char* name : {"CAE", "MON"}) {
+    EXPECT_TRUE(log.WaitForLine(ClosedByClient(name), 2, kMinute)) << name;
+  }
+  EndFault();
+}
+
+}  // namespace

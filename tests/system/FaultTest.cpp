@@ -1,0 +1,267 @@
+#include "tests/system/FaultTest.h"
+
+#include "tests/support/ProcessInfo.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+#include <thread>
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr int kThreads = 5;
+constexpr double kIdleShare = 0.05;
+constexpr milliseconds kIdleWindow{400};
+constexpr milliseconds kDescriptorLimit{support::kSanitized ? 5000 : 1000};
+/// A second for a card's answer, two for a discovery, and room for a busy machine.
+constexpr milliseconds kEndLimit{support::kSanitized ? 15'000 : 5000};
+
+constexpr PART kInterfaces[] = {PART::kCae, PART::kIo, PART::kMon};
+
+const char* const kBusLines[] = {
+    "[INF] comm timeout /dev/ttyUSB",
+    "[INF] try to catch hardware on /dev/ttyUSB",
+    "[INF] hardware found on /dev/ttyUSB",
+    "[ERR] unable to  write to /dev/ttyUSB",
+    "[ERR] ttyUSB devices couldn't be found",
+    // Between the listing and the open it may be gone.
+    "[ERR] unable to  open /dev/ttyUSB",
+};
+
+/// Processor time of all its threads so far.
+std::chrono::nanoseconds ProcessorTime(pid_t pid) {
+  clockid_t clock{};
+  timespec time{};
+  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0) {
+    throw std::runtime_error("the process is gone");
+  }
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+std::string Shown(const std::map<int, std::string>& descriptors) {
+  std::string text;
+  for (const auto& [number, target] : descriptors) {
+    text += "  " + std::to_string(number) + " " + target + "\n";
+  }
+  return text;
+}
+
+}  // namespace
+
+void FAULT_TEST::TearDown() {
+  if (m_isUnderWay) {
+    EndFault();
+  }
+  if (daemon.Running()) {
+    for (const int seconds : {1, 2, 3}) {
+      pauses.Release(seconds);
+    }
+    daemon.Signal(SIGTERM);
+    const std::optional<int> status = daemon.WaitForEnd(kEndLimit);
+    EXPECT_TRUE(status) << "it does not end within the longest pause";
+    EXPECT_TRUE(!status || (WIFEXITED(*status) && WEXITSTATUS(*status) == 0)) << *status;
+  }
+  SYSTEM_TEST::TearDown();
+}
+
+void FAULT_TEST::StartForFaults(const support::START& start) {
+  config.autoDiscover = "FALSE";
+  StartLinked(start);
+  for (const PART part : kInterfaces) {
+    Reconnect(part);
+  }
+  Identify();
+}
+
+void FAULT_TEST::Identify() {
+  const auto isIdentified = [this] {
+    cae->Send("FORCEDISCOVER" + config.cae.inpSeparator);
+    const std::string list = cae->ReadUntil(CaeLine(">"));
+    if (m_cards.empty() && list.find(" channel ") != std::string::npos) {
+      m_cards = list;
+    }
+    return !m_cards.empty() && list.ends_with(m_cards);
+  };
+  if (!support::WaitUntil(isIdentified)) {
+    throw std::runtime_error("the cards are not found");
+  }
+}
+
+int FAULT_TEST::Rounds(int all, int ordinary) {
+  const char* const full = std::getenv("VORN_TEST_FULL");
+  return full != nullptr && std::string_view(full) == "1" ? all : ordinary;
+}
+
+// --- around the fault ---------------------------------------------------------------------------
+
+void FAULT_TEST::BeginFault(FAULT_SCOPE scope) {
+  ASSERT_FALSE(m_isUnderWay);
+  ExpectServiceExcept({});
+  m_scope = std::move(scope);
+  m_pid = Pid();
+  EXPECT_TRUE(support::WaitUntil([&] { return support::ThreadCount(m_pid) == kThreads; }));
+  m_descriptors = QuietDescriptors();
+  m_linesBefore = log.AllLines().size();
+  m_isUnderWay = true;
+}
+
+void FAULT_TEST::ExpectService() {
+  ExpectServiceExcept(m_scope.touched);
+}
+
+void FAULT_TEST::ExpectIdle() {
+  if (support::kSanitized) {
+    return;
+  }
+  const auto begin = steady_clock::now();
+  const auto used = ProcessorTime(Pid());
+  std::this_thread::sleep_for(kIdleWindow);
+  const std::chrono::duration<double> took = ProcessorTime(Pid()) - used;
+  const std::chrono::duration<double> passed = steady_clock::now() - begin;
+  EXPECT_LT(took / passed, kIdleShare) << "of a core";
+}
+
+void FAULT_TEST::EndFault() {
+  m_isUnderWay = false;
+  EXPECT_EQ(Pid(), m_pid);
+  ASSERT_TRUE(daemon.Running()) << "the daemon has not survived it";
+  for (const PART part : kInterfaces) {
+    if (m_scope.touched.contains(part)) {
+      Reconnect(part);
+    }
+  }
+  ExpectServiceExcept({});
+  EXPECT_TRUE(support::WaitUntil(
+      [&] { return support::OpenDescriptors(m_pid).size() == m_descriptors.size(); },
+      kDescriptorLimit))
+      << "before:\n"
+      << Shown(m_descriptors) << "now:\n"
+      << Shown(support::OpenDescriptors(m_pid));
+  EXPECT_EQ(support::ThreadCount(m_pid), kThreads);
+  std::vector<std::string> lines = log.AllLines();
+  if (lines.size() >= m_linesBefore) {  // else a test has taken the log away, and all are new
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(m_linesBefore));
+  }
+  for (const std::string& line : lines) {
+    EXPECT_TRUE(IsAllowed(line)) << line;
+  }
+  EXPECT_LE(lines.size(), m_scope.mostLines);
+}
+
+// --- service ------------------------------------------------------------------------------------
+
+void FAULT_TEST::ExpectServiceExcept(const std::set<PART>& touched) {
+  const auto isWell = [&](PART part) { return !touched.contains(part); };
+  if (isWell(PART::kCae)) {
+    const std::string reply = CaeReply({"CIA: DRIVER VERSION 1.20"});
+    cae->Send("DRVVER" + config.cae.inpSeparator);
+    EXPECT_TRUE(cae->ReadUntil(reply).ends_with(reply));
+  }
+  if (isWell(PART::kIo)) {
+    m_value = (m_value + 1) % 256;
+    const std::string command = "a5b0d" + sim::ToHex(static_cast<std::uint8_t>(m_value)) + "\n";
+    const std::uint64_t from = adapter.Requests().Last();
+    io->Send(command);
+    if (isWell(PART::kMon)) {
+      EXPECT_TRUE(mon->ReadUntil(command + "\r").ends_with(command + "\r"));
+    }
+    if (isWell(PART::kBus)) {
+      EXPECT_TRUE(adapter.WaitForRequest(
+          [&](const sim::REQUEST& request) {
+            const sim::Bytes& frame = request.frame;
+            return frame.size() == 6 && frame[1] == sim::request::kOutput && frame[2] == 5 &&
+                   frame[4] == m_value;
+          },
+          support::kLimit, from))
+          << "the output of " << command;
+    }
+  } else if (isWell(PART::kCae) && isWell(PART::kBus)) {
+    const std::string reply = CaeReply({"CIA: MASK is GOT from card", "AMV:0xF:0x3F"});
+    cae->Send("GETANMASK:F" + config.cae.inpSeparator);
+    EXPECT_TRUE(cae->ReadUntil(reply).ends_with(reply));
+  }
+}
+
+std::string FAULT_TEST::Reconnect(PART part) {
+  static const std::map<PART, std::string> kGreetings = {
+      {PART::kCae, kCaeGreeting}, {PART::kIo, kIoGreeting}, {PART::kMon, kMonGreeting}};
+  std::optional<TCP_CLIENT>& client = Client(part);
+  const std::string& greeting = kGreetings.at(part);
+  std::string received;
+  const auto isGreeted = [&] {
+    client.reset();
+    client.emplace(Interface(part).port);
+    received = client->ReadUntil(greeting);
+    return received.ends_with(greeting);
+  };
+  if (!support::WaitUntil(isGreeted)) {
+    throw std::runtime_error("no greeting on " + Interface(part).name);
+  }
+  return received.substr(0, received.size() - greeting.size());
+}
+
+std::optional<TCP_CLIENT>& FAULT_TEST::Client(PART part) {
+  return part == PART::kCae ? cae : part == PART::kIo ? io : mon;
+}
+
+const support::INTERFACE& FAULT_TEST::Interface(PART part) const {
+  return part == PART::kCae ? config.cae : part == PART::kIo ? config.io : config.mon;
+}
+
+// --- what is seen from outside ------------------------------------------------------------------
+
+/// In a moment with the link up and without a pause's pipe, a search's pipe or an open log.
+std::map<int, std::string> FAULT_TEST::QuietDescriptors() const {
+  std::map<int, std::string> descriptors;
+  const std::string logPath = std::filesystem::weakly_canonical(log.Path());
+  const auto isQuiet = [&] {
+    descriptors = support::OpenDescriptors(Pid());
+    bool isLinked = false;
+    bool isBusy = false;
+    for (const auto& [number, target] : descriptors) {
+      isLinked = isLinked || target == adapter.NearPath();
+      isBusy = isBusy || target.starts_with("pipe:") || target == logPath;
+    }
+    return isLinked && !isBusy;
+  };
+  EXPECT_TRUE(support::WaitUntil(isQuiet));
+  return descriptors;
+}
+
+bool FAULT_TEST::IsAllowed(const std::string& line) const {
+  std::vector<std::string> allowed = m_scope.lines;
+  if (m_scope.touched.contains(PART::kBus)) {
+    allowed.insert(allowed.end(), std::begin(kBusLines), std::end(kBusLines));
+  }
+  for (const PART part : kInterfaces) {
+    if (m_scope.touched.contains(part)) {
+      const std::string& name = Interface(part).name;
+      allowed.insert(allowed.end(),
+                     {Listening(Interface(part)), Waiting(name),
+                      "[INF] client is connected on " + name + " interface from ",
+                      ClosedByClient(name), "[ERR] socket write error on " + name + " interface"});
+    }
+  }
+  return std::any_of(allowed.begin(), allowed.end(),
+                     [&](const std::string& beginning) { return line.starts_with(beginning); });
+}
+
+int FAULT_TEST::CountLines(const std::string& beginning) const {
+  const std::vector<std::string> lines = log.AllLines();
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+    return line.starts_with(beginning);
+  }));
+}
+
+bool FAULT_TEST::WaitForLines(const std::string& beginning, int count) const {
+  return support::WaitUntil([&] { return CountLines(beginning) >= count; });
+}

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "tests/system/SystemTest.h"
+
+#include <chrono>
+#include <cstddef>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+/// What a fault can be about.
+enum class PART { kBus, kCae, kIo, kMon };
+
+/// What a fault may do. All that it does not touch answers as ever while it lasts.
+struct FAULT_SCOPE {
+  std::set<PART> touched;
+  /// Log lines that it may bring, by their beginnings; those of a lost and regained link or client
+  /// need not be named for a part that is touched.
+  std::vector<std::string> lines{};
+  /// All lines that it brings are so many at most: no flood.
+  std::size_t mostLines = 20;
+};
+
+/// A daemon that goes through a fault. Around any fault eight things hold, and this checks them:
+///
+///  1. the process is the same,
+///  2. it has five threads,
+///  3. a second after the fault its descriptors are those from before,
+///  4. it takes less than 5 % of a core while the fault lasts (ExpectIdle, where there is no flood
+///     and no card to be waited for),
+///  5. the bus and the interfaces that the fault does not touch answer meanwhile (ExpectService),
+///     and all of them afterwards,
+///  6. the log has only the lines that belong to the fault, and no flood of them,
+///  7. nothing is on its standard streams, where sanitizers report,
+///  8. SIGTERM afterwards ends it with status 0, within the longest pause it can be in.
+///
+/// A test starts by StartForFaults, makes its fault between BeginFault and EndFault, any number of
+/// times, and has the clients `cae`, `io` and `mon` for itself as far as its fault touches them.
+class FAULT_TEST : public SYSTEM_TEST {
+ public:
+  /// Long series are scaled: all of it with VORN_TEST_FULL=1 in the environment, else what suits an
+  /// ordinary run.
+  static int Rounds(int all, int ordinary);
+
+ protected:
+  void TearDown() override;
+
+  /// The rack is found and identified, and polled where the configuration says so; three clients
+  /// are greeted. Without auto-discovery, since each identification makes the polls longer.
+  void StartForFaults(const support::START& start = {});
+
+  /// Asks the bus for its cards until the answer is that of the start: what a fault has made of the
+  /// card table, or of the rack, is over then.
+  void Identify();
+
+  void BeginFault(FAULT_SCOPE scope);
+  /// While the fault lasts.
+  void ExpectService();
+  void ExpectIdle();
+  /// The test has taken the fault away. What was touched comes back by itself.
+  void EndFault();
+
+  /// Drops the client of a part, if there is one, and connects another; what was left for its
+  /// predecessor comes before the greeting, and is returned.
+  std::string Reconnect(PART part);
+  std::optional<TCP_CLIENT>& Client(PART part);
+  const support::INTERFACE& Interface(PART part) const;
+
+  /// How often the line begins a line of the log.
+  int CountLines(const std::string& beginning) const;
+  bool WaitForLines(const std::string& beginning, int count) const;
+
+  std::optional<TCP_CLIENT> io;
+  std::optional<TCP_CLIENT> mon;
+
+ private:
+  void ExpectServiceExcept(const std::set<PART>& touched);
+  bool IsAllowed(const std::string& line) const;
+  std::map<int, std::string> QuietDescriptors() const;
+
+  pid_t m_pid = 0;  // since BeginFault
+  bool m_isUnderWay = false;
+  FAULT_SCOPE m_scope;
+  std::size_t m_linesBefore = 0;
+  std::map<int, std::string> m_descriptors;
+  int m_value = 0;      // of the last output command
+  std::string m_cards;  // as FORCEDISCOVER lists them, since StartForFaults
+};

@@ -1,0 +1,575 @@
+#include "sim/line/Descriptor.h"
+#include "tests/support/ListeningPorts.h"
+#include "tests/support/ProcessInfo.h"
+#include "tests/support/SystemLog.h"
+#include "tests/support/Text.h"
+#include "tests/system/FaultTest.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <random>
+
+/// What the machine can do to the daemon: its log, its descriptors, its programs, its signals and
+/// its configuration.
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+const std::string kNoDevice = "[ERR] ttyUSB devices couldn't be found";
+
+class SystemFaults : public FAULT_TEST {
+ protected:
+  ~SystemFaults() override {
+    if (m_isMounted) {
+      umount2(Disk().c_str(), MNT_DETACH);
+    }
+  }
+
+  std::string Disk() const { return Folder() + "/disk"; }
+
+  /// The log is on a small disk of its own. False where no disk can be mounted.
+  bool PutLogOnADisk() {
+    fs::create_directory(Disk());
+    m_isMounted = mount("vorn-test", Disk().c_str(), "tmpfs", 0, "size=64k") == 0;
+    fs::create_symlink(Disk() + "/vorn.log", log.Path());
+    return m_isMounted;
+  }
+
+  /// A client leaves and another comes, which are four log lines.
+  void ExchangeIoClient() {
+    io->Close();
+    Reconnect(PART::kIo);
+  }
+
+  /// The log is written again.
+  void ExpectLogToGoOn() {
+    const int before = CountLines(ClosedByClient("IO"));
+    ExchangeIoClient();
+    EXPECT_TRUE(WaitForLines(ClosedByClient("IO"), before + 1));
+  }
+
+  void SetDescriptorLimit(rlim_t count) const {
+    rlimit limit{};
+    ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    limit.rlim_cur = count;
+    ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  }
+
+  /// Stopped, looked at, and continued.
+  void StopAndContinue() {
+    daemon.Signal(SIGSTOP);
+    ASSERT_TRUE(
+        support::WaitUntil([&] { return support::StatusField(Pid(), "State").starts_with("T"); }));
+    daemon.Signal(SIGCONT);
+  }
+
+  /// Only these programs are found.
+  support::START WithPath(const std::string& path) const {
+    support::START start;
+    start.environment["PATH"] = path;
+    return start;
+  }
+
+ private:
+  bool m_isMounted = false;
+};
+
+// --- the log ------------------------------------------------------------------------------------
+
+TEST_F(SystemFaults, AFullDiskLosesLogLinesAndNothingElse) {
+  if (!PutLogOnADisk()) {
+    GTEST_SKIP() << "no disk can be mounted here";
+  }
+  config.speedPercent = "50";
+  StartForFaults();
+  BeginFault({.touched = {PART::kIo}});
+  const std::string ballast = Disk() + "/ballast";
+  fs::remove(Disk() + "/vorn.log");  // its last page would have room for some lines
+  {
+    const sim::DESCRIPTOR file(open(ballast.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const std::string block(4096, 'x');
+    while (write(file.Get(), block.data(), block.size()) > 0) {
+    }
+  }
+  for (int i = 0; i < 3; ++i) {
+    ExchangeIoClient();
+  }
+  ExpectIdle();
+  ExpectService();
+  EXPECT_EQ(log.Text(), "");
+  fs::remove(ballast);
+  ExpectLogToGoOn();
+  EndFault();
+}
+
+TEST_F(SystemFaults, ALogFolderThatIsTakenAwayOrReadOnlyLosesLogLinesAndNothingElse) {
+  if (!PutLogOnADisk()) {
+    GTEST_SKIP() << "no disk can be mounted here";
+  }
+  config.speedPercent = "50";
+  StartForFaults();
+  BeginFault({.touched = {PART::kIo}});
+  fs::remove(log.Path());
+  fs::create_symlink(Folder() + "/gone/vorn.log", log.Path());
+  ExchangeIoClient();
+  ExpectIdle();
+  ExpectService();
+  fs::remove(log.Path());
+  fs::create_symlink(Disk() + "/vorn.log", log.Path());
+  ExpectLogToGoOn();
+  EndFault();
+
+  BeginFault({.touched = {PART::kIo}});
+  ASSERT_EQ(mount(nullptr, Disk().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  ExchangeIoClient();
+  ExpectIdle();
+  ExpectService();
+  ASSERT_EQ(mount(nullptr, Disk().c_str(), nullptr, MS_REMOUNT, nullptr), 0);
+  ExpectLogToGoOn();
+  EndFault();
+}
+
+TEST_F(SystemFaults, APipeInTheLogsPlaceHoldsNobody) {
+  config.speedPercent = "50";
+  StartForFaults();
+  BeginFault({.touched = {PART::kIo}});
+  fs::rename(log.Path(), Folder() + "/old.log");
+  ASSERT_EQ(mkfifo(log.Path().c_str(), 0600), 0);
+  ExchangeIoClient();  // without a reader
+  ExpectService();
+  const sim::DESCRIPTOR reader(open(log.Path().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  const std::string block(4096, 'x');
+  while (write(reader.Get(), block.data(), block.size()) > 0) {
+  }
+  ExchangeIoClient();  // with one that does not read
+  ExpectIdle();
+  ExpectService();
+  fs::remove(log.Path());
+  fs::rename(Folder() + "/old.log", log.Path());
+  ExpectLogToGoOn();
+  EndFault();
+}
+
+// --- descriptors --------------------------------------------------------------------------------
+
+TEST_F(SystemFaults, EveryDescriptorLimitAtTheStartIsAnEndOrADaemonThatCanBeStopped) {
+  config.speedPercent = "50";
+  support::WriteFile(support::kConfigPath, config.Text());
+  pauses.AllowSearch();
+  // Below 4 the program itself cannot be loaded.
+  for (unsigned int limit = support::kSanitized ? 8 : 4; limit <= 16; ++limit) {
+    SCOPED_TRACE(limit);
+    support::START start;
+    start.descriptorLimit = limit;
+    start.environment["VORN_TEST_PAUSES"] = pauses.Folder();
+    start.environment["PATH"] = support::PAUSES::Path();
+    const int status = daemon.Start(start);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    ASSERT_TRUE(
+        support::WaitUntil([&] { return !daemon.Running() || support::ThreadCount(Pid()) == 5; }));
+    if (daemon.Running()) {
+      if (limit % 4 == 0) {
+        ExpectIdle();
+      }
+      daemon.Signal(SIGTERM);
+    }
+    const std::optional<int> end = daemon.WaitForEnd();
+    ASSERT_TRUE(end);
+    ASSERT_TRUE(WIFEXITED(*end)) << "signal " << WTERMSIG(*end);
+    EXPECT_LE(WEXITSTATUS(*end), 1);  // 1: no pid file
+  }
+  isEndExpected = false;
+  expectedOutput.reset();  // the pauses' shells complain, and "Couldn't open pid file."
+}
+
+TEST_F(SystemFaults, WithoutADescriptorToBeHadClientsStayServedAndLaterOnesAreWhenThereIsOne) {
+  config.speedPercent = "50";
+  StartForFaults();
+  rlimit usual{};
+  ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, nullptr, &usual), 0);
+  BeginFault(
+      {.touched = {PART::kIo, PART::kMon},
+       .lines = {"[ERR] socket accept error on MON interface", "[ERR] couldn't open socket for"}});
+  const int pausesBefore = pauses.CountBegun(3);
+  pauses.Hold(3);
+  mon->Close();
+  ASSERT_TRUE(pauses.WaitUntilBegun(3, pausesBefore + 1));
+  SetDescriptorLimit(3);  // no number is free
+  pauses.Release(3);
+  // MON's accept fails, and IO finds no socket to listen on.
+  ASSERT_TRUE(support::WaitUntil([&] { return TCP_CLIENT::IsRefused(config.mon.port); }));
+  io->Close();
+  ASSERT_TRUE(support::WaitUntil([&] { return TCP_CLIENT::IsRefused(config.io.port); }));
+  ExpectIdle();
+  ExpectService();
+  SetDescriptorLimit(usual.rlim_cur);
+  EndFault();
+}
+
+TEST_F(SystemFaults, AThousandOpenDescriptorsAtTheStartHarmNothing) {
+  support::START start;
+  start.descriptorsInUse = 1000;
+  StartForFaults(start);
+  BeginFault({.touched = {PART::kIo}});
+  ExchangeIoClient();
+  EndFault();
+}
+
+// --- programs and surroundings ------------------------------------------------------------------
+
+TEST_F(SystemFaults, WithoutLsOrGrepNoAdapterIsFoundAndNothingSpins) {
+  config.speedPercent = "50";
+  const std::string path = support::PAUSES::Path();
+  const std::string sleepAlone = path.substr(0, path.find(':'));
+  const std::string sleepAndLs = path.substr(0, path.find(':', sleepAlone.size() + 1));
+  Plug(0);
+  for (const std::string& programs : {sleepAlone, sleepAndLs}) {
+    SCOPED_TRACE(programs);
+    fs::remove(log.Path());
+    pauses.SetLength(2, milliseconds(150));
+    const int before = pauses.CountBegun(2);
+    Start(WithPath(programs));
+    Reconnect(PART::kCae);
+    ASSERT_TRUE(WaitForLines(kNoDevice, 2));
+    ExpectIdle();
+    Synchronise(*cae);
+    EXPECT_LE(CountLines(kNoDevice), pauses.CountBegun(2) - before + 1);
+    Stop(SIGTERM);
+  }
+  expectedOutput.reset();  // the shell misses its programs
+}
+
+TEST_F(SystemFaults, WhereNoChildCanBeMadeThePausesAreMadeAllTheSame) {
+  config.speedPercent = "50";
+  support::START start;
+  start.refuseSpawn = true;
+  const auto begin = steady_clock::now();
+  Start(start);
+  Reconnect(PART::kCae);
+  EXPECT_GE(steady_clock::now() - begin, milliseconds(3000));
+  ExpectIdle();
+  Synchronise(*cae);
+  EXPECT_EQ(pauses.Begun(), std::vector<int>{});
+  const auto passed = steady_clock::now() - begin;
+  EXPECT_LE(CountLines(kNoDevice), passed / milliseconds(2000) + 1);
+  EXPECT_GE(CountLines(kNoDevice), 1);
+}
+
+TEST_F(SystemFaults, ClosedStandardStreamsAreNeverAClientsConnection) {
+  support::START start;
+  start.closedStreams = true;
+  StartForFaults(start);
+  for (const int stream : {0, 1, 2}) {
+    EXPECT_EQ(support::OpenDescriptors(Pid()).at(stream), "/dev/null");
+  }
+  BeginFault({.touched = {PART::kBus, PART::kIo}});
+  Unplug();
+  io->Send("a5b0d00\n");
+  ASSERT_TRUE(WaitForLines(kNoDevice, 2));
+  ExchangeIoClient();
+  Plug(1);
+  EndFault();
+}
+
+TEST_F(SystemFaults, AnOddLocaleAndTimeZoneChangeNothing) {
+  support::START start;
+  start.environment["LC_ALL"] = "tr_TR.UTF-8";
+  start.environment["LANG"] = "no such locale";
+  start.environment["TZ"] = ":/dev/null";
+  StartForFaults(start);
+  BeginFault({.touched = {PART::kIo}});
+  EXPECT_TRUE(Answers(*cae, "SPEED=50", {"CIA: SPEED IS SET to 50%"}));
+  io->Send("a5b1dIi\n");  // no digits
+  EXPECT_TRUE(mon->Receives("a5b1dIi\n\r"));
+  ExchangeIoClient();
+  EndFault();
+}
+
+// --- signals ------------------------------------------------------------------------------------
+
+TEST_F(SystemFaults, AStopAndAContinueOfTheProcessLoseNothing) {
+  config.initPollState = "TRUE";
+  StartForFaults();
+  BeginFault({.touched = {}, .mostLines = 0});
+  for (int i = 0; i < 5; ++i) {
+    daemon.Signal(SIGSTOP);
+    ASSERT_TRUE(
+        support::WaitUntil([&] { return support::StatusField(Pid(), "State").starts_with("T"); }));
+    cae->Send("DRVVER\r\n");
+    io->Send("a5b0d77\n");
+    ASSERT_TRUE(rack.Press(3, i));
+    daemon.Signal(SIGCONT);
+    EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
+    EXPECT_TRUE(
+        io->Receives(IoLine("a3b0d" + sim::ToHex(static_cast<std::uint8_t>((2 << i) - 1)))));
+    EXPECT_TRUE(mon->ReadUntil("a5b0d77\n\r").ends_with("a5b0d77\n\r"));
+  }
+  EndFault();
+}
+
+TEST_F(SystemFaults, AStopAContinueAndASignalEndItInEveryState) {
+  struct STATE {
+    const char* name;
+    std::function<void()> enter;
+    std::function<void()> leave;
+  };
+  const auto nothing = [] {};
+  std::optional<TCP_CLIENT> stuck;
+  const STATE states[] = {
+      {"no adapter",
+       [&] {
+         Start();
+         ASSERT_TRUE(log.WaitForLine(kNoDevice));
+       },
+       nothing},
+      {"its workers about to start",
+       [&] {
+         Start();
+         ASSERT_TRUE(log.WaitForLine("[INF] vorn is started"));
+       },
+       nothing},
+      {"nobody connected",
+       [&] {
+         StartLinked();
+         ASSERT_TRUE(log.WaitForLine(Waiting("MON")));
+       },
+       nothing},
+      {"a reply awaited",
+       [&] {
+         StartForFaults();
+         adapter.Faults().Add({.kind = sim::FAULT_KIND::kNoAnswer, .times = std::nullopt});
+         io->SendAndWaitUntilRead("a5b0d00\n");
+       },
+       [&] { adapter.Faults().ClearAll(); }},
+      {"the pause of a command",
+       [&] {
+         StartForFaults();
+         const int before = pauses.CountBegun(1);
+         pauses.Hold(1);
+         cae->Send("REBOOT:5\r\n");
+         ASSERT_TRUE(pauses.WaitUntilBegun(1, before + 1));
+       },
+       [&] { pauses.Release(1); }},
+      {"a reader that stopped",
+       [&] {
+         config.speedPercent = "100";
+         Start();
+         stuck.emplace(config.cae.port, support::CLIENT_OPTIONS{.smallBuffers = true});
+         ASSERT_TRUE(stuck->Receives(kCaeGreeting));
+         bool isStuck = false;
+         for (int i = 0; i < 500 && !isStuck; ++i) {
+           stuck->Send("HELP\r\n");
+           isStuck = !support::WaitUntil([&] { return stuck->IsAllRead(); }, support::kSilence);
+         }
+       },
+       nothing},
+  };
+  for (const STATE& state : states) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+      SCOPED_TRACE(state.name);
+      fs::remove(log.Path());
+      state.enter();
+      ASSERT_FALSE(HasFatalFailure());
+      StopAndContinue();
+      daemon.Signal(signal);
+      state.leave();
+      ExpectEnd();
+      EXPECT_EQ(log.Count("[INF] vorn is stopped by SIGTERM or SIGINT"), 1);
+      stuck.reset();
+      cae.reset();
+      io.reset();
+      mon.reset();
+      if (adapter.Plugged()) {
+        Unplug();
+      }
+    }
+  }
+}
+
+TEST_F(SystemFaults, KilledAndStartedAgainItServesAtOnce) {
+  config.initPollState = "TRUE";
+  for (int i = 0; i < 3; ++i) {
+    StartForFaults();
+    EXPECT_EQ(support::ReadFile(support::kPidPath), std::to_string(Pid()));
+    BeginFault({.touched = {}});
+    EndFault();
+    daemon.Signal(SIGKILL);
+    const std::optional<int> end = daemon.WaitForEnd();
+    ASSERT_TRUE(end && WIFSIGNALED(*end));
+    // Its clients are still there when the next one takes the ports.
+    Unplug();
+  }
+  EXPECT_EQ(log.LinesWith("bind"), std::vector<std::string>{});
+  EXPECT_EQ(log.Count("[INF] vorn is started"), 3);
+  isEndExpected = false;
+}
+
+// --- configuration ------------------------------------------------------------------------------
+
+class HostileConfiguration : public SYSTEM_TEST {
+ protected:
+  enum class OUTCOME { kStarted, kRefused };
+
+  /// What the daemon makes of whatever stands in the configuration file's place: three interfaces
+  /// that listen, or the documented failure. A file that cannot be read as XML must be told to the
+  /// system log; of another, a bad port may be all that is known, and no log be named.
+  OUTCOME Outcome(bool mustTell = true) {
+    support::START start;
+    start.workingFolder = Folder();  // a name of the log may have lost its folder
+    start.environment["PATH"] = support::PAUSES::Path();
+    start.environment["VORN_TEST_PAUSES"] = pauses.Folder();
+    EXPECT_EQ(daemon.Start(start), 0);
+    bool isListening = false;
+    EXPECT_TRUE(support::WaitUntil(
+        [&] {
+          isListening = support::ListeningPorts(Pid()).size() == 3;
+          return isListening || !daemon.Running();
+        },
+        milliseconds(support::kSanitized ? 20'000 : 5000)))
+        << "neither started nor refused";
+    OUTCOME outcome = OUTCOME::kStarted;
+    if (daemon.Running()) {
+      Stop(SIGTERM);
+    } else {
+      ExpectEnd();
+      outcome = OUTCOME::kRefused;
+      const std::string told = m_systemLog.Receive(mustTell ? kLimit : milliseconds(0));
+      EXPECT_TRUE(!mustTell || told.find("unable to parse XML file!") != std::string::npos) << told;
+    }
+    fs::remove(log.Path());
+    return outcome;
+  }
+  OUTCOME OutcomeOf(const std::string& text, bool mustTell = true) {
+    support::WriteFile(support::kConfigPath, text);
+    return Outcome(mustTell);
+  }
+
+  support::SYSTEM_LOG m_systemLog;
+};
+
+TEST_F(HostileConfiguration, CutAtAnyByteIsRefused) {
+  const std::string whole = config.Text();
+  ASSERT_EQ(OutcomeOf(whole), OUTCOME::kStarted);
+  const std::size_t end = whole.rfind('>');
+  const auto step = static_cast<std::size_t>(FAULT_TEST::Rounds(1, 5));
+  for (std::size_t length = 0; length <= end; length += step) {
+    EXPECT_EQ(OutcomeOf(whole.substr(0, length)), OUTCOME::kRefused) << length;
+  }
+  EXPECT_EQ(OutcomeOf(whole.substr(0, end)), OUTCOME::kRefused);
+  EXPECT_EQ(OutcomeOf(whole.substr(0, end + 1)), OUTCOME::kStarted);
+}
+
+TEST_F(HostileConfiguration, MutatedItStartsOrIsRefusedAndNothingBetween) {
+  config.logFile = "vorn.log";
+  const std::string whole = config.Text();
+  std::mt19937 random(20260105);
+  int started = 0;
+  int refused = 0;
+  // Without a slash: no mutation makes a log elsewhere.
+  const std::string bytes = "<>\"'=& ?!-[]A0159\x01\x7F\x80\xFF\n\\" + std::string(1, '\0');
+  for (int i = 0; i < FAULT_TEST::Rounds(3000, 80); ++i) {
+    std::string text = whole;
+    for (unsigned long changes = random() % 3 + 1; changes > 0; --changes) {
+      const std::size_t place = random() % text.size();
+      switch (random() % 3) {
+        case 0:
+          text[place] = bytes[random() % bytes.size()];
+          break;
+        case 1:
+          text.insert(place, 1, bytes[random() % bytes.size()]);
+          break;
+        default:
+          text.erase(place, random() % 8 + 1);
+          break;
+      }
+    }
+    SCOPED_TRACE(support::Visible(text));
+    (OutcomeOf(text, false) == OUTCOME::kStarted ? started : refused) += 1;
+  }
+  EXPECT_GT(started, 0);
+  EXPECT_GT(refused, 0);
+}
+
+TEST_F(HostileConfiguration, WhatIsNoFileIsRefused) {
+  fs::create_directory(support::kConfigPath);
+  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
+  fs::remove(support::kConfigPath);
+  ASSERT_EQ(mkfifo(support::kConfigPath, 0600), 0);
+  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
+  fs::remove(support::kConfigPath);
+  fs::create_symlink(support::kConfigPath, support::kConfigPath);
+  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
+  fs::remove(support::kConfigPath);
+  fs::create_symlink("/dev/zero", support::kConfigPath);
+  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
+  fs::remove(support::kConfigPath);
+}
+
+TEST_F(HostileConfiguration, HugeDeepAndExplosiveFilesStartOrAreRefused) {
+  const std::string whole = config.Text();
+  const std::size_t inside = whole.rfind("</VORNConfig>");
+  const auto with = [&](const std::string& text) {
+    std::string all = whole;
+    return all.insert(inside, text);
+  };
+  constexpr std::size_t kHuge = 64U * 1024 * 1024;
+  EXPECT_EQ(OutcomeOf(with("<!--" + std::string(kHuge, 'x') + "-->")), OUTCOME::kStarted);
+  EXPECT_EQ(OutcomeOf(with("<Unknown Text=\"" + std::string(kHuge, 'x') + "\"/>")),
+            OUTCOME::kStarted);
+  EXPECT_EQ(OutcomeOf(std::string(kHuge, '<')), OUTCOME::kRefused);
+  EXPECT_EQ(OutcomeOf(std::string(kHuge, '\0')), OUTCOME::kRefused);
+  std::string deep;
+  constexpr int kLevels = 100'000;
+  for (int i = 0; i < kLevels; ++i) {
+    deep += "<a>";
+  }
+  EXPECT_EQ(OutcomeOf(with(deep)), OUTCOME::kRefused);
+  for (int i = 0; i < kLevels; ++i) {
+    deep += "</a>";
+  }
+  EXPECT_EQ(OutcomeOf(with(deep)), OUTCOME::kStarted);
+  std::string bomb = "<!DOCTYPE VORNConfig [<!ENTITY a0 \"xxxxxxxxxx\">";
+  for (int i = 1; i < 12; ++i) {
+    const std::string one = "&a" + std::to_string(i - 1) + ";";
+    bomb += "<!ENTITY a" + std::to_string(i) + " \"" + one + one + one + one + one + one + "\">";
+  }
+  bomb += "]>";
+  // Entities of its own are not expanded: it is an unknown element with an odd text.
+  std::string explosive = with("<Unknown Text=\"&a11;\">&a11;</Unknown>");
+  EXPECT_EQ(OutcomeOf(explosive.insert(explosive.find("<VORNConfig>"), bomb)), OUTCOME::kStarted);
+}
+
+TEST_F(HostileConfiguration, EveryEncodingThatIsMarkedStartsAndAWrongMarkIsRefused) {
+  const std::string whole = config.Text();
+  const auto encoded = [&](const std::string& mark, std::size_t width, bool isLittle) {
+    std::string text = mark;
+    for (const char byte : whole) {
+      std::string unit(width, '\0');
+      unit[isLittle ? 0 : width - 1] = byte;
+      text += unit;
+    }
+    return text;
+  };
+  EXPECT_EQ(OutcomeOf("\xEF\xBB\xBF" + whole), OUTCOME::kStarted);
+  EXPECT_EQ(OutcomeOf(encoded("\xFE\xFF", 2, false)), OUTCOME::kStarted);
+  EXPECT_EQ(OutcomeOf(encoded("\xFF\xFE", 2, true)), OUTCOME::kStarted);
+  EXPECT_EQ(OutcomeOf(encoded(std::string("\0\0\xFE\xFF", 4), 4, false)), OUTCOME::kStarted);
+  EXPECT_EQ(OutcomeOf(encoded(std::string("\xFF\xFE\0\0", 4), 4, true)), OUTCOME::kStarted);
+  EXPECT_EQ(OutcomeOf("\xFE\xFF" + whole), OUTCOME::kRefused);
+  EXPECT_EQ(OutcomeOf(encoded("\xFE\xFF", 2, true)), OUTCOME::kRefused);
+}
+
+}  // namespace
