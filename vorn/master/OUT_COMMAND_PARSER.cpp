@@ -235,7 +235,10 @@ void OUT_COMMAND_PARSER::Refuse(const std::string& command) {
 }
 
 void OUT_COMMAND_PARSER::TellOperator(const std::string& text) {
-  const bool full = m_caeOutput.Size() >= kConsoleBacklogLimit;
+  // Full until half of them are gone: a report is two messages, and the worker takes one at a time;
+  // right at the limit each would bring a log line.
+  const bool full =
+      m_caeOutput.Size() >= (m_consoleFull ? kConsoleBacklogLimit / 2 : kConsoleBacklogLimit);
   if (full && !m_consoleFull) {
     m_logger.WriteLog(kErr,
                       "too many messages wait on CAE interface, refused commands are not reported");
