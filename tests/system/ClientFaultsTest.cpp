@@ -24,13 +24,21 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
+constexpr milliseconds kMinute{60'000};
+
 constexpr PART kInterfaces[] = {PART::kCae, PART::kIo, PART::kMon};
 
 /// A flood takes whole cores: a reply of the rack can be late for it, which costs the link for a
 /// moment.
-const std::string kLateReply[] = {"[INF] comm timeout /dev/ttyUSB",
-                                  "[INF] try to catch hardware on /dev/ttyUSB",
-                                  "[INF] hardware found on /dev/ttyUSB"};
+std::vector<std::string> LateReply() {
+  return {"[INF] comm timeout /dev/ttyUSB", "[INF] try to catch hardware on /dev/ttyUSB",
+          "[INF] hardware found on /dev/ttyUSB"};
+}
+std::vector<std::string> LateReplyOr(const std::string& line) {
+  std::vector<std::string> lines = LateReply();
+  lines.push_back(line);
+  return lines;
+}
 
 class ClientFaults : public FAULT_TEST {
  protected:
@@ -61,7 +69,7 @@ TEST_F(ClientFaults, AResetAtAnyMomentEndsOnlyThatConnection) {
   StartForFaults();
   for (const PART part : kInterfaces) {
     SCOPED_TRACE(Interface(part).name);
-    BeginFault({.touched = {part}, .mostLines = 40});
+    BeginFault({.touched = {part}, .lines = LateReply(), .mostLines = 40});
     Client(part)->Reset();  // idle
     ExpectService();
     Reconnect(part);
@@ -90,7 +98,7 @@ TEST_F(ClientFaults, AHalfCloseWhileItIsWrittenToEndsOnlyThatConnection) {
   StartForFaults();
   for (const PART part : kInterfaces) {
     SCOPED_TRACE(Interface(part).name);
-    BeginFault({.touched = {part}, .mostLines = 20});
+    BeginFault({.touched = {part}, .lines = LateReply()});
     if (part == PART::kCae) {
       Client(part)->Send("HELP\r\n");
     } else {
@@ -106,12 +114,11 @@ TEST_F(ClientFaults, AHalfCloseWhileItIsWrittenToEndsOnlyThatConnection) {
   }
 }
 
-TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpAfterTenSeconds) {
+TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpWithinAMinute) {
   config.speedPercent = "100";
   StartForFaults();
   const std::string full = "[ERR] too many messages wait on MON interface, copies are not made";
-  BeginFault(
-      {.touched = {PART::kMon}, .lines = {full, kLateReply[0], kLateReply[1], kLateReply[2]}});
+  BeginFault({.touched = {PART::kMon}, .lines = LateReplyOr(full)});
   mon.reset();
   ASSERT_TRUE(WaitForLines(Waiting("MON"), 2));
   TCP_CLIENT stuck(config.mon.port, {.smallBuffers = true});
@@ -134,7 +141,7 @@ TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpAfterTenSe
     EXPECT_LT(std::max(most, support::ResidentKiB(Pid())) - before, 16 * 1024);
   }
   EXPECT_GE(CountLines(full), 1);
-  ASSERT_TRUE(WaitForLines(ClosedByClient("MON"), 2));
+  ASSERT_TRUE(log.WaitForLine(ClosedByClient("MON"), 2, kMinute));
   stuck.Close();
   EndFault();
 }
@@ -144,7 +151,7 @@ TEST_F(ClientFaults, AFloodOfRefusedCommandsDoesNotFloodTheLogWhileAnOperatorRea
   StartForFaults();
   const std::string full =
       "[ERR] too many messages wait on CAE interface, refused commands are not reported";
-  BeginFault({.touched = {}, .lines = {full, kLateReply[0], kLateReply[1], kLateReply[2]}});
+  BeginFault({.touched = {}, .lines = LateReplyOr(full)});
   std::string lines;
   for (int i = 0; i < 60'000; ++i) {
     lines += "bad\n";
@@ -163,7 +170,7 @@ TEST_F(ClientFaults, AFloodOfRefusedCommandsDoesNotFloodTheLogWhileAnOperatorRea
   EndFault();
 }
 
-TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpAfterTenSeconds) {
+TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
   config.speedPercent = "100";
   StartForFaults();
   BeginFault({.touched = {PART::kCae}});
@@ -178,7 +185,7 @@ TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpAfterTenSeconds) {
   }
   ASSERT_TRUE(isStuck);
   ExpectService();
-  ASSERT_TRUE(WaitForLines(ClosedByClient("CAE"), 2));
+  ASSERT_TRUE(log.WaitForLine(ClosedByClient("CAE"), 2, kMinute));
   stuck.Close();
   EndFault();
 }
@@ -497,7 +504,6 @@ TEST_F(ClientFaults, APeerWhoseLinkGoesDownWithoutAWordIsGivenUpWithinAMinute) {
   io->Send("a5b0d00\n");  // a copy is on its way, and will not be acknowledged
   ExpectIdle();
   ExpectService();
-  constexpr milliseconds kMinute{60'000};
   for (const char* name : {"CAE", "MON"}) {
     EXPECT_TRUE(log.WaitForLine(ClosedByClient(name), 2, kMinute)) << name;
   }
