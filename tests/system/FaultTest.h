@@ -18,7 +18,8 @@ struct FAULT_SCOPE {
   /// Log lines that it may bring, by their beginnings; those of a lost and regained link or client
   /// need not be named for a part that is touched.
   std::vector<std::string> lines{};
-  /// All lines that it brings are so many at most: no flood.
+  /// All lines that it brings are so many at most: no flood. Where the bus is not touched, a few of
+  /// a late reply do not count.
   std::size_t mostLines = 20;
 };
 
