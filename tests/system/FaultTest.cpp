@@ -51,6 +51,18 @@ std::chrono::nanoseconds ProcessorTime(pid_t pid) {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+/// Cards of the rack that the listing names by their channels: servo, motor, both digital,
+/// analogue.
+constexpr int kChannelCards = 5;
+
+int CountOf(const std::string& text, const std::string& part) {
+  int count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+    ++count;
+  }
+  return count;
+}
+
 std::string Shown(const std::map<int, std::string>& descriptors) {
   std::string text;
   for (const auto& [number, target] : descriptors) {
@@ -90,7 +102,8 @@ void FAULT_TEST::Identify() {
   const auto isIdentified = [this] {
     cae->Send("FORCEDISCOVER" + config.cae.inpSeparator);
     const std::string list = cae->ReadUntil(CaeLine(">"));
-    if (m_cards.empty() && list.find(" channel ") != std::string::npos) {
+    // The reply can come in the middle of the listing, which then begins with empty slots.
+    if (m_cards.empty() && CountOf(list, " channel ") == kChannelCards) {
       m_cards = list;
     }
     return !m_cards.empty() && list.ends_with(m_cards);
