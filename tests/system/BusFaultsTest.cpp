@@ -367,8 +367,9 @@ TEST_F(BusFaults, AStormOfBytesThatNobodyAskedForIsSurvived) {
   StartPolling();
   BeginFault({.touched = {PART::kBus}, .mostLines = 2000});
   std::mt19937 random(20260103);
-  for (int i = 0; i < 2000; ++i) {
-    sim::Bytes bytes(random() % 200 + 1);
+  // An exchange takes two reads of 255 bytes off the line: what is left at the end is gone soon.
+  for (int i = 0; i < 400; ++i) {
+    sim::Bytes bytes(random() % 20 + 1);
     std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random()); });
     adapter.Send(bytes);
     if (i % 100 == 0) {
