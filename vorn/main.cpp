@@ -33,7 +33,9 @@ void InstallSignalHandling(SIGNAL_FLAG& flag) {
   pSignalFlag = &flag;
   std::signal(SIGINT, SIGhandler);
   std::signal(SIGTERM, SIGhandler);
-  std::signal(SIGPIPE, SIG_IGN);
+  // Caught rather than ignored: what the daemon runs would inherit that, and a `grep` whose reader
+  // has ended with the daemon would complain instead of ending.
+  std::signal(SIGPIPE, [](int) {});
   // Whatever the parent had set: the pauses wait for their child, and the daemon can be stopped.
   std::signal(SIGCHLD, SIG_DFL);
   sigset_t stopping;

@@ -1,6 +1,8 @@
+#include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
 #include "tests/system/SystemTest.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -107,6 +109,18 @@ TEST_F(Pauses, WithoutAnAdapterAreTwoSecondsForEachSearch) {
   // One search for each pause, the one under way included.
   ASSERT_TRUE(support::WaitUntil(
       [&] { return static_cast<int>(log.LinesWith("ttyUSB").size()) == pauses.CountBegun(2); }));
+}
+
+TEST_F(Pauses, ACommandThatIsRunEndsWithoutAWordWhenNobodyReadsIt) {
+  pauses.Hold(2);
+  Start();
+  ASSERT_TRUE(pauses.WaitUntilBegun(2));
+  const std::vector<pid_t> children = support::Children(Pid());
+  ASSERT_FALSE(children.empty());
+  for (const pid_t child : children) {
+    const unsigned long ignored = std::stoul(support::StatusField(child, "SigIgn"), nullptr, 16);
+    EXPECT_EQ(ignored & (1UL << (SIGPIPE - 1)), 0U);
+  }
 }
 
 }  // namespace
