@@ -9,13 +9,14 @@
 namespace {
 
 /// Blocks all signals that can be meant for the process while it lives, so that a thread created
-/// meanwhile inherits the block; faults of the thread itself stay deliverable.
+/// meanwhile inherits the block; faults of the thread itself stay deliverable. So does SIGPIPE:
+/// what a worker runs inherits the block, too, and is to end when its reader has gone.
 class SIGNALS_BLOCKED {
  public:
   SIGNALS_BLOCKED() {
     sigset_t blocked;
     sigfillset(&blocked);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPIPE}) {
       sigdelset(&blocked, fault);
     }
     pthread_sigmask(SIG_SETMASK, &blocked, &m_before);

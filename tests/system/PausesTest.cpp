@@ -118,8 +118,10 @@ TEST_F(Pauses, ACommandThatIsRunEndsWithoutAWordWhenNobodyReadsIt) {
   const std::vector<pid_t> children = support::Children(Pid());
   ASSERT_FALSE(children.empty());
   for (const pid_t child : children) {
-    const unsigned long ignored = std::stoul(support::StatusField(child, "SigIgn"), nullptr, 16);
-    EXPECT_EQ(ignored & (1UL << (SIGPIPE - 1)), 0U);
+    for (const char* const field : {"SigIgn", "SigBlk"}) {
+      const unsigned long signals = std::stoul(support::StatusField(child, field), nullptr, 16);
+      EXPECT_EQ(signals & (1UL << (SIGPIPE - 1)), 0U) << field;
+    }
   }
 }
 
