@@ -323,8 +323,15 @@ void CThread::Kernel() {
         return m_type.load(std::memory_order_relaxed) != kEventDriven || !Running() || !Empty();
       });
     }
+    bool holdsEvent = typeBefore == kEventDriven;
+    if (holdsEvent && m_type.load(std::memory_order_relaxed) != kEventDriven) {
+      // Whoever has changed the type may only be about to wake this thread: a worker's constructor
+      // must not wait there for the end of a pass, which may take until a client comes.
+      m_event.Reset();
+      holdsEvent = false;
+    }
     goOn = KernelProcess();
-    if (typeBefore == kEventDriven) {
+    if (holdsEvent) {
       m_event.Reset();
     }
     if (goOn && m_type.load(std::memory_order_relaxed) == kIntervalDriven) {

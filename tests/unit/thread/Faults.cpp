@@ -3,9 +3,29 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <memory>
 #include <new>
+#include <utility>
 
 FAULTS faults;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+thread_local std::function<void()> beforeMutexLock;
+
+namespace {
+
+/// What a thread runs, and what it does before.
+struct PREPARED_START {
+  const std::function<void()>* before;
+  void* (*function)(void*);
+  void* argument;
+};
+
+void* StartPrepared(void* argument) {
+  const std::unique_ptr<PREPARED_START> start(static_cast<PREPARED_START*>(argument));
+  (*start->before)();
+  return start->function(start->argument);
+}
+
+}  // namespace
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
@@ -14,6 +34,8 @@ int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*function)(void*), void* argument);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*function)(void*), void* argument);
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
 FILE* __real_popen(const char* command, const char* mode);
 FILE* __wrap_popen(const char* command, const char* mode);
 
@@ -21,7 +43,26 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*function)(void*), void* argument) {
   ++faults.threadsAsked;
   const int fault = faults.threadCreation;
-  return fault != 0 ? fault : __real_pthread_create(thread, attributes, function, argument);
+  if (fault != 0) {
+    return fault;
+  }
+  const std::function<void()>* const before = faults.threadStart;
+  if (before == nullptr) {
+    return __real_pthread_create(thread, attributes, function, argument);
+  }
+  auto start = std::make_unique<PREPARED_START>(PREPARED_START{before, function, argument});
+  const int error = __real_pthread_create(thread, attributes, StartPrepared, start.get());
+  if (error == 0) {
+    static_cast<void>(start.release());  // the thread's own by now
+  }
+  return error;
+}
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  if (beforeMutexLock) {
+    std::exchange(beforeMutexLock, nullptr)();
+  }
+  return __real_pthread_mutex_lock(mutex);
 }
 
 FILE* __wrap_popen(const char* command, const char* mode) {

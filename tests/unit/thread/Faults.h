@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <functional>
 
 // The program is linked so that what the framework asks of the system passes through here first.
 
@@ -11,6 +12,11 @@ struct FAULTS {
   std::atomic<bool> childStart{false};        ///< popen starts none
   std::atomic<bool> allocation{false};        ///< the new that reports failure by a null pointer
   std::atomic<unsigned int> threadsAsked{0};  ///< calls of pthread_create so far
+  /// What a new thread does before the function that it is made for.
+  std::atomic<const std::function<void()>*> threadStart{nullptr};
 };
 
 extern FAULTS faults;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+
+/// Called by this thread before it takes a mutex, once: to set it anew is up to the function.
+extern thread_local std::function<void()> beforeMutexLock;

@@ -163,6 +163,33 @@ TEST(Thread, StartedByManyAtOnceIsOneThread) {
   }
 }
 
+TEST(Thread, AChangeOfTypeNeedNotWaitForThePassThatItHasBegun) {
+  GATE pass;
+  GATE beforeItsWait;
+  // Each takes the thread's lock first, then the event's: the new thread to wait, the other to wake
+  // it.
+  const std::function<void()> holdBeforeItsWait = [&] {
+    beforeMutexLock = [&] { beforeMutexLock = [&] { beforeItsWait.Pass(); }; };
+  };
+  faults.threadStart = &holdBeforeItsWait;
+  TEST_THREAD thread([&] {
+    pass.Pass();
+    return true;
+  });
+  faults.threadStart = nullptr;
+  ASSERT_TRUE(beforeItsWait.WaitUntilReached());
+  const auto letItSeeTheNewType = [&] {
+    beforeItsWait.Open();
+    EXPECT_TRUE(pass.WaitUntilReached());
+  };
+  std::future<void> change = std::async(std::launch::async, [&] {
+    beforeMutexLock = [&] { beforeMutexLock = letItSeeTheNewType; };
+    thread.SetThreadType(kIntervalDriven, 1);
+  });
+  EXPECT_TRUE(IsReady(change));
+  pass.Open();
+}
+
 TEST(Thread, BlocksTheProcessesSignalsButNotItsOwnFaults) {
   std::promise<sigset_t> mask;
   TEST_THREAD thread([&] {
