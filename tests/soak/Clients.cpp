@@ -32,7 +32,7 @@ constexpr QUESTION kQuestions[] = {
     {1, "DRVVER", "CIA: DRIVER VERSION"},
 };
 
-constexpr const char* kCards[] = {
+constexpr const char* kListedCards[] = {
     "DTI:0x0:6 channel RC", "DTI:0x1:3 channel DC", "DTI:0x3:16 channel", "DTI:0x5:16 channel",
     "DTI:0x8:KEYMX",        "DTI:0x9:IR",           "DTI:0xE:ALPHA",      "DTI:0xF:6 channel AN"};
 
@@ -156,7 +156,7 @@ std::string OPERATOR::Ask(const std::string& command, const std::string& expecte
 std::string OPERATOR::FindCards() {
   std::string reply;
   Ask("FORCEDISCOVER", "FORCED DISCOVER LIST:", reply);
-  for (const char* card : kCards) {
+  for (const char* card : kListedCards) {
     if (reply.find(card) == std::string::npos) {
       return std::string("the line ") + card;
     }

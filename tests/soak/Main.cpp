@@ -24,9 +24,8 @@ void StopOnInterrupt() {
   sigaction(SIGINT, &action, nullptr);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+/// The exit status: 0 where nothing failed.
+int Run(int argc, char** argv) {
   soak::SOAK_OPTIONS options;
   int seconds = 0;
   CLI::App app("vorn_soak: the daemon under traffic and faults", "vorn_soak");
@@ -41,10 +40,16 @@ int main(int argc, char** argv) {
   if (const int status = support::RunPrivately(argc, argv); status >= 0) {
     return status;
   }
+  const std::vector<std::string> failures = soak::SOAK(options).Run(g_stop);
+  std::fputs(support::ReadFile(options.folder + "/summary.txt").c_str(), stdout);
+  return failures.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    const std::vector<std::string> failures = soak::SOAK(options).Run(g_stop);
-    std::fputs(support::ReadFile(options.folder + "/summary.txt").c_str(), stdout);
-    return failures.empty() ? 0 : 1;
+    return Run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "vorn_soak: %s\n", error.what());
     return 1;

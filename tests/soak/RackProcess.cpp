@@ -13,8 +13,6 @@
 #include <stdexcept>
 #include <vector>
 
-extern char** environ;
-
 namespace soak {
 
 namespace {

@@ -20,7 +20,7 @@ using sim::FAULT_KIND;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-const std::string kTimeout = "[INF] comm timeout /dev/ttyUSB";
+const std::string kAnyTimeout = "[INF] comm timeout /dev/ttyUSB";
 const std::string kFound = "[INF] hardware found on /dev/ttyUSB";
 
 class BusFaults : public FAULT_TEST {
@@ -126,7 +126,7 @@ TEST_F(BusFaults, EveryPrefixOfEveryReplyIsATimeoutAndTheLinkIsMadeAgain) {
       SCOPED_TRACE(sim::ToHex(row.code) + " cut to " + std::to_string(count));
       Suffer({.kind = FAULT_KIND::kCut, .count = count, .address = row.address, .code = row.code});
       timeouts += row.timeouts;
-      ASSERT_TRUE(WaitForLines(kTimeout, timeouts));
+      ASSERT_TRUE(WaitForLines(kAnyTimeout, timeouts));
       ASSERT_TRUE(WaitForLines(kFound, ++found));
     }
   }
@@ -196,7 +196,7 @@ TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
     }
   }
   AnswerPollsWith(answers);
-  EXPECT_TRUE(WaitForLines(kTimeout, timeouts));
+  EXPECT_TRUE(WaitForLines(kAnyTimeout, timeouts));
   ExpectKeyReported();
   EndFault();
 }
@@ -230,7 +230,7 @@ TEST_F(BusFaults, EveryFirstByteOfAReplyIsSurvivedAndOnlyTIsATimeout) {
                                   0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
   }
   AnswerPollsWith(answers);
-  EXPECT_TRUE(WaitForLines(kTimeout, 3));
+  EXPECT_TRUE(WaitForLines(kAnyTimeout, 3));
   ExpectKeyReported();
   EndFault();
 }

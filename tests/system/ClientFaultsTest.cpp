@@ -26,8 +26,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kMinute{60'000};
 
-constexpr PART kInterfaces[] = {PART::kCae, PART::kIo, PART::kMon};
-
 /// A flood takes whole cores: a reply of the rack can be late for it, which costs the link for a
 /// moment.
 std::vector<std::string> LateReply() {
@@ -327,7 +325,8 @@ TEST_F(ClientFaults, AStormOfConnectionsIsDroppedAndTheNextClientIsServed) {
       address.sin_family = AF_INET;
       address.sin_port = htons(static_cast<std::uint16_t>(Interface(kInterfaces[i % 3]).port));
       address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-      connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      static_cast<void>(
+          connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address));
       sockets.push_back(client);
     }
     if (round % 2 == 0) {

@@ -18,14 +18,11 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr int kThreads = 5;
 constexpr double kIdleShare = 0.05;
 constexpr milliseconds kIdleWindow{400};
 constexpr milliseconds kDescriptorLimit{support::kSanitized ? 5000 : 1000};
 /// A second for a card's answer, two for a discovery, and room for a busy machine.
 constexpr milliseconds kEndLimit{support::kSanitized ? 15'000 : 5000};
-
-constexpr PART kInterfaces[] = {PART::kCae, PART::kIo, PART::kMon};
 
 const char* const kBusLines[] = {
     "[INF] comm timeout /dev/ttyUSB",

@@ -12,6 +12,8 @@
 /// What a fault can be about.
 enum class PART { kBus, kCae, kIo, kMon };
 
+constexpr PART kInterfaces[] = {PART::kCae, PART::kIo, PART::kMon};
+
 /// What a fault may do. All that it does not touch answers as ever while it lasts.
 struct FAULT_SCOPE {
   std::set<PART> touched;

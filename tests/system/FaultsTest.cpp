@@ -201,10 +201,10 @@ TEST_F(Faults, NothingOfAFloodIsLostAndItsOrderIsKept) {
   cae->Send("REBOOT:5\r\n");
   ASSERT_TRUE(pauses.WaitUntilBegun(1, 2));
   // Fifteen bytes each: a read of 255 holds whole commands.
-  constexpr int kSent = 2000;
+  constexpr int kFlooded = 2000;
   std::string flood;
   std::vector<std::string> expected;
-  for (int i = 0; i < kSent; ++i) {
+  for (int i = 0; i < kFlooded; ++i) {
     const std::string value = sim::ToHex(static_cast<std::uint8_t>(i * 7));
     flood += "a5b0d" + value + "-------\n";
     expected.push_back("05 10 05 02 " + value + " FF");
@@ -214,7 +214,7 @@ TEST_F(Faults, NothingOfAFloodIsLostAndItsOrderIsKept) {
   io.Send(flood);
   pauses.Release(1);
   ASSERT_TRUE(
-      support::WaitUntil([&] { return adapter.Requests().Last() >= from + kSent; }, 3 * kLimit));
+      support::WaitUntil([&] { return adapter.Requests().Last() >= from + kFlooded; }, 3 * kLimit));
   EXPECT_EQ(Frames(from), expected);
 }
 

@@ -7,8 +7,6 @@
 
 namespace {
 
-const std::string kNoDevice = "[ERR] ttyUSB devices couldn't be found";
-
 class Reconnect : public SYSTEM_TEST {};
 
 TEST_F(Reconnect, AnAdapterThatIsPulledOutIsToldAndSearchedUntilAControllerAnswers) {

@@ -128,7 +128,6 @@ TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
 TEST_F(Startup, RunsFiveThreads) {
   Start();
   ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
-  constexpr int kThreads = 5;
   EXPECT_TRUE(support::WaitUntil([&] { return support::ThreadCount(Pid()) == kThreads; }))
       << support::ThreadCount(Pid());
 }

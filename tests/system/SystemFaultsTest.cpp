@@ -28,8 +28,6 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-const std::string kNoDevice = "[ERR] ttyUSB devices couldn't be found";
-
 class SystemFaults : public FAULT_TEST {
  protected:
   ~SystemFaults() override {

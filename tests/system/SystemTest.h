@@ -19,6 +19,11 @@
 using support::kLimit;
 using support::TCP_CLIENT;
 
+/// The main loop and four workers.
+constexpr int kThreads = 5;
+
+constexpr const char* kNoDevice = "[ERR] ttyUSB devices couldn't be found";
+
 /// One daemon with everything around it: a folder, a good configuration with ports that are free,
 /// the rack of the help text's examples behind an adapter (not plugged in yet), and the pauses
 /// shortened. Whatever the test does, afterwards the daemon must end on SIGTERM with status 0 and

@@ -16,8 +16,6 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-extern char** environ;
-
 namespace sim {
 namespace {
 
