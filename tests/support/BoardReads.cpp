@@ -22,7 +22,6 @@ thread_local int emptyReads = 0;
 
 }  // namespace
 
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's have no
 // names
 extern "C" ssize_t read(int descriptor, void* buffer, std::size_t count) {
   const ssize_t result = syscall(SYS_read, descriptor, buffer, count);
