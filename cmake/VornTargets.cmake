@@ -29,6 +29,10 @@ target_compile_definitions(vorn_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BIT
 if(VORN_SCHEDULE_NOISE)
   target_compile_definitions(vorn_options INTERFACE VORN_SCHEDULE_NOISE)
 endif()
+if(CMAKE_UNITY_BUILD)
+  # There no source is the main file, to which alone the compiler grants types without linkage.
+  target_compile_options(vorn_options INTERFACE -Wno-subobject-linkage)
+endif()
 if(VORN_WERROR)
   target_compile_options(vorn_options INTERFACE -Werror)
 endif()
