@@ -61,21 +61,17 @@ function(vorn_library NAME)
   endif()
 endfunction()
 
+# Where sanitizers instrument every line, a program's option parser, which is all templates, takes half
+# a minute to optimise, for a moment's work.
+add_library(vorn_program_options INTERFACE)
+if(VORN_SANITIZE)
+  target_compile_options(vorn_program_options INTERFACE -O0)
+endif()
+
 # vorn_program(NAME SOURCES file... [DEPENDS library...])
 function(vorn_program NAME)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${NAME} ${ARG_SOURCES})
   target_include_directories(${NAME} PRIVATE "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(${NAME} PRIVATE ${ARG_DEPENDS} vorn_options)
-endfunction()
-
-# vorn_test_program(NAME): makes the executable NAME one of the tests'. GoogleTest and the library
-# headers are half of the work of compiling a test: where VORN_TEST_PCH is on, they are compiled once.
-# Off in a release, so that there every source still includes what it uses.
-option(VORN_TEST_PCH "Compile the tests' common headers once" OFF)
-function(vorn_test_program NAME)
-  target_link_libraries(${NAME} PRIVATE vorn_options)
-  if(VORN_TEST_PCH)
-    target_precompile_headers(${NAME} REUSE_FROM vorn_test_pch)
-  endif()
+  target_link_libraries(${NAME} PRIVATE ${ARG_DEPENDS} vorn_options vorn_program_options)
 endfunction()

@@ -106,8 +106,9 @@ std::vector<std::string> Environment(std::map<std::string, std::string> changes)
   changes.emplace("LD_PRELOAD", VORN_BOARD_READS);
   // AddressSanitizer's runtime would insist on being loaded first; the reads are handed on to it.
   const char* options = std::getenv("ASAN_OPTIONS");
-  changes.emplace("ASAN_OPTIONS", std::string(options == nullptr ? "" : options)
-                                      .append(":verify_asan_link_order=0"));
+  changes.emplace(
+      "ASAN_OPTIONS",
+      std::string(options == nullptr ? "" : options).append(":verify_asan_link_order=0"));
   std::vector<std::string> all;
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string text = *entry;

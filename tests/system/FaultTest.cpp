@@ -23,6 +23,9 @@ constexpr milliseconds kIdleWindow{400};
 constexpr milliseconds kDescriptorLimit{support::kSanitized ? 5000 : 1000};
 /// A second for a card's answer, two for a discovery, and room for a busy machine.
 constexpr milliseconds kEndLimit{support::kSanitized ? 15'000 : 5000};
+/// A client whose handshake ends in the moment when the daemon closes its listener is not told by
+/// the kernel: it sees a connection that the other end does not have.
+constexpr milliseconds kGreetingLimit{support::kSanitized ? 5000 : 2000};
 
 const char* const kBusLines[] = {
     "[INF] comm timeout /dev/ttyUSB",
@@ -229,7 +232,7 @@ std::string FAULT_TEST::Reconnect(PART part) {
   const auto isGreeted = [&] {
     client.reset();
     client.emplace(Interface(part).port);
-    received = client->ReadUntil(greeting);
+    received = client->ReadUntil(greeting, kGreetingLimit);
     return received.ends_with(greeting);
   };
   if (!support::WaitUntil(isGreeted)) {
