@@ -25,7 +25,8 @@ constexpr milliseconds kDescriptorLimit{support::kSanitized ? 5000 : 1000};
 constexpr milliseconds kEndLimit{support::kSanitized ? 15'000 : 5000};
 /// A client whose handshake ends in the moment when the daemon closes its listener is not told by
 /// the kernel: it sees a connection that the other end does not have.
-constexpr milliseconds kGreetingLimit{support::kSanitized ? 5000 : 2000};
+constexpr milliseconds kGreetingLimit{support::kSanitized ? 10'000
+                                                          : 6000};  // of which 3 s are a pause
 
 const char* const kBusLines[] = {
     "[INF] comm timeout /dev/ttyUSB",
