@@ -3,6 +3,10 @@
 #include "tests/support/unit/SystemCalls.h"
 #include "tests/unit/bus/SerialFixture.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -424,6 +428,54 @@ TEST_F(SerialPass, AWorkerCanBeReleasedInThePauseAfterAFailure) {
     }
   }
   EXPECT_EQ(commands.Pauses().front(), "2");
+}
+
+TEST_F(SerialPass, AWorkerCanBeReleasedWhileItWaitsForAController) {
+  commands.ListDevices({line.Entry()});
+  line.AnswerWith([](const BYTES&) { return BYTES(); });
+  {
+    const SERIAL_INTERFACE worker("", kSearchDevices, kNotConnected, logger, inbound, cards, false,
+                                  false);
+    while (line.Requests().empty()) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_EQ(line.Requests().front(), Hex(kHandshakeFrame));
+  EXPECT_EQ(line.Openings().size(), 0U);
+}
+
+TEST_F(SerialPass, AWorkerCanBeReleasedWhileItWaitsForACard) {
+  commands.ListDevices({line.Entry()});
+  line.AnswerWith(
+      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : BYTES(); });
+  {
+    SERIAL_INTERFACE worker("", kSearchDevices, kNotConnected, logger, inbound, cards, false,
+                            false);
+    worker.BusQueue(3).ToQueue(HexList("20 03 02"));
+    while (line.Requests().size() < 2) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_EQ(line.Requests().back(), Hex("03 20 03 02"));
+  EXPECT_EQ(line.Openings().size(), 0U);
+}
+
+TEST_F(SerialPass, AWorkerThatIsReleasedWhileItListsDevicesTriesNoneOfThem) {
+  const FOLDER folder;
+  const std::string gate = folder.File("gate");
+  ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+  commands.Add("ls", "echo >'" + folder.File("asked") + "'; read -r all <'" + gate + "'; echo " +
+                         line.Entry());
+  auto worker = std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, logger,
+                                                   inbound, cards, false, false);
+  while (access(folder.File("asked").c_str(), F_OK) != 0) {
+    std::this_thread::yield();
+  }
+  worker->ClosePort();
+  std::thread release([&] { worker.reset(); });
+  std::ofstream(gate) << "now\n";
+  release.join();
+  EXPECT_EQ(line.Requests().size(), 0U);
 }
 
 }  // namespace

@@ -392,6 +392,37 @@ TEST_F(Vorn, HoldsTheIoClientBackWhileTheBusIs1024FramesBehindAndLosesNothing) {
   EXPECT_TRUE(mon.Receives("a5b0d01\n\r"));
 }
 
+TEST_F(Vorn, MakesNoCopiesWhile1024WaitForAMonitorThatDoesNotReadAndSaysSoOnce) {
+  config.speedPercent = "100";
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon(config.mon.port, {.smallBuffers = true});
+  EXPECT_TRUE(mon.Receives(kMonGreeting));
+  constexpr const char* kFull =
+      "[ERR] too many messages wait on MON interface, copies are not made";
+  const std::string flood(100 * 255, '\n');  // a hundred reads without a command for a card
+  const auto sendFlood = [&] {
+    io.Send(flood);
+    io.SendAndWaitUntilRead("bad\n");
+    return cae.ReadUntil("COE:Illegal command -> bad\r\n\r>\r\n\r");
+  };
+  EXPECT_TRUE(WaitUntil([&] {
+    sendFlood();
+    return Logged(kFull);
+  }));
+  sendFlood();
+  const LINES log = Log();
+  EXPECT_EQ(std::count(log.begin(), log.end(), kFull), 1);
+  std::string copies;
+  for (std::string some; !(some = mon.Read(4096, support::kSilence)).empty();) {
+    copies += some;
+  }
+  EXPECT_GE(std::count(copies.begin(), copies.end(), '\r'), 1024);
+  io.Send("good\n");
+  EXPECT_TRUE(mon.Receives("good\n\r"));
+}
+
 TEST_F(Vorn, ExitOnIoEndsOnlyThatConnection) {
   Start();
   TCP_CLIENT cae = ConnectCae();
