@@ -31,7 +31,7 @@ if(VORN_SCHEDULE_NOISE)
 endif()
 if(CMAKE_UNITY_BUILD)
   # There no source is the main file, to which alone the compiler grants types without linkage.
-  target_compile_options(vorn_options INTERFACE -Wno-subobject-linkage)
+  target_compile_options(vorn_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endif()
 if(VORN_WERROR)
   target_compile_options(vorn_options INTERFACE -Werror)
