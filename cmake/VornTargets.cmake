@@ -14,6 +14,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
 option(VORN_SCHEDULE_NOISE "Yield at random at each lock and queue operation" OFF)
+option(VORN_COVERAGE "Count which lines and branches run" OFF)
 option(VORN_FUZZ "Build the fuzz targets for libFuzzer, which clang brings" OFF)
 
 include(CheckPIESupported)
@@ -36,6 +37,9 @@ endif()
 if(VORN_WERROR)
   target_compile_options(vorn_options INTERFACE -Werror)
 endif()
+if(VORN_COVERAGE)
+  target_link_options(vorn_options INTERFACE --coverage)
+endif()
 if(VORN_SANITIZE)
   target_compile_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE}
                                                 -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -48,6 +52,14 @@ else()
   target_link_options(vorn_options INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 endif()
 
+# vorn_count(NAME): counts what runs of the code under test; not of the tests.
+function(vorn_count NAME)
+  if(VORN_COVERAGE)
+    # With atomic operations: the daemon has five threads.
+    target_compile_options(${NAME} PRIVATE --coverage -fprofile-update=atomic)
+  endif()
+endfunction()
+
 # vorn_library(NAME SOURCES file... [DEPENDS library...]): one static library per folder. Headers are
 # included by their path from the root, as in "thread/Thread.h".
 function(vorn_library NAME)
@@ -55,6 +67,7 @@ function(vorn_library NAME)
   add_library(${NAME} STATIC ${ARG_SOURCES})
   target_include_directories(${NAME} PUBLIC "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${NAME} PUBLIC ${ARG_DEPENDS} Threads::Threads PRIVATE vorn_options)
+  vorn_count(${NAME})
   if(VORN_FUZZ)
     # Only the code under test tells libFuzzer where it has been.
     target_compile_options(${NAME} PRIVATE -fsanitize=fuzzer-no-link)
@@ -74,4 +87,5 @@ function(vorn_program NAME)
   add_executable(${NAME} ${ARG_SOURCES})
   target_include_directories(${NAME} PRIVATE "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${NAME} PRIVATE ${ARG_DEPENDS} vorn_options vorn_program_options)
+  vorn_count(${NAME})
 endfunction()
