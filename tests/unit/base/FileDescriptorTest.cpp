@@ -75,6 +75,7 @@ TEST(FileDescriptor, ReleaseGivesTheDescriptorAway) {
     FILE_DESCRIPTOR owner(number);
     EXPECT_EQ(owner.Release(), number);
     EXPECT_FALSE(owner.IsOpen());
+    EXPECT_EQ(owner.Get(), -1);
   }
   EXPECT_TRUE(IsOpenNumber(number));
   close(number);

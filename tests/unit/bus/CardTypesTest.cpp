@@ -45,9 +45,7 @@ TEST(CardTypes, EveryCodeHasItsRowAndAllOthersAreUnidentified) {
     EXPECT_EQ(type.state, golden.state);
     EXPECT_EQ(type.channels, golden.channels);
     EXPECT_EQ(type.presetValues, golden.presetValues);
-    if (golden.presetValues > 0) {
-      EXPECT_EQ(type.preset, golden.preset);
-    }
+    EXPECT_EQ(type.preset, golden.preset);
     EXPECT_EQ(type.pollCount, golden.pollCount);
     EXPECT_EQ(type.outputValues, golden.outputValues);
   }
