@@ -2,7 +2,9 @@
 #include "vorn/bus/UsbDevices.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <list>
 #include <memory>
@@ -66,6 +68,14 @@ TEST(GetUSBDevices, IsEmptyWhereTheListingCannotBeRun) {
   const unit::STUB_COMMANDS commands;
   commands.Add("ls", "exit 127");
   EXPECT_EQ(GetUSBDevices(), PATHS());
+}
+
+TEST(GetUSBDevices, LeavesNoChildBehind) {
+  const unit::STUB_COMMANDS commands;
+  commands.ListDevices({"ttyUSB0"});
+  GetUSBDevices();
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
 }
 
 }  // namespace
