@@ -294,15 +294,15 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
   } while (ready == -1 && errno == EINTR);
   if (ready == -1) {
     LogError("socket select error on " + m_descriptor.name + " interface");
-    return INPUT::kNothing;
+    return INPUT::kGoesOn;
   }
   if (ready == 0 || !FD_ISSET(client, &readable)) {
-    return INPUT::kNothing;
+    return INPUT::kGoesOn;
   }
   // A client that has left is read to its end all the same: it must not keep the only slot for as
   // long as the master loop, or an adapter that is away, holds it back.
   if (m_inputQueue.Size() >= kInputBacklogLimit && !HasLeft(client)) {
-    return INPUT::kNothing;
+    return INPUT::kGoesOn;
   }
   return Receive();
 }
@@ -312,7 +312,7 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
   // The readiness is advice: without MSG_DONTWAIT a read that finds nothing would hold the worker.
   const ssize_t count = recv(m_client.Get(), buffer.data(), kReceiveLimit, MSG_DONTWAIT);
   if (count < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
-    return INPUT::kNothing;
+    return INPUT::kGoesOn;
   }
   if (count <= 0) {
     return INPUT::kEnd;
@@ -320,7 +320,7 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
   if (!RoleOf(m_descriptor.name).inputDiscarded) {
     QueueInput(buffer.data(), static_cast<std::size_t>(count));
   }
-  return INPUT::kMessage;
+  return INPUT::kGoesOn;
 }
 
 /// Makes one message of one read; `bytes` holds a zero byte after its `count`.

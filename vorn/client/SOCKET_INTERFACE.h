@@ -81,7 +81,7 @@ class SOCKET_INTERFACE final : public CThread {
   void SetTransferMode(TRANSFER_MODE mode) { m_transferMode = mode; }
 
  private:
-  enum class INPUT { kNothing, kMessage, kEnd, kUnusable };
+  enum class INPUT { kGoesOn, kEnd, kUnusable };
 
   // The stages of a pass, each in the state named.
   void AcceptClient();
