@@ -223,6 +223,14 @@ TEST_F(SocketInterface, AcceptedSocketAnswersAtOnceAndNoticesADeadPeerWithin30Se
   EXPECT_EQ(sendTimeout.tv_usec, 0);
 }
 
+TEST_F(SocketInterface, AcceptedSocketHolds16KiBOfWhatAClientSendsAhead) {
+  const TCP_CLIENT client = StartWithClient();
+  const int socket = DescriptorTo(client.LocalPort());
+  ASSERT_GE(socket, 0);
+  EXPECT_EQ(Option(socket, SOL_SOCKET, SO_RCVBUF),
+            2 * 16384);  // the kernel doubles what it is told
+}
+
 TEST_F(SocketInterface, HandsNoSocketToTheChildOfAPause) {
   Start();
   TCP_CLIENT client = ConnectAndGreet();
