@@ -1,3 +1,4 @@
+#include "tests/support/ProcessInfo.h"
 #include "tests/unit/client/SocketFixture.h"
 
 #include <arpa/inet.h>
@@ -25,6 +26,24 @@ int Option(int socket, int level, int option) {
   socklen_t size = sizeof value;
   getsockopt(socket, level, option, &value, &size);
   return value;
+}
+
+/// How many connections may wait at the listening socket of that port; -1: there is none.
+int Backlog(int port) {
+  for (const auto& [number, target] : support::OpenDescriptors(getpid())) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getsockname(number, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+        address.sin_family == AF_INET && ntohs(address.sin_port) == port &&
+        Option(number, SOL_SOCKET, SO_ACCEPTCONN) == 1) {
+      tcp_info info{};
+      size = sizeof info;
+      getsockopt(number, IPPROTO_TCP, TCP_INFO, &info, &size);
+      return static_cast<int>(
+          info.tcpi_sacked);  // of a socket that listens, the kernel's word for it
+    }
+  }
+  return -1;
 }
 
 }  // namespace
@@ -57,6 +76,11 @@ TEST_F(SocketInterface, ListensAndSaysSo) {
   Start("CAE", port);
   EXPECT_EQ(Port(), port);
   EXPECT_EQ(Log().front(), "[INF] CAE interface listening on port " + std::to_string(port));
+}
+
+TEST_F(SocketInterface, ListensWithABacklogOfOne) {
+  Start();
+  EXPECT_EQ(Backlog(Port()), 1);
 }
 
 TEST_F(SocketInterface, SaysThatItListensBeforeItSaysThatItWaits) {
