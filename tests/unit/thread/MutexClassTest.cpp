@@ -96,12 +96,13 @@ TEST(MutexClass, DestructionWaitsForTheHolder) {
   std::optional<CMutexClass> mutex(std::in_place);
   std::promise<void> held;
   std::promise<void> release;
-  std::thread holder([&] {
-    mutex->Lock();
-    held.set_value();
-    release.get_future().wait();
-    mutex->Unlock();
-  });
+  std::thread holder(
+      [&, &lent = *mutex] {  // the optional says that it is empty from the start of the reset
+        lent.Lock();
+        held.set_value();
+        release.get_future().wait();
+        lent.Unlock();
+      });
   held.get_future().wait();
   std::future<void> destroyed = std::async(std::launch::async, [&] { mutex.reset(); });
   EXPECT_FALSE(IsReady(destroyed, kSilence));
