@@ -524,30 +524,6 @@ TEST_F(Vorn, AMonitorSeesNothingOfWhatWentOnBeforeIt) {
   EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));
 }
 
-TEST_F(Vorn, AMonitorThatDoesNotReadMissesCopiesUntilItHasReadHalfAndTheLogSaysSoOnce) {
-  const std::string full = "[ERR] too many messages wait on MON interface, copies are not made";
-  config.speedPercent = "100";
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon(config.mon.port, {.smallBuffers = true});
-  EXPECT_TRUE(mon.Receives(kMonGreeting));
-  // Empty lines are copied, and do nothing else.
-  const std::string lines(255, '\n');
-  ASSERT_TRUE(WaitUntil([&] {
-    io.TrySend(lines);
-    return Logged(full);
-  }));
-  io.SendAndWaitUntilRead(lines);
-  AskVersion(cae);
-  const LINES log = Log();
-  EXPECT_EQ(std::count(log.begin(), log.end(), full), 1);
-  EXPECT_TRUE(WaitUntil([&] {
-    io.Send("seen\n");
-    return mon.ReadUntil("seen\n\r", support::milliseconds(50)).ends_with("seen\n\r");
-  }));
-}
-
 TEST_F(Vorn, WhatAMonitorTypesHasNoEffect) {
   Start();
   TCP_CLIENT cae = ConnectCae();
