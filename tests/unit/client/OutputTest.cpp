@@ -100,6 +100,8 @@ TEST_F(SocketInterface, SplitsAMessageThatItsLengthByteCannotHold) {
   m_worker->SetTransferMode(kBinaryMode);
   Send(std::string(300, 'x'));
   EXPECT_TRUE(client.Receives("\xFF" + std::string(255, 'x') + "\x2D" + std::string(45, 'x')));
+  Send(std::string(256, 'y'));
+  EXPECT_TRUE(client.Receives("\xFF" + std::string(255, 'y') + "\x01y"));
 }
 
 TEST_F(SocketInterface, CompletesShortWrites) {
