@@ -38,6 +38,23 @@ std::string Decimal(int thousandths) {
   return text;
 }
 
+struct LOST_CLIENTS {
+  const char* name;
+  bool operatorIsLost;
+  bool machineIsLost;
+};
+constexpr LOST_CLIENTS kLostClients[] = {{"the operator's connection is reset", true, false},
+                                         {"the machine's connections are reset", false, true},
+                                         {"all connections are reset", true, true}};
+
+FAULT FaultOf(const LOST_CLIENTS& lost) {
+  return {.name = lost.name,
+          .begin = {},
+          .end = {},
+          .dropsOperator = lost.operatorIsLost,
+          .dropsMachine = lost.machineIsLost};
+}
+
 }  // namespace
 
 int FAULT_PLAN::Number(int least, int most) {
@@ -59,6 +76,9 @@ std::string FAULT_PLAN::HexBytes(int most) {
 }
 
 FAULT FAULT_PLAN::Draw() {
+  if (m_lostClients < std::size(kLostClients)) {
+    return FaultOf(kLostClients[m_lostClients++]);
+  }
   // What happens most often on a real line comes most often.
   using DRAW = FAULT (FAULT_PLAN::*)();
   constexpr DRAW kDraws[] = {
@@ -187,14 +207,7 @@ FAULT FAULT_PLAN::UnaskedBytes() {
 }
 
 FAULT FAULT_PLAN::LostClients() {
-  const int which = Number(0, 2);
-  const char* names[] = {"the operator's connection is reset",
-                         "the machine's connections are reset", "all connections are reset"};
-  return {.name = names[which],
-          .begin = {},
-          .end = {},
-          .dropsOperator = which != 1,
-          .dropsMachine = which != 0};
+  return FaultOf(OneOf(kLostClients));
 }
 
 }  // namespace soak

@@ -15,7 +15,9 @@ struct FAULT {
   bool dropsMachine = false;
 };
 
-/// Draws faults; the same ones in the same order for the same seed. One thread.
+/// Draws faults; the same ones in the same order for the same seed. Before those it has each kind
+/// of lost client once: what waits for one that is away takes memory that is not given back to the
+/// system, and is to have been taken before growth is looked for. One thread.
 class FAULT_PLAN {
  public:
   explicit FAULT_PLAN(std::uint64_t seed) : m_random(seed) {}
@@ -39,7 +41,8 @@ class FAULT_PLAN {
   FAULT LostClients();
 
   std::mt19937_64 m_random;
-  int m_adapter = 0;  // the number of the right one
+  std::size_t m_lostClients = 0;  // of the kinds that come first
+  int m_adapter = 0;              // the number of the right one
 };
 
 }  // namespace soak

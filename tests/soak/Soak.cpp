@@ -1,7 +1,9 @@
 #include "tests/soak/Soak.h"
 
 #include "tests/support/ListeningPorts.h"
+#include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
+#include "tests/support/Wait.h"
 
 #include <sys/wait.h>
 
@@ -48,6 +50,10 @@ pid_t StartDaemon(support::DAEMON& daemon, const support::CONFIG& config) {
     throw std::runtime_error("the daemon does not start: " + daemon.Output());
   }
   daemon.LowerPriority();
+  // The starter ends before the workers are there.
+  if (!support::WaitUntil([&] { return support::ThreadCount(daemon.Pid()) == kThreads; })) {
+    throw std::runtime_error("the daemon does not start its workers");
+  }
   return daemon.Pid();
 }
 
