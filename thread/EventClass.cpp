@@ -33,6 +33,7 @@ bool CEventClass::Wait(const std::function<bool()>& alreadyDue) {
   MakeScheduleNoise();
   pthread_mutex_lock(&m_mutex);
   const std::uint64_t before = m_sets;
+  // cppcheck-suppress knownConditionTrueFalse ; the wait releases the mutex, and Set counts
   while (m_sets == before && !alreadyDue()) {
     pthread_cond_wait(&m_condition, &m_mutex);
   }

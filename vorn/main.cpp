@@ -22,6 +22,7 @@ constexpr const char* kPidPath = "/var/run/vorn/vorn.pid";
 void KeepStandardStreams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(stream, F_GETFD) == -1) {
+      // cppcheck-suppress leakReturnValNotUsed ; open for as long as the process lives
       open("/dev/null", O_RDWR);  // takes the lowest free number, this one
     }
   }

@@ -84,22 +84,25 @@ RESULT Show(SIMULATION& simulation, const ARGUMENTS& arguments) {
       return RESULT::Error("no card at address " + AddressText(address));
     if (json)
       return RESULT::Good(ShowJson(rack, address));
-    return At(simulation, address, [](CARD& card) { return RESULT::Good(ShowText(card.Show())); });
+    return At(simulation, address,
+              [](const CARD& card) { return RESULT::Good(ShowText(card.Show())); });
   }
   if (json)
     return RESULT::Good(ShowJson(rack));
   std::string text;
   for (int address = 0; address < kSlots; ++address) {
-    rack.WithCard(address,
-                  [&](CARD& card) { text += (text.empty() ? "" : "\n") + ShowText(card.Show()); });
+    rack.WithCard(address, [&](const CARD& card) {
+      text += (text.empty() ? "" : "\n") + ShowText(card.Show());
+    });
   }
   return RESULT::Good(text.empty() ? "the rack is empty" : text);
 }
 
 RESULT ForEachPlace(SIMULATION& simulation, const ARGUMENTS& places, RESULT (CARD::*action)(int)) {
   for (const std::string& place : places) {
-    RESULT result = AtPlace(simulation, place,
-                            [&](CARD& card, int channel) { return (card.*action)(channel); });
+    // cppcheck-suppress constParameter ; the action changes the card
+    const auto act = [action](CARD& card, int channel) { return (card.*action)(channel); };
+    RESULT result = AtPlace(simulation, place, act);
     if (!result)
       return result;
   }

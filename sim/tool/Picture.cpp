@@ -107,7 +107,7 @@ std::vector<std::string> Picture(SIMULATION& simulation, const GLYPHS& glyphs) {
                 std::to_string(adapter.Counters().requests) + " requests" +
                 (faults == 0 ? "" : "   " + std::to_string(faults) + " faults in force")};
   for (int address = 0; address < kSlots; ++address) {
-    simulation.Rack().WithCard(address, [&](CARD& card) {
+    simulation.Rack().WithCard(address, [&](const CARD& card) {
       std::string head = AddressText(address) + " " + card.Keyword();
       for (const std::string& line : Draw(card, glyphs)) {
         head.resize(kIndent, ' ');

@@ -200,6 +200,7 @@ int PROGRAM::ReplayStatus() {
 
 void PROGRAM::Loop() {
   const GLYPHS& glyphs = TerminalKnowsUtf8() ? kUtf8Glyphs : kAsciiGlyphs;
+  // cppcheck-suppress variableScope ; its storage is used again in the next pass
   std::vector<pollfd> watched;
   constexpr std::size_t kOwn = 4;
   m_ready = std::chrono::steady_clock::now();

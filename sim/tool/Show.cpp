@@ -57,7 +57,7 @@ JSON ToJson(const std::vector<FIELD>& fields) {
 
 std::vector<FIELD> Fields(RACK& rack, int address) {
   std::vector<FIELD> fields;
-  rack.WithCard(address, [&fields](CARD& card) { fields = card.Show(); });
+  rack.WithCard(address, [&fields](const CARD& card) { fields = card.Show(); });
   return fields;
 }
 
@@ -99,7 +99,7 @@ std::string ShowJson(RACK& rack) {
 std::string ListText(RACK& rack) {
   std::string text;
   for (int address = 0; address < kSlots; ++address) {
-    rack.WithCard(address, [&](CARD& card) {
+    rack.WithCard(address, [&](const CARD& card) {
       text += (text.empty() ? "" : "\n") + AddressText(address) + " " + card.Keyword() + " '" +
               card.Name() + "'";
     });

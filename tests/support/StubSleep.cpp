@@ -23,7 +23,9 @@ void Note(const std::string& folder, const std::string& line) {
   if (file < 0 || write(file, text.data(), text.size()) < 0) {
     std::perror(path.c_str());
   }
-  close(file);
+  if (file >= 0) {
+    close(file);
+  }
 }
 
 std::string OpenDescriptors() {
@@ -32,6 +34,7 @@ std::string OpenDescriptors() {
   if (folder == nullptr) {
     return all;
   }
+  // cppcheck-suppress readdirCalled ; one thread
   while (const dirent* const entry = readdir(folder)) {
     const std::string name = entry->d_name;
     if (name[0] == '.' || name == std::to_string(dirfd(folder))) {

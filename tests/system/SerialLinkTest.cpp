@@ -1,10 +1,10 @@
+#include "sim/line/Descriptor.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
 #include "tests/system/SystemTest.h"
 
 #include <fcntl.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -84,11 +84,10 @@ TEST_F(SerialLink, TheHandshakeIsTheFirstFrameAndTheVersionIsLogged) {
 
 TEST_F(SerialLink, TheLineIsRawAt460800Baud8N1) {
   StartLinked();
-  const int line = open(adapter.NearPath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_GE(line, 0);
+  const sim::DESCRIPTOR line(open(adapter.NearPath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_TRUE(line);
   termios settings{};
-  ASSERT_EQ(tcgetattr(line, &settings), 0);
-  close(line);
+  ASSERT_EQ(tcgetattr(line.Get(), &settings), 0);
   EXPECT_EQ(cfgetispeed(&settings), static_cast<speed_t>(B460800));
   EXPECT_EQ(cfgetospeed(&settings), static_cast<speed_t>(B460800));
   EXPECT_EQ(settings.c_iflag, 0U);

@@ -9,6 +9,7 @@ template <class T>
 class SHARED_FIELD {
  public:
   // Implicit both ways: the field is used like the T that it holds.
+  // cppcheck-suppress noExplicitConstructor
   // NOLINTNEXTLINE(google-explicit-constructor)
   SHARED_FIELD(T value = T{}) : m_value(value) {}
   SHARED_FIELD(const SHARED_FIELD& other) : m_value(other.Get()) {}

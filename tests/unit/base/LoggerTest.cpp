@@ -2,6 +2,7 @@
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
 #include "tests/support/unit/Folder.h"
+#include "vorn/base/FileDescriptor.h"
 #include "vorn/base/LOGGER.h"
 
 #include <fcntl.h>
@@ -230,25 +231,23 @@ TEST_F(LoggerTest, DropsTheLineWhenNoDescriptorIsLeft) {
 TEST_F(LoggerTest, DoesNotWaitForTheReaderOfAPipe) {
   ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
   m_logger.WriteLog(kInf, "nobody reads");
-  const int reader = open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  ASSERT_GE(reader, 0);
+  const FILE_DESCRIPTOR reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_TRUE(reader.IsOpen());
   m_logger.WriteLog(kInf, "somebody reads");
   char bytes[200];
-  const ssize_t count = read(reader, bytes, sizeof bytes);
+  const ssize_t count = read(reader.Get(), bytes, sizeof bytes);
   ASSERT_GT(count, 0);
   EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(count)).substr(kTimeStampLength),
             " [INF] somebody reads\n");
-  close(reader);
 }
 
 TEST_F(LoggerTest, DoesNotWaitForAFullPipe) {
   ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
-  const int reader = open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  ASSERT_GE(reader, 0);
+  const FILE_DESCRIPTOR reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_TRUE(reader.IsOpen());
   for (int i = 0; i < 200; ++i) {  // a pipe holds 64 KiB
     m_logger.WriteLog(kInf, std::string(900, 'x'));
   }
-  close(reader);
 }
 
 TEST_F(LoggerTest, CopiesLevelAndFileName) {
@@ -264,7 +263,7 @@ TEST_F(LoggerTest, CopiesLevelAndFileName) {
 
 TEST_F(LoggerTest, SurvivesAnAssignmentToItself) {
   LOGGER& same = m_logger;
-  m_logger = same;
+  m_logger = same;  // cppcheck-suppress selfAssignment ; it is what is tested
   EXPECT_EQ(m_logger.FileName(), m_path);
 }
 
