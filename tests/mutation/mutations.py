@@ -102,6 +102,7 @@ class _Source:
         self.source = source
         self.following = following
         self.code = mask(source)
+        self.lines = self.code.split("\n")
         self.line_starts = [0] + [match.end() for match in re.finditer("\n", source)]
         self.found = []
 
@@ -113,8 +114,7 @@ class _Source:
     def place_of(self, position):
         """The function, table or constant that begins last before the position, at the line's begin."""
         for number in range(self.line_of(position) - 1, -1, -1):
-            begin = self.line_starts[number]
-            line = self.code[begin:].split("\n", 1)[0]
+            line = self.lines[number]
             if not re.match(r"\w", line) or re.match(r"(template|namespace|using)\b", line):
                 continue
             match = re.search(r"([\w~:]+(?:::operator=)?|operator=)\s*(?:\(|\[|=|\{|;|$)", line)

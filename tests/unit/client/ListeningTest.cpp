@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,8 +29,9 @@ int Option(int socket, int level, int option) {
   return value;
 }
 
-/// How many connections may wait at the listening socket of that port; -1: there is none.
-int Backlog(int port) {
+/// How many connections may wait at the listening socket of that port; nothing where the kernel, or
+/// an emulator, does not tell, and -1 where there is no such socket.
+std::optional<int> Backlog(int port) {
   for (const auto& [number, target] : support::OpenDescriptors(getpid())) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
@@ -38,9 +40,10 @@ int Backlog(int port) {
         Option(number, SOL_SOCKET, SO_ACCEPTCONN) == 1) {
       tcp_info info{};
       size = sizeof info;
-      getsockopt(number, IPPROTO_TCP, TCP_INFO, &info, &size);
-      return static_cast<int>(
-          info.tcpi_sacked);  // of a socket that listens, the kernel's word for it
+      if (getsockopt(number, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 || size < sizeof info) {
+        return std::nullopt;
+      }
+      return static_cast<int>(info.tcpi_sacked);  // the field's meaning for a socket that listens
     }
   }
   return -1;
@@ -80,7 +83,11 @@ TEST_F(SocketInterface, ListensAndSaysSo) {
 
 TEST_F(SocketInterface, ListensWithABacklogOfOne) {
   Start();
-  EXPECT_EQ(Backlog(Port()), 1);
+  const std::optional<int> backlog = Backlog(Port());
+  if (!backlog) {
+    GTEST_SKIP() << "the backlog is not told here";
+  }
+  EXPECT_EQ(backlog, 1);
 }
 
 TEST_F(SocketInterface, SaysThatItListensBeforeItSaysThatItWaits) {
