@@ -27,6 +27,9 @@ target_compile_options(vorn_options INTERFACE -funsigned-char -Wall -Wextra -Wpe
                                               -Wshadow)
 # The 32-bit board too outlives 2038, and opens a log file of over 2 GB.
 target_compile_definitions(vorn_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+if(VORN_COVERAGE)
+  target_compile_definitions(vorn_options INTERFACE VORN_COVERAGE)
+endif()
 if(VORN_SCHEDULE_NOISE)
   target_compile_definitions(vorn_options INTERFACE VORN_SCHEDULE_NOISE)
 endif()
