@@ -12,6 +12,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds kOperatorLimit{30'000};
 /// While the bus is calm an exchange takes milliseconds, or a second behind the operator's.
 constexpr milliseconds kMachineLimit{8'000};
+/// Between two looks at whether to come back.
+constexpr milliseconds kAwayStep{20};
 
 constexpr const char* kPrompt = ">\r\n\r";
 
@@ -31,6 +33,10 @@ constexpr QUESTION kQuestions[] = {
     {5, "NONSENSE", "CIE: UNKNOWN COMMAND"},
     {1, "DRVVER", "CIA: DRIVER VERSION"},
 };
+
+/// A line that the daemon refuses, and how many of them are sent at a time where many are.
+const std::string kNonsense = "nonsense\r\n";
+constexpr int kBabble = 64;
 
 constexpr const char* kListedCards[] = {
     "DTI:0x0:6 channel RC", "DTI:0x1:3 channel DC", "DTI:0x3:16 channel", "DTI:0x5:16 channel",
@@ -65,6 +71,11 @@ int WEATHER::LostLinks() const {
 
 void CLIENT::Start() {
   m_thread = std::thread([this] { Run(); });
+}
+
+void CLIENT::Leave() {
+  m_isAway = true;
+  m_isDropped = true;
 }
 
 void CLIENT::Stop() {
@@ -112,6 +123,9 @@ void CLIENT::Run() {
 void CLIENT::RunOnce() {
   if (m_isDropped.exchange(false)) {
     Reset();
+    while (m_isAway && !m_isStopped) {
+      std::this_thread::sleep_for(kAwayStep);
+    }
     Connect();
   }
   const TIME begin = std::chrono::steady_clock::now();
@@ -203,7 +217,12 @@ std::string MACHINE::Exchange() {
   std::string commands = output + "\r\n";
   if (m_turn % 16 == 0) {
     commands += "a0b4d" + value + "\r\na1b0d" + value + "\r\naElPAp0002tTurn " + value +
-                "\r\na9sHS43" + value + "\r\nnonsense\r\n";
+                "\r\na9sHS43" + value + "\r\n" + kNonsense;
+  }
+  if (m_babbles) {
+    for (int i = 0; i < kBabble; ++i) {
+      commands += kNonsense;
+    }
   }
   m_io->Send(commands);
   static_cast<void>(m_rack.Command("set 3.0 " + value));  // refused while the card is pulled

@@ -51,6 +51,9 @@ class CLIENT {
 
   /// To reset its connections and connect anew.
   void Drop() { m_isDropped = true; }
+  /// As Drop, but not to connect before Return.
+  void Leave();
+  void Return() { m_isAway = false; }
 
   /// When the latest exchange began that came to its end.
   TIME LastServed() const;
@@ -79,6 +82,7 @@ class CLIENT {
   const WEATHER& m_weather;
   std::atomic<bool> m_isStopped{false};
   std::atomic<bool> m_isDropped{true};
+  std::atomic<bool> m_isAway{false};
   std::atomic<std::uint64_t> m_exchanges{0};
   std::atomic<std::uint64_t> m_spoiled{0};
   mutable std::mutex m_mutex;  // guards the two below
@@ -122,6 +126,9 @@ class MACHINE : public CLIENT {
       : CLIENT(weather), m_ioPort(ioPort), m_monPort(monPort), m_rack(rack) {}
   ~MACHINE() override { Stop(); }
 
+  /// To send many lines that are refused, or no more of them than usual.
+  void Babble(bool on) { m_babbles = on; }
+
  protected:
   void Connect() override;
   void Reset() override;
@@ -133,6 +140,7 @@ class MACHINE : public CLIENT {
   RACK_PROCESS& m_rack;
   std::optional<support::TCP_CLIENT> m_io;
   std::optional<support::TCP_CLIENT> m_mon;
+  std::atomic<bool> m_babbles{false};
   unsigned int m_turn = 0;
 };
 

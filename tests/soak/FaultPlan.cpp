@@ -42,17 +42,21 @@ struct LOST_CLIENTS {
   const char* name;
   bool operatorIsLost;
   bool machineIsLost;
+  bool backlogIsFilled;
 };
-constexpr LOST_CLIENTS kLostClients[] = {{"the operator's connection is reset", true, false},
-                                         {"the machine's connections are reset", false, true},
-                                         {"all connections are reset", true, true}};
+constexpr LOST_CLIENTS kLostClients[] = {
+    {"the operator is away while the machine is refused much", false, false, true},
+    {"the operator's connection is reset", true, false, false},
+    {"the machine's connections are reset", false, true, false},
+    {"all connections are reset", true, true, false}};
 
 FAULT FaultOf(const LOST_CLIENTS& lost) {
   return {.name = lost.name,
           .begin = {},
           .end = {},
           .dropsOperator = lost.operatorIsLost,
-          .dropsMachine = lost.machineIsLost};
+          .dropsMachine = lost.machineIsLost,
+          .fillsBacklog = lost.backlogIsFilled};
 }
 
 }  // namespace
@@ -75,8 +79,12 @@ std::string FAULT_PLAN::HexBytes(int most) {
   return text;
 }
 
+bool FAULT_PLAN::IsWarm() const {
+  return m_lostClients == std::size(kLostClients);
+}
+
 FAULT FAULT_PLAN::Draw() {
-  if (m_lostClients < std::size(kLostClients)) {
+  if (!IsWarm()) {
     return FaultOf(kLostClients[m_lostClients++]);
   }
   // What happens most often on a real line comes most often.

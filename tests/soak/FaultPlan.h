@@ -13,16 +13,20 @@ struct FAULT {
   std::vector<std::string> end;
   bool dropsOperator = false;
   bool dropsMachine = false;
+  /// The operator stays away until as much waits for it as ever may.
+  bool fillsBacklog = false;
 };
 
 /// Draws faults; the same ones in the same order for the same seed. Before those it has each kind
-/// of lost client once: what waits for one that is away takes memory that is not given back to the
-/// system, and is to have been taken before growth is looked for. One thread.
+/// of lost client once, as a warm-up: what waits for one that is away takes memory that is not given
+/// back to the system, and is to have been taken before growth is looked for. One thread.
 class FAULT_PLAN {
  public:
   explicit FAULT_PLAN(std::uint64_t seed) : m_random(seed) {}
 
   FAULT Draw();
+  /// What comes first was drawn.
+  bool IsWarm() const;
   /// Evenly from the range, both ends included.
   int Number(int least, int most);
 

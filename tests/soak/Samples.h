@@ -29,12 +29,14 @@ struct PEAKS {
 };
 
 /// Samples the daemon, writes each sample as a line of a table, and keeps the peaks of the first
-/// tenth of the run, which is the measure, and of the rest. One thread.
+/// tenth of the run, which is the measure, and of the rest. A warm-up that takes longer than a tenth
+/// is the measure as a whole. One thread.
 class SAMPLER {
  public:
   SAMPLER(pid_t daemon, const std::string& tablePath, std::chrono::seconds length);
 
   double Seconds() const;
+  void EndWarmUp() { m_isWarm = true; }
   /// Takes a sample; exchanges is their number so far.
   SAMPLE Take(std::uint64_t exchanges);
   int Descriptors() const;
@@ -46,7 +48,7 @@ class SAMPLER {
   const PEAKS& Rest() const { return m_rest; }
 
  private:
-  PEAKS& Now() { return Seconds() * 10 < m_length ? m_firstTenth : m_rest; }
+  PEAKS& Now() { return !m_isWarm || Seconds() * 10 < m_length ? m_firstTenth : m_rest; }
   /// User and system time of all threads and of children that were waited for.
   double CpuSeconds() const;
 
@@ -54,6 +56,7 @@ class SAMPLER {
   const double m_length;
   const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
   std::ofstream m_table;
+  bool m_isWarm = false;
   PEAKS m_firstTenth;
   PEAKS m_rest;
   double m_lastSeconds = 0;

@@ -111,6 +111,9 @@ void SOAK::MakeFault() {
   for (const std::string& line : fault.begin) {
     m_rack.Order(line);
   }
+  if (fault.fillsBacklog) {
+    FillBacklog();
+  }
   if (fault.dropsOperator) {
     m_operator.Drop();
   }
@@ -124,12 +127,27 @@ void SOAK::MakeFault() {
   m_rack.Order("clear");
   Recover();
   ++m_faults;
+  if (m_plan.IsWarm()) {
+    m_sampler.EndWarmUp();
+  }
   const double took = m_sampler.Seconds() - begin;
   m_longestRecovery = std::max(m_longestRecovery, took);
   m_faultTable << begin << ' ' << took << ' ' << fault.name << std::endl;
   if (!m_failures.empty()) {
     Fail("the last fault was: " + fault.name);
   }
+}
+
+void SOAK::FillBacklog() {
+  const auto bounds = [this] { return m_log.LinesWith("too many messages wait on CAE").size(); };
+  const std::size_t before = bounds();
+  m_operator.Leave();
+  m_machine.Babble(true);
+  if (!Pass(kRecoveryLimit, [&] { return !m_failures.empty() || bounds() > before; })) {
+    Fail("what waits for the operator finds no bound within three minutes");
+  }
+  m_machine.Babble(false);
+  m_operator.Return();
 }
 
 void SOAK::Recover() {
@@ -192,6 +210,9 @@ void SOAK::Fail(const std::string& what) {
 void SOAK::Judge() {
   const PEAKS& measure = m_sampler.FirstTenth();
   const PEAKS& rest = m_sampler.Rest();
+  if (rest.residentKiB == 0 && m_failures.empty()) {
+    Fail("it ended before growth could be looked for");
+  }
   if (rest.residentKiB - measure.residentKiB > kMemoryGrowthKiB) {
     Fail("the memory grew by " + std::to_string(rest.residentKiB - measure.residentKiB) +
          " kB after the first tenth");

@@ -38,6 +38,8 @@ class SOAK {
  private:
   void Faults(const std::atomic<bool>& stop);
   void MakeFault();
+  /// Keeps the operator away until as much waits for it as ever may.
+  void FillBacklog();
   void Recover();
   /// Lets time pass until done() or the limit, sampling; false at the limit.
   template <class DONE>
