@@ -20,6 +20,10 @@ option(VORN_FUZZ "Build the fuzz targets for libFuzzer, which clang brings" OFF)
 include(CheckPIESupported)
 check_pie_supported()
 
+# Whether a target's own code is optimised, as that of the directory's variable of this name is.
+define_property(TARGET PROPERTY VORN_OPTIMIZED INITIALIZE_FROM_VARIABLE VORN_OPTIMIZED)
+set(VORN_OPTIMIZED ON)
+
 add_library(vorn_options INTERFACE)
 # Plain char is unsigned on the board; it is made so everywhere, so that a byte above 127 behaves
 # the same on the developer's machine.
@@ -49,9 +53,9 @@ if(VORN_SANITIZE)
   target_link_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE})
 else()
   # Hardening that costs a daemon of this size nothing.
-  target_compile_options(
-    vorn_options INTERFACE -fstack-protector-strong
-                           $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+  set(fortified $<AND:$<CONFIG:Release>,$<BOOL:$<TARGET_PROPERTY:VORN_OPTIMIZED>>>) # it asks for -O1
+  target_compile_options(vorn_options INTERFACE -fstack-protector-strong $<${fortified}:-U_FORTIFY_SOURCE>
+                                                $<${fortified}:-D_FORTIFY_SOURCE=2>)
   target_link_options(vorn_options INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 endif()
 
