@@ -18,8 +18,8 @@ struct FAULT {
 };
 
 /// Draws faults; the same ones in the same order for the same seed. Before those it has each kind
-/// of lost client once, as a warm-up: what waits for one that is away takes memory that is not given
-/// back to the system, and is to have been taken before growth is looked for. One thread.
+/// of lost client once, as a warm-up: what waits for one that is away takes memory that is not
+/// given back to the system, and is to have been taken before growth is looked for. One thread.
 class FAULT_PLAN {
  public:
   explicit FAULT_PLAN(std::uint64_t seed) : m_random(seed) {}

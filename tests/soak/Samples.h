@@ -29,8 +29,8 @@ struct PEAKS {
 };
 
 /// Samples the daemon, writes each sample as a line of a table, and keeps the peaks of the first
-/// tenth of the run, which is the measure, and of the rest. A warm-up that takes longer than a tenth
-/// is the measure as a whole. One thread.
+/// tenth of the run, which is the measure, and of the rest. A warm-up that takes longer than a
+/// tenth is the measure as a whole. One thread.
 class SAMPLER {
  public:
   SAMPLER(pid_t daemon, const std::string& tablePath, std::chrono::seconds length);
