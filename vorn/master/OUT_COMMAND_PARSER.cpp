@@ -101,7 +101,8 @@ OUT_COMMAND_PARSER::OUT_COMMAND_PARSER(const std::string& ioInpSeparator,
       m_cards(cards),
       m_busQueue(std::move(busQueue)),
       m_caeOutput(caeOutput),
-      m_logger(logger) {
+      m_logger(logger),
+      m_reports(kConsoleBacklogLimit) {
 }
 
 int OUT_COMMAND_PARSER::ParseOutCommand(const QList& message) {
@@ -235,16 +236,11 @@ void OUT_COMMAND_PARSER::Refuse(const std::string& command) {
 }
 
 void OUT_COMMAND_PARSER::TellOperator(const std::string& text) {
-  // Full until half of them are gone: a report is two messages, and the worker takes one at a time;
-  // right at the limit each would bring a log line.
-  const bool full =
-      m_caeOutput.Size() >= (m_consoleFull ? kConsoleBacklogLimit / 2 : kConsoleBacklogLimit);
-  if (full && !m_consoleFull) {
+  if (m_reports.FillsUp(m_caeOutput.Size())) {
     m_logger.WriteLog(kErr,
                       "too many messages wait on CAE interface, refused commands are not reported");
   }
-  m_consoleFull = full;
-  if (full) {
+  if (m_reports.IsFull()) {
     return;
   }
   m_caeOutput.ToQueue(Convert_String2QList(text + m_caeOutSeparator));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "vorn/base/Backlog.h"
 #include "vorn/base/LOGGER.h"
 #include "vorn/base/QList.h"
 #include "vorn/base/VOQUEUE.h"
@@ -58,5 +59,5 @@ class OUT_COMMAND_PARSER {
   BUS_QUEUE m_busQueue;
   VOQUEUE& m_caeOutput;
   LOGGER& m_logger;
-  bool m_consoleFull = false;  // and logged
+  BACKLOG m_reports;  // in m_caeOutput
 };
