@@ -208,6 +208,60 @@ TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
   EndFault();
 }
 
+TEST_F(ClientFaults, AnOperatorWhoAsksFasterThanHeIsAnsweredIsHeldBackAndLosesNoAnswer) {
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {PART::kCae}});
+  const long before = support::ResidentKiB(Pid());
+  // A read of 255 bytes, all commands of which are answered at once: no card is at address 2.
+  constexpr int kQuestions = 2000;
+  std::string question =
+      "SETANMASK:2=0 LCDSELFTEST: LCDINITLIGHT: STORESRVPOS: MOVESTRPOS: SETSC GETSC SETMSR GETMSR "
+      "STOREMSRS POLLON: POLLOFF: GETLASTINPST:\r\n";
+  question.resize(255, '-');
+  std::thread asking([&] {
+    for (int i = 0; i < kQuestions; ++i) {
+      cae->Send(question);
+    }
+  });
+  long most = 0;
+  int answers = 0;
+  for (; answers < kQuestions; ++answers) {
+    if (!cae->ReadUntil("\r>\r\n\r").ends_with("\r>\r\n\r")) {
+      break;
+    }
+    most = std::max(most, support::ResidentKiB(Pid()));
+  }
+  asking.join();
+  EXPECT_EQ(answers, kQuestions);
+  if (!support::kSanitized) {
+    EXPECT_LT(most - before, 24 * 1024);
+  }
+  ExpectService();
+  EndFault();
+}
+
+TEST_F(ClientFaults, AnIoClientThatStopsReadingInAStormOfInputIsGivenUpWithinAMinute) {
+  config.initPollState = "TRUE";
+  config.speedPercent = "100";
+  StartForFaults();
+  BeginFault({.touched = {PART::kIo, PART::kMon}, .lines = LateReply()});
+  io.reset();
+  ASSERT_TRUE(WaitForLines(Waiting("IO"), 2));
+  TCP_CLIENT stuck(config.io.port, {.smallBuffers = true});
+  ASSERT_TRUE(stuck.ReadUntil(kIoGreeting).ends_with(kIoGreeting));
+  const long before = support::ResidentKiB(Pid());
+  StartInputStream();
+  ExpectService();
+  ASSERT_TRUE(log.WaitForLine(ClosedByClient("IO"), 2, kMinute));
+  StopInputStream();
+  if (!support::kSanitized) {
+    EXPECT_LT(support::ResidentKiB(Pid()) - before, 2 * 1024);
+  }
+  stuck.Close();
+  EndFault();
+}
+
 TEST_F(ClientFaults, OneByteASegmentIsOneMessageAByte) {
   config.speedPercent = "100";
   StartForFaults();

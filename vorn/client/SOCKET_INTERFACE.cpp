@@ -58,6 +58,10 @@ constexpr std::size_t kBinaryMessageLimit = 255;
 /// lists.
 constexpr std::size_t kInputBacklogLimit = 64;
 
+/// Nor is a client that has left read while so many wait: one after the other, clients that come,
+/// send and go would fill the memory while an adapter is away.
+constexpr std::size_t kLeftInputBacklogLimit = 1024;
+
 /// What a client can have sent ahead while it is held back, in the kernel's buffer: enough for a
 /// terminal and a controller program, little to read at once when the client leaves.
 constexpr int kReceiveBufferBytes = 16384;
@@ -299,12 +303,23 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
   if (ready == 0 || !FD_ISSET(client, &readable)) {
     return INPUT::kGoesOn;
   }
+  const std::size_t waiting = m_inputQueue.Size();
   // A client that has left is read to its end all the same: it must not keep the only slot for as
   // long as the master loop, or an adapter that is away, holds it back.
-  if (m_inputQueue.Size() >= kInputBacklogLimit && !HasLeft(client)) {
+  if (waiting >= kInputBacklogLimit && !HasLeft(client)) {
     return INPUT::kGoesOn;
   }
-  return Receive();
+  return waiting >= kLeftInputBacklogLimit ? LeaveUnread() : Receive();
+}
+
+/// For a client that has left: what it has sent last is not taken any more.
+SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::LeaveUnread() {
+  std::uint8_t byte = 0;
+  if (recv(m_client.Get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) > 0) {
+    LogError("too many messages wait from " + m_descriptor.name +
+             " interface, the rest of its client's is lost");
+  }
+  return INPUT::kEnd;
 }
 
 SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {

@@ -93,6 +93,7 @@ class SOCKET_INTERFACE final : public CThread {
   bool Adopt(FILE_DESCRIPTOR& client);
   INPUT ReadClient();
   INPUT Receive();
+  INPUT LeaveUnread();
   void QueueInput(const std::uint8_t* bytes, std::size_t count);
   void WriteNextMessage(bool clientLeft);
   bool WriteMessage(const QList& message);

@@ -95,7 +95,9 @@ void CAE_INTERPRETER::InterpretCaeCommand(const std::string& text) {
 // --- what the commands share --------------------------------------------------------------------
 
 void CAE_INTERPRETER::Reply(const std::string& text) {
-  m_output.ToQueue(Convert_String2QList(text + m_outSeparator));
+  if (!m_muted) {
+    m_output.ToQueue(Convert_String2QList(text + m_outSeparator));
+  }
 }
 
 /// False, and answered, when the command asks for one card type and the addressed card has another.

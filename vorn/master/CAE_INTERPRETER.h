@@ -28,6 +28,10 @@ class CAE_INTERPRETER {
   /// order of the table; then the prompt, or the unknown-command reply, follows.
   void InterpretCaeCommand(const std::string& text);
 
+  /// Whether commands run without being answered: those of an operator who has gone, while enough
+  /// waits for the next one.
+  void Mute(bool on) { m_muted = on; }
+
  private:
   friend struct CAE_COMMAND_TABLE;
 
@@ -78,6 +82,7 @@ class CAE_INTERPRETER {
   VOQUEUE& m_inputLines;
   CARD_TABLE& m_cards;
   DAEMON_CONTROL& m_daemon;
+  bool m_muted = false;
   std::uint8_t m_selfTestState = 0;
   std::uint8_t m_initLightState = 0;
 };

@@ -17,10 +17,27 @@ constexpr std::size_t kBusBacklogLimit = 1024;
 /// given up, ten seconds later, a busy IO client would fill the memory with them.
 constexpr std::size_t kMonitorBacklogLimit = 1024;
 
+/// While so many messages wait for the operator, none of his commands is taken; the CAE worker then
+/// stops reading, and TCP holds him back. An operator who has gone cannot be held back: his
+/// commands run, and further answers to them are not kept. More than what reports of refused IO
+/// commands may leave there, or a busy IO client would keep him from being served.
+constexpr std::size_t kAnswerBacklogLimit = 5120;
+
+/// While so many lines wait for an IO client that does not read, further ones stay where they pause
+/// the polling: the next poll then tells what has changed meanwhile.
+constexpr std::size_t kInputLineBacklogLimit = 1024;
+
+/// While so many input lines wait, more than polling leaves there, no command of the operator is
+/// taken: he has asked again and again for the state of all inputs.
+constexpr std::size_t kRepeatedLineBacklogLimit = 2048;
+
 }  // namespace
 
 VORN::VORN(const SIGNAL_FLAG& signalFlag, const std::string& configPath)
-    : m_signalFlag(signalFlag), m_configPath(configPath) {
+    : m_signalFlag(signalFlag),
+      m_configPath(configPath),
+      m_copies(kMonitorBacklogLimit),
+      m_answers(kAnswerBacklogLimit) {
 }
 
 VORN::~VORN() {
@@ -143,7 +160,8 @@ bool VORN::StoppedBySignal() {
 /// The monitor sees card input only while an IO client is connected; without one the line is
 /// dropped.
 void VORN::ForwardCardInput() {
-  if (m_serialQueue->IsEmpty()) {
+  if (m_serialQueue->IsEmpty() ||
+      (m_io->IsConnected() && m_io->OutputQueue().Size() >= kInputLineBacklogLimit)) {
     return;
   }
   QList line = m_serialQueue->DeQueue();
@@ -175,22 +193,28 @@ void VORN::CopyToMonitor(const QList& message) {
   if (!m_mon->IsConnected()) {
     return;
   }
-  // Full until half of them are gone: else a slow reader would bring a log line with each message.
-  const bool full = m_mon->OutputQueue().Size() >=
-                    (m_monitorFull ? kMonitorBacklogLimit / 2 : kMonitorBacklogLimit);
-  if (full && !m_monitorFull) {
+  if (m_copies.FillsUp(m_mon->OutputQueue().Size())) {
     m_logger.WriteLog(kErr, "too many messages wait on MON interface, copies are not made");
   }
-  m_monitorFull = full;
-  if (!full) {
+  if (!m_copies.IsFull()) {
     m_mon->OutputQueue().ToQueue(message);
   }
 }
 
 void VORN::ServeCae() {
-  if (!m_caeQueue->IsEmpty()) {
-    m_caeInterpreter->InterpretCaeCommand(Convert_QList2String(m_caeQueue->DeQueue()));
+  if (m_caeQueue->IsEmpty() || m_serialQueue->Size() >= kRepeatedLineBacklogLimit) {
+    return;
   }
+  const std::size_t waiting = m_cae->OutputQueue().Size();
+  const bool isThere = m_cae->IsConnected();
+  if (isThere && waiting >= kAnswerBacklogLimit) {
+    return;
+  }
+  if (!isThere && m_answers.FillsUp(waiting)) {
+    m_logger.WriteLog(kErr, "too many messages wait on CAE interface, answers are not kept");
+  }
+  m_caeInterpreter->Mute(!isThere && m_answers.IsFull());
+  m_caeInterpreter->InterpretCaeCommand(Convert_QList2String(m_caeQueue->DeQueue()));
 }
 
 int VORN::ParseOutCommand(const QList& message) {

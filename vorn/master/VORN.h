@@ -1,5 +1,6 @@
 #pragma once
 
+#include "vorn/base/Backlog.h"
 #include "vorn/base/LOGGER.h"
 #include "vorn/base/VOQUEUE.h"
 #include "vorn/bus/CARD_TABLE.h"
@@ -77,5 +78,6 @@ class VORN : private DAEMON_CONTROL {
   // They borrow the workers' queues: made after the workers, released before them.
   std::unique_ptr<CAE_INTERPRETER> m_caeInterpreter;
   std::unique_ptr<OUT_COMMAND_PARSER> m_outCommandParser;
-  bool m_monitorFull = false;  // and logged
+  BACKLOG m_copies;   // in the monitor's output queue
+  BACKLOG m_answers;  // in the operator's, while there is none
 };

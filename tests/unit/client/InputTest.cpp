@@ -15,6 +15,7 @@ using support::WaitUntil;
 namespace {
 
 constexpr std::size_t kBacklogLimit = 64;
+constexpr std::size_t kLeftBacklogLimit = 1024;
 
 }  // namespace
 
@@ -170,6 +171,20 @@ TEST_F(SocketInterface, ReadsAClientThatLeavesToItsEndThoughItsInputQueueIsLong)
     EXPECT_EQ(NextInput(), "waiting");
   }
   EXPECT_EQ(NextInput(), "last words");
+}
+
+TEST_F(SocketInterface, LosesTheRestOfAClientThatLeftWhile1024MessagesWaitAndSaysSo) {
+  for (std::size_t i = 0; i < kLeftBacklogLimit; ++i) {
+    m_input.ToQueue(Message("waiting"));
+  }
+  TCP_CLIENT client = StartWithClient();
+  client.Send("last words");
+  client.Close();
+  EXPECT_TRUE(m_log.WaitForLine("[INF] connection is closed by client on CAE interface"));
+  EXPECT_EQ(
+      Count("[ERR] too many messages wait from CAE interface, the rest of its client's is lost"),
+      1);
+  EXPECT_EQ(m_input.Size(), kLeftBacklogLimit);
 }
 
 TEST_F(SocketInterface, IsNotDisturbedByAnInterruptedSelectOrRead) {

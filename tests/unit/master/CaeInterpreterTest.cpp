@@ -178,6 +178,15 @@ TEST_F(CaeInterpreter, HasAVectorForEveryCommand) {
   EXPECT_EQ(commands, tested);
 }
 
+TEST_F(CaeInterpreter, RunsItsCommandsWithoutAnAnswerWhileMuted) {
+  interpreter->Mute(true);
+  EXPECT_EQ(Answer("ENABLEPOLL\r\n"), LINES());
+  EXPECT_TRUE(daemon.polling);
+  EXPECT_EQ(Answer("NONSENSE\r\n"), LINES());
+  interpreter->Mute(false);
+  EXPECT_EQ(Answer("NONSENSE\r\n"), LINES({kUnknown}));
+}
+
 // --- the commands for cards ---------------------------------------------------------------------
 
 TEST_F(CaeInterpreter, CardCommandSendsItsFrameWaitsASecondAndReportsSuccess) {

@@ -51,14 +51,15 @@ class Vorn : public testing::Test {
     vorn.reset();
   }
 
-  BYTES Answer(const BYTES& body) const {
+  BYTES Answer(const BYTES& body) {
     switch (body.front()) {
       case '@':
         return Hex("05 6F 31 2E 30 37");
       case '0':
         return Hex("11 31 00 00 00 04 00 03 00 00 00 00 00 00 00 00 00 00");
       case 0x20:
-        return Frame({'!', body[1], firstGroup.load(), 0});
+        ++pollCount;
+        return Frame({'!', body[1], changesAtEachPoll ? ++firstGroup : firstGroup.load(), 0});
       case 'P':
         return Frame({'Q', body[1], 0, 0});
       default:
@@ -130,6 +131,8 @@ class Vorn : public testing::Test {
   const support::RESERVED_PORT monPort;
   support::CONFIG config;
   std::atomic<std::uint8_t> firstGroup{0};
+  std::atomic<bool> changesAtEachPoll{false};
+  std::atomic<int> pollCount{0};
   SIGNAL_FLAG flag{kNoSignal};
   std::optional<VORN> vorn;
   std::thread loop;
@@ -344,6 +347,37 @@ TEST_F(Vorn, AnInputChangeWithoutAnIoClientIsDroppedForTheMonitorToo) {
   EXPECT_TRUE(mon.Receives("a3b1d00\n\r"));
 }
 
+TEST_F(Vorn, PausesPollingWhile1024LinesWaitForAnIoClientThatDoesNotReadAndLosesNone) {
+  config.speedPercent = "100";
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT io(config.io.port, {.smallBuffers = true});
+  EXPECT_TRUE(io.Receives(kIoGreeting));
+  changesAtEachPoll = true;
+  Ask(cae, "ENABLEPOLL", {"CIA: GLOBAL POLLING IS ENABLED"});
+  // So many lines for the client, and as many that pause the polling.
+  EXPECT_TRUE(WaitUntil([&] {
+    const int before = pollCount;
+    return before >= 2 * 1024 && !WaitUntil([&] { return pollCount > before; }, support::kSilence);
+  }));
+  AskVersion(cae);
+  changesAtEachPoll = false;
+  const std::string last = "a3b0d" + ToHex(BYTES{firstGroup}) + "\n\r";
+  std::string lines;
+  for (std::string some; !(some = io.Read(4096, support::kSilence)).empty();) {
+    lines += some;
+  }
+  std::string expected;
+  for (std::uint8_t value = 1; expected.size() < lines.size(); ++value) {
+    expected += "a3b0d" + ToHex(BYTES{value}) + "\n\r";
+  }
+  EXPECT_EQ(lines, expected);
+  EXPECT_TRUE(lines.ends_with(last));
+  const int paused = pollCount;
+  EXPECT_TRUE(WaitUntil([&] { return pollCount > paused; }));
+}
+
 // --- the IO interface ---------------------------------------------------------------------------
 
 TEST_F(Vorn, AnIoCommandReachesItsCardAndTheMonitorAsTyped) {
@@ -508,6 +542,40 @@ TEST_F(Vorn, SpeedPacesAllFiveLoops) {
   const CALLS_RECORDED calls;
   Ask(cae, "SPEED=50", {"CIA: SPEED IS SET to 50%"});
   EXPECT_TRUE(WaitUntil([&] { return calls.ThreadsThatPaused(2'525'000) == 5; }));
+}
+
+TEST_F(Vorn, KeepsNoMoreThan5120AnswersForOperatorsWhoAskAndGoAndSaysSoOnce) {
+  config.speedPercent = "100";
+  Start();
+  constexpr const char* kFull =
+      "[ERR] too many messages wait on CAE interface, answers are not kept";
+  // A read of 255 bytes, all commands of which are answered at once: no card is at address 2.
+  std::string read =
+      "SETANMASK:2=0 LCDSELFTEST: LCDINITLIGHT: STORESRVPOS: MOVESTRPOS: SETSC GETSC SETMSR GETMSR "
+      "STOREMSRS POLLON: POLLOFF: GETLASTINPST:\r\n";
+  read.resize(255, '-');
+  std::string reads;
+  for (int i = 0; i < 60; ++i) {
+    reads += read;
+  }
+  EXPECT_TRUE(WaitUntil([&] {
+    TCP_CLIENT cae(config.cae.port);
+    cae.Send(reads);
+    cae.CloseSending();  // read to its end; few answers go out meanwhile
+    cae.ReadToEnd();
+    return Logged(kFull);
+  }));
+  TCP_CLIENT cae(config.cae.port);
+  const std::string waited = cae.ReadUntil(kCaeGreeting);
+  EXPECT_TRUE(waited.ends_with(kCaeGreeting));
+  constexpr std::ptrdiff_t kOneAnswer = 64;  // lines, at most
+  EXPECT_LT(std::count(waited.begin(), waited.end(), '\n'), 5120 + kOneAnswer);
+  EXPECT_TRUE(WaitUntil([&] {
+    cae.Send("DRVVER\r\n");
+    return cae.ReadUntil("\r\n\r>\r\n\r").ends_with("CIA: DRIVER VERSION 1.20\r\n\r>\r\n\r");
+  }));
+  const LINES log = Log();
+  EXPECT_EQ(std::count(log.begin(), log.end(), kFull), 1);
 }
 
 // --- the monitor --------------------------------------------------------------------------------
