@@ -1,10 +1,13 @@
 #include "tests/system/SystemTest.h"
 
+#include "sim/line/Descriptor.h"
 #include "tests/support/ListeningPorts.h"
 #include "tests/support/Text.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,6 +36,23 @@ void ClearPrivateFolders() {
     for (const auto& entry : fs::directory_iterator(folder)) {
       fs::remove_all(entry.path());
     }
+  }
+}
+
+/// As a line comes up for a person at a terminal: whatever passes it unchanged later does so
+/// because the daemon has seen to it.
+void SetForTyping(const std::string& line) {
+  const sim::DESCRIPTOR terminal(open(line.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  termios settings{};
+  if (tcgetattr(terminal.Get(), &settings) == 0) {
+    settings.c_iflag = BRKINT | ICRNL | INLCR | ISTRIP | IXON | IXOFF | IXANY | PARMRK;
+    settings.c_oflag = OPOST | ONLCR | OCRNL;
+    settings.c_lflag = ISIG | ICANON | IEXTEN | ECHO | ECHOE | ECHOK | TOSTOP;
+    cfsetispeed(&settings, B9600);
+    cfsetospeed(&settings, B9600);
+  }
+  if (tcsetattr(terminal.Get(), TCSANOW, &settings) != 0) {
+    throw std::runtime_error("cannot set " + line);
   }
 }
 
@@ -139,6 +159,7 @@ void SYSTEM_TEST::StartWith(const std::string& configText, const support::START&
 
 void SYSTEM_TEST::StartLinked(const support::START& start) {
   Plug(0);
+  SetForTyping(adapter.NearPath());
   Start(start);
   Require(support::WaitUntil(
               [&] { return !log.LinesWith("[INF] hardware found on /dev/ttyUSB0").empty(); }),
