@@ -217,6 +217,9 @@ void SOAK::Judge() {
     Fail("the memory grew by " + std::to_string(rest.residentKiB - measure.residentKiB) +
          " kB after the first tenth");
   }
+  if (m_failures.empty() && (!measure.settledDescriptors || !rest.settledDescriptors)) {
+    Fail("it had no calm in which to look at the descriptors");
+  }
   if (measure.settledDescriptors && rest.settledDescriptors &&
       *rest.settledDescriptors > *measure.settledDescriptors) {
     Fail("the descriptors grew by " +
