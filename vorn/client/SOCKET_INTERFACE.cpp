@@ -433,6 +433,9 @@ void SOCKET_INTERFACE::CloseByCommand() {
 /// The listener first: a client that connected between the two closes would be left half open.
 void SOCKET_INTERFACE::CloseSockets() {
   const std::lock_guard lock(m_socketLock);
+  // A child that is just being started has a copy until its program replaces it. As long as it
+  // listened through that the port could not be had again.
+  shutdown(m_listener.Get(), SHUT_RDWR);
   m_listener.Close();
   m_client.Close();
   m_tornMessage = false;

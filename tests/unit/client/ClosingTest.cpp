@@ -63,6 +63,21 @@ TEST_F(SocketInterface, ListensOnItsOwnPortAgain) {
   EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
 }
 
+TEST_F(SocketInterface, ListensOnItsOwnPortAgainThoughAChildThatIsBeingStartedHoldsItsDescriptors) {
+  const RESERVED_PORT reserved;
+  const int port = reserved.Port();
+  Start("CAE", port);
+  TCP_CLIENT client = ConnectAndGreet();
+  // What a child of another worker's pause has until it is replaced by its program.
+  const int copy = dup(DescriptorOfListener(port));
+  ASSERT_NE(copy, -1);
+  client.Close();
+  EXPECT_TRUE(WaitUntilListening(2));
+  EXPECT_EQ(Port(), port);
+  EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
+  close(copy);
+}
+
 TEST_F(SocketInterface, KeepsTryingToListenWithAPauseEachTime) {
   TCP_CLIENT client = StartWithClient();
   socketCalls.socket.Fail(EMFILE, 3);

@@ -30,6 +30,21 @@ int DescriptorTo(int peerPort) {
   return -1;
 }
 
+int DescriptorOfListener(int port) {
+  for (const auto& [number, target] : support::OpenDescriptors(getpid())) {
+    int listens = 0;
+    socklen_t size = sizeof listens;
+    sockaddr_in address{};
+    socklen_t addressSize = sizeof address;
+    if (getsockopt(number, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) == 0 && listens != 0 &&
+        getsockname(number, reinterpret_cast<sockaddr*>(&address), &addressSize) == 0 &&
+        address.sin_family == AF_INET && ntohs(address.sin_port) == port) {
+      return number;
+    }
+  }
+  return -1;
+}
+
 SocketInterface::SocketInterface() {
   socketCalls.Reset();
   for (const int seconds : {2, 3}) {

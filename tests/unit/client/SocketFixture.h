@@ -70,3 +70,5 @@ class SocketInterface : public testing::Test {
 
 /// Descriptor of this process whose connection leads to that port of a peer; -1: none.
 int DescriptorTo(int peerPort);
+/// Descriptor of this process that listens on the port; -1: none.
+int DescriptorOfListener(int port);
