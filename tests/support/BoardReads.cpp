@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdlib>
 #include <ctime>
 
 namespace {
@@ -24,6 +25,11 @@ READ NextRead() {
 
 constexpr int kReadsPerPause = 1000;
 constexpr timespec kPause{0, 1'000'000};
+
+/// What the daemon starts reads as ever, and may be of another architecture.
+__attribute__((constructor)) void LoadIntoNoChild() {
+  unsetenv("LD_PRELOAD");
+}
 
 /// Reads in a row that brought nothing.
 thread_local int emptyReads = 0;

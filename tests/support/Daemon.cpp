@@ -104,7 +104,12 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 }
 
 std::vector<std::string> Environment(std::map<std::string, std::string> changes) {
+#ifdef VORN_EMULATOR
+  // For the emulated program, not for the shell that starts the emulator.
+  changes.emplace("QEMU_SET_ENV", "LD_PRELOAD=" VORN_BOARD_READS);
+#else
   changes.emplace("LD_PRELOAD", VORN_BOARD_READS);
+#endif
   // AddressSanitizer's runtime would insist on being loaded first; the reads are handed on to it.
   const char* options = std::getenv("ASAN_OPTIONS");
   changes.emplace(

@@ -20,11 +20,13 @@ std::string Folder(pid_t pid) {
   return "/proc/" + std::to_string(pid);
 }
 
-#ifdef __SANITIZE_THREAD__
+#if defined(__SANITIZE_THREAD__)
 // In a forked process both the runtime's fork and its fork handler start a background thread.
-constexpr int kSanitizerThreads = 2;
+constexpr int kForeignThreads = 2;
+#elif defined(VORN_EMULATOR)
+constexpr int kForeignThreads = 1;  // the emulator's own
 #else
-constexpr int kSanitizerThreads = 0;
+constexpr int kForeignThreads = 0;
 #endif
 
 /// The parent of a process; 0 when it is gone.
@@ -68,7 +70,7 @@ void KillChildren() {
 }
 
 int ThreadCount(pid_t pid) {
-  return std::atoi(StatusField(pid, "Threads").c_str()) - kSanitizerThreads;
+  return std::atoi(StatusField(pid, "Threads").c_str()) - kForeignThreads;
 }
 
 long ResidentKiB(pid_t pid) {
