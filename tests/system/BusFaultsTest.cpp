@@ -130,6 +130,9 @@ TEST_F(BusFaults, EveryPrefixOfEveryReplyIsATimeoutAndTheLinkIsMadeAgain) {
       SCOPED_TRACE(sim::ToHex(row.code) + " cut to " + std::to_string(count));
       Suffer({.kind = FAULT_KIND::kCut, .count = count, .address = row.address, .code = row.code});
       timeouts += row.timeouts;
+      if (count == 0) {
+        ExpectService();
+      }
       ASSERT_TRUE(WaitForLines(kAnyTimeout, timeouts));
       ASSERT_TRUE(WaitForLines(kFound, ++found));
     }
@@ -169,6 +172,7 @@ TEST_F(BusFaults, EveryFaultOnEveryKindOfRequestIsSurvived) {
       }
       SCOPED_TRACE(sim::Describe(fault));
       Suffer(fault);
+      ExpectService();
       // Found again, if it was lost.
       if (row.code == sim::request::kIdentify) {
         Identify();
@@ -301,6 +305,7 @@ TEST_F(BusFaults, TheAdapterIsPulledOutInTheMiddleOfAReply) {
   for (std::size_t count = 0; count <= whole.size(); ++count) {
     AnswerPollsWith({sim::Bytes(whole.begin(), whole.begin() + static_cast<long>(count))});
     Unplug();
+    ExpectService();
     Plug(static_cast<int>(count));
     ASSERT_TRUE(WaitForLines(kFound, ++found)) << count;
     // Where the prefix had its timeout before the adapter was gone, it was found twice.

@@ -208,35 +208,36 @@ TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
   EndFault();
 }
 
-TEST_F(ClientFaults, AnOperatorWhoAsksFasterThanHeIsAnsweredIsHeldBackAndLosesNoAnswer) {
+TEST_F(ClientFaults, AnOperatorWhoAsksFasterThanHeIsAnsweredIsHeldBack) {
   config.speedPercent = "100";
   StartForFaults();
   BeginFault({.touched = {PART::kCae}});
   const long before = support::ResidentKiB(Pid());
-  // A read of 255 bytes, all commands of which are answered at once: no card is at address 2.
-  constexpr int kQuestions = 2000;
-  std::string question =
-      "SETANMASK:2=0 LCDSELFTEST: LCDINITLIGHT: STORESRVPOS: MOVESTRPOS: SETSC GETSC SETMSR GETMSR "
-      "STOREMSRS POLLON: POLLOFF: GETLASTINPST:\r\n";
-  question.resize(255, '-');
-  std::thread asking([&] {
-    for (int i = 0; i < kQuestions; ++i) {
-      cae->Send(question);
-    }
-  });
+  // Wherever a read of 255 bytes begins, it holds each command, to be refused for its card at once.
+  std::string questions;
+  constexpr std::size_t kPushed = 512U * 1024;
+  while (questions.size() < kPushed) {
+    questions +=
+        "SETMSR\r\nGETMSR\r\nSTOREMSRS\r\nSTOREANMASK:\r\nLCDSELFTEST:\r\nLCDINITLIGHT:\r\n"
+        "SETANMASK:\r\n";
+  }
   long most = 0;
-  int answers = 0;
-  for (; answers < kQuestions; ++answers) {
-    if (!cae->ReadUntil("\r>\r\n\r").ends_with("\r>\r\n\r")) {
-      break;
+  {
+    const READER reader(*cae);
+    constexpr std::size_t kPiece = 4096;
+    for (std::size_t begin = 0; begin < questions.size(); begin += kPiece) {
+      cae->Send(std::string_view(questions).substr(begin, kPiece));
+      most = std::max(most, support::ResidentKiB(Pid()));
     }
+    ASSERT_TRUE(support::WaitUntil([&] { return cae->IsAllRead(); }, 3 * support::kLimit));
     most = std::max(most, support::ResidentKiB(Pid()));
   }
-  asking.join();
-  EXPECT_EQ(answers, kQuestions);
   if (!support::kSanitized) {
-    EXPECT_LT(most - before, 24 * 1024);
+    EXPECT_LT(most - before, 16 * 1024);
   }
+  const std::string version = CaeReply({"CIA: DRIVER VERSION 1.20"});
+  cae->Send("DRVVER\r\n");  // behind the answers that are still to come
+  EXPECT_TRUE(cae->ReadUntil(version).ends_with(version));
   ExpectService();
   EndFault();
 }
@@ -485,9 +486,13 @@ TEST_F(ClientFaults, AClientThatConnectsAgainAndAgainLeavesNothingBehind) {
   BeginFault({.touched = {PART::kCae, PART::kIo, PART::kMon},
               .mostLines = static_cast<std::size_t>(rounds) * 3 * 8 + 20});
   const auto cycle = [&](PART part) {
-    for (int i = 0; i < rounds; ++i) {
-      Reconnect(part);
-      i % 3 == 0 ? Client(part)->Reset() : Client(part)->Close();
+    try {
+      for (int i = 0; i < rounds; ++i) {
+        Reconnect(part);
+        i % 3 == 0 ? Client(part)->Reset() : Client(part)->Close();
+      }
+    } catch (const std::exception& error) {
+      ADD_FAILURE() << Interface(part).name << ": " << error.what();
     }
   };
   const long before = support::ResidentKiB(Pid());

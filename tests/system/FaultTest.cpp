@@ -1,6 +1,7 @@
 #include "tests/system/FaultTest.h"
 
 #include "tests/support/ProcessInfo.h"
+#include "tests/support/Text.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -160,7 +161,7 @@ void FAULT_TEST::ExpectIdle() {
 
 void FAULT_TEST::EndFault() {
   m_isUnderWay = false;
-  EXPECT_EQ(Pid(), m_pid);
+  EXPECT_EQ(support::ReadFile(support::kPidPath), std::to_string(m_pid));
   ASSERT_TRUE(daemon.Running()) << "the daemon has not survived it";
   for (const PART part : kInterfaces) {
     if (m_scope.touched.contains(part)) {
