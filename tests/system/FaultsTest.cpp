@@ -87,6 +87,7 @@ TEST_F(Faults, AnIoClientThatLeavesDuringItsExitIsClosedOnceAndToldOnce) {
   pauses.Hold(1);
   client.Send("EXIT\n");
   ASSERT_TRUE(pauses.WaitUntilBegun(1));
+  EXPECT_TRUE(client.Receives(IoLine("VORN: Bye Bye...")));  // else its write may fail
   // The worker sees the close while the master loop is in the second before its own, and is kept
   // from listening again until that is over.
   pauses.Hold(2);
