@@ -111,6 +111,15 @@ class Vorn : public testing::Test {
   }
   static void AskVersion(TCP_CLIENT& cae) { Ask(cae, "DRVVER", {"CIA: DRIVER VERSION 1.20"}); }
 
+  /// A read of 255 bytes with a dozen commands, all answered at once: no card is at address 2.
+  static std::string AskedAtOnce() {
+    std::string read =
+        "SETANMASK:2=0 LCDSELFTEST: LCDINITLIGHT: STORESRVPOS: MOVESTRPOS: SETSC GETSC SETMSR "
+        "GETMSR STOREMSRS POLLON: POLLOFF: GETLASTINPST:\r\n";
+    read.resize(255, '-');
+    return read;
+  }
+
   /// Waits until the bus has asked for the cards and its answer is in the table.
   static void WaitForCards(TCP_CLIENT& cae) {
     EXPECT_TRUE(WaitUntil([&] {
@@ -537,19 +546,42 @@ TEST_F(Vorn, SpeedPacesAllFiveLoops) {
   EXPECT_TRUE(WaitUntil([&] { return calls.ThreadsThatPaused(2'525'000) == 5; }));
 }
 
+TEST_F(Vorn, TakesNoCommandWhile5120AnswersWaitForTheOperator) {
+  config.speedPercent = "100";
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  const CALLS_RECORDED calls;
+  constexpr int kReads = 1000;
+  std::thread asking([&] {
+    for (int i = 0; i < kReads; ++i) {
+      cae.Send(AskedAtOnce());
+    }
+    cae.SendAndWaitUntilRead("");
+    cae.Send("SPEED=50\r\n");
+  });
+  // Most of the answers have gone out when the last command is carried out.
+  std::ptrdiff_t answers = 0;
+  const auto read = [&] {
+    const std::string some = cae.Read(4096, std::chrono::milliseconds(20));
+    answers += std::count(some.begin(), some.end(), '\n');
+    return !some.empty();
+  };
+  EXPECT_TRUE(WaitUntil([&] {
+    read();
+    return calls.ThreadsThatPaused(2'525'000) > 0;
+  }));
+  asking.join();
+  EXPECT_GT(answers, kReads * 12 - 5120 - 2000);  // these are under way
+}
+
 TEST_F(Vorn, KeepsNoMoreThan5120AnswersForOperatorsWhoAskAndGoAndSaysSoOnce) {
   config.speedPercent = "100";
   Start();
   constexpr const char* kFull =
       "[ERR] too many messages wait on CAE interface, answers are not kept";
-  // A read of 255 bytes, all commands of which are answered at once: no card is at address 2.
-  std::string read =
-      "SETANMASK:2=0 LCDSELFTEST: LCDINITLIGHT: STORESRVPOS: MOVESTRPOS: SETSC GETSC SETMSR GETMSR "
-      "STOREMSRS POLLON: POLLOFF: GETLASTINPST:\r\n";
-  read.resize(255, '-');
   std::string reads;
   for (int i = 0; i < 60; ++i) {
-    reads += read;
+    reads += AskedAtOnce();
   }
   EXPECT_TRUE(WaitUntil([&] {
     TCP_CLIENT cae(config.cae.port);
