@@ -20,7 +20,7 @@ std::string Folder(pid_t pid) {
   return "/proc/" + std::to_string(pid);
 }
 
-#if defined(__SANITIZE_THREAD__)
+#if defined(VORN_SANITIZE_THREAD)
 // In a forked process both the runtime's fork and its fork handler start a background thread.
 constexpr int kForeignThreads = 2;
 #elif defined(VORN_EMULATOR)

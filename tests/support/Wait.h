@@ -8,7 +8,7 @@ namespace support {
 using std::chrono::milliseconds;
 
 // The sanitizers make everything several times slower, and so does counting what runs.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VORN_COVERAGE)
+#if defined(VORN_SANITIZE) || defined(VORN_COVERAGE)
 constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;

@@ -3,6 +3,8 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <memory>
 #include <new>
 #include <utility>
@@ -27,6 +29,13 @@ void* StartPrepared(void* argument) {
 
 }  // namespace
 
+/// operator new(std::size_t, const std::nothrow_t&), as the linker knows it.
+#if __SIZEOF_SIZE_T__ == 8
+#define NOTHROW_NEW(prefix) prefix##_ZnwmRKSt9nothrow_t
+#else
+#define NOTHROW_NEW(prefix) prefix##_ZnwjRKSt9nothrow_t
+#endif
+
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
 
@@ -38,6 +47,8 @@ int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
 FILE* __real_popen(const char* command, const char* mode);
 FILE* __wrap_popen(const char* command, const char* mode);
+void* NOTHROW_NEW(__real_)(std::size_t size, const std::nothrow_t& tag) noexcept;
+void* NOTHROW_NEW(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept;
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*function)(void*), void* argument) {
@@ -73,16 +84,9 @@ FILE* __wrap_popen(const char* command, const char* mode) {
   return __real_popen(command, mode);
 }
 
+void* NOTHROW_NEW(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept {
+  return faults.allocation ? nullptr : NOTHROW_NEW(__real_)(size, tag);
+}
+
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
-
-void* operator new(std::size_t size, const std::nothrow_t& /*unused*/) noexcept {
-  if (faults.allocation) {
-    return nullptr;
-  }
-  try {
-    return ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
