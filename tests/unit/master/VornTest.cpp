@@ -603,6 +603,32 @@ TEST_F(Vorn, KeepsNoMoreThan5120AnswersForOperatorsWhoAskAndGoAndSaysSoOnce) {
   EXPECT_EQ(std::count(log.begin(), log.end(), kFull), 1);
 }
 
+TEST_F(Vorn, TakesNoCommandWhile2048LinesWaitThatTheOperatorHasAskedFor) {
+  config.speedPercent = "100";
+  config.io.outSeparator = std::string(200, '-') + "\n";  // long lines fill the connection sooner
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT io(config.io.port, {.smallBuffers = true});
+  EXPECT_TRUE(io.Receives(kIoGreeting));
+  const std::string question = "GETLASTINPST:3=0";
+  const LINES answer = {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"};
+  // So many lines for the client, and as many for the master loop: up to here each is answered.
+  for (int i = 0; i < 1024 + 2048; ++i) {
+    Ask(cae, question, answer);
+  }
+  constexpr int kMoreThanTheConnectionHolds = 100'000;
+  bool waits = false;
+  for (int i = 0; i < kMoreThanTheConnectionHolds && !waits; ++i) {
+    cae.Send(question + "\r\n");
+    waits = cae.ReadUntil(">\r\n\r", support::kSilence).empty();
+  }
+  EXPECT_TRUE(waits);
+  io.Close();
+  EXPECT_TRUE(cae.Receives(answer[0] + "\r\n\r>\r\n\r"));
+  AskVersion(cae);
+}
+
 // --- the monitor --------------------------------------------------------------------------------
 
 TEST_F(Vorn, AMonitorSeesNothingOfWhatWentOnBeforeIt) {
