@@ -39,6 +39,7 @@ int RunAgain(bool withNetwork, int argc, char** argv) {
     add("--net");
   }
 #ifdef VORN_EMULATOR
+  add(VORN_ADOPTING);
   add(VORN_EMULATOR);
 #endif
   add("/proc/self/exe");

@@ -7,19 +7,26 @@ namespace support {
 
 using std::chrono::milliseconds;
 
-// The sanitizers make everything several times slower, and so does counting what runs.
-#if defined(VORN_SANITIZE) || defined(VORN_COVERAGE)
-constexpr bool kSanitized = true;
+#if defined(VORN_EMULATOR)
+constexpr bool kEmulated = true;
 #else
-constexpr bool kSanitized = false;
+constexpr bool kEmulated = false;
+#endif
+
+// The sanitizers make everything several times slower and larger, and so does counting what runs,
+// and an emulator.
+#if defined(VORN_SANITIZE) || defined(VORN_COVERAGE) || defined(VORN_EMULATOR)
+constexpr bool kInstrumented = true;
+#else
+constexpr bool kInstrumented = false;
 #endif
 
 /// How long anything may take before a test calls it lost. Reached only by a failing test.
-constexpr milliseconds kLimit{kSanitized ? 60'000 : 20'000};
+constexpr milliseconds kLimit{kInstrumented ? 60'000 : 20'000};
 
 /// How long nothing may happen before a test believes that nothing will. Used where the absence is
 /// the behaviour and no later event proves it.
-constexpr milliseconds kSilence{kSanitized ? 600 : 200};
+constexpr milliseconds kSilence{kInstrumented ? 600 : 200};
 
 /// True as soon as holds() is, looking every 2 ms; false when it still is not after the limit.
 template <class PREDICATE>

@@ -22,7 +22,7 @@ using std::chrono::milliseconds;
 
 const std::string kAnyTimeout = "[INF] comm timeout /dev/ttyUSB";
 const std::string kFound = "[INF] hardware found on /dev/ttyUSB";
-constexpr milliseconds kHitLimit{support::kSanitized ? 10'000 : 3000};
+constexpr milliseconds kHitLimit{support::kInstrumented ? 10'000 : 3000};
 
 class BusFaults : public FAULT_TEST {
  protected:
@@ -289,7 +289,7 @@ TEST_F(BusFaults, TheAdapterIsPulledOutAndComesBackUnderAnotherNumberAgainAndAga
     }
   }
   ExpectKeyReported();
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 1024);
   }
   Unplug();

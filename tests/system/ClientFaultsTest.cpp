@@ -160,7 +160,7 @@ TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpWithinAMin
     ASSERT_TRUE(support::WaitUntil([&] { return io->IsAllRead(); }, 3 * support::kLimit));
   }
   ExpectService();
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(std::max(most, support::ResidentKiB(Pid())) - before, 16 * 1024);
   }
   EXPECT_GE(CountLines(full), 1);
@@ -234,7 +234,7 @@ TEST_F(ClientFaults, AnOperatorWhoAsksFasterThanHeIsAnsweredIsHeldBack) {
     ASSERT_TRUE(support::WaitUntil([&] { return cae->IsAllRead(); }, 3 * support::kLimit));
     most = std::max(most, support::ResidentKiB(Pid()));
   }
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(most - before, 16 * 1024);
   }
   const std::string version = CaeReply({"CIA: DRIVER VERSION 1.20"});
@@ -258,7 +258,7 @@ TEST_F(ClientFaults, AnIoClientThatStopsReadingInAStormOfInputIsGivenUpWithinAMi
   ExpectService();
   ASSERT_TRUE(log.WaitForLine(ClosedByClient("IO"), 2, kMinute));
   StopInputStream();
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 2 * 1024);
   }
   stuck.Close();
@@ -386,7 +386,7 @@ TEST_F(ClientFaults, ALineWithoutAnEndIsAnsweredPieceByPieceAndCostsNoMemory) {
   sender.join();
   // What follows would else be read together with its end.
   EXPECT_TRUE(support::WaitUntil([&] { return cae->IsAllRead(); }));
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 4096);
   }
   EndFault();
@@ -503,7 +503,7 @@ TEST_F(ClientFaults, AClientThatConnectsAgainAndAgainLeavesNothingBehind) {
   cycle(PART::kMon);
   first.join();
   second.join();
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 1024);
   }
   EndFault();

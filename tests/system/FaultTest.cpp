@@ -21,13 +21,13 @@ using std::chrono::steady_clock;
 
 constexpr double kIdleShare = 0.05;
 constexpr milliseconds kIdleWindow{400};
-constexpr milliseconds kDescriptorLimit{support::kSanitized ? 5000 : 1000};
+constexpr milliseconds kDescriptorLimit{support::kInstrumented ? 5000 : 1000};
 /// A second for a card's answer, two for a discovery, and room for a busy machine.
-constexpr milliseconds kEndLimit{support::kSanitized ? 15'000 : 5000};
+constexpr milliseconds kEndLimit{support::kInstrumented ? 15'000 : 5000};
 /// A client whose handshake ends in the moment when the daemon closes its listener is not told by
 /// the kernel: it sees a connection that the other end does not have.
-constexpr milliseconds kGreetingLimit{support::kSanitized ? 10'000
-                                                          : 6000};  // of which 3 s are a pause
+constexpr milliseconds kGreetingLimit{support::kInstrumented ? 10'000
+                                                             : 6000};  // of which 3 s are a pause
 
 const char* const kBusLines[] = {
     "[INF] comm timeout /dev/ttyUSB",
@@ -138,7 +138,7 @@ void FAULT_TEST::ExpectService() {
 }
 
 void FAULT_TEST::ExpectIdle() {
-  if (support::kSanitized) {
+  if (support::kInstrumented) {
     return;
   }
   const auto shareOf = [this](milliseconds window) {

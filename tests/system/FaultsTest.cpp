@@ -183,7 +183,7 @@ TEST_F(Faults, AClientThatFloodsWhileTheMasterLoopPausesIsHeldBack) {
     sent += client.TrySend(line);
   }
   EXPECT_LT(sent, kFlood);
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 4096);
   }
   pauses.Release(1);
@@ -226,7 +226,7 @@ TEST_F(Faults, AMonFloodIsDiscarded) {
   const long before = support::ResidentKiB(Pid());
   // Read in pieces of 255 bytes; kept, it would be some 30 bytes of memory for each.
   mon.SendAndWaitUntilRead(std::string(512U * 1024, 'x'));
-  if (!support::kSanitized) {
+  if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 2048);
   }
   TCP_CLIENT client = ConnectCae();

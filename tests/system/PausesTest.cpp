@@ -120,7 +120,7 @@ TEST_F(Pauses, ACommandThatIsRunEndsWithoutAWordWhenNobodyReadsIt) {
   // Between its birth and its first own instruction a child blocks every signal.
   const auto keepsFrom = [](pid_t child, const char* field) {
     const std::string signals = support::StatusField(child, field);  // empty once it has ended
-    return !signals.empty() && (std::stoul(signals, nullptr, 16) & (1UL << (SIGPIPE - 1))) != 0;
+    return !signals.empty() && (std::stoull(signals, nullptr, 16) & (1ULL << (SIGPIPE - 1))) != 0;
   };
   for (const pid_t child : children) {
     for (const char* const field : {"SigIgn", "SigBlk"}) {

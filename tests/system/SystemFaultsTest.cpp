@@ -164,8 +164,8 @@ TEST_F(SystemFaults, APipeInTheLogsPlaceHoldsNobody) {
 // --- descriptors --------------------------------------------------------------------------------
 
 TEST_F(SystemFaults, EveryDescriptorLimitAtTheStartIsAnEndOrADaemonThatCanBeStopped) {
-  if (support::kSanitized) {
-    GTEST_SKIP() << "the sanitizer's own end needs descriptors";
+  if (support::kInstrumented) {
+    GTEST_SKIP() << "a sanitizer's end and an emulator's start need descriptors";
   }
   config.speedPercent = "50";
   support::WriteFile(support::kConfigPath, config.Text());
@@ -254,6 +254,9 @@ TEST_F(SystemFaults, WithoutLsOrGrepNoAdapterIsFoundAndNothingSpins) {
 }
 
 TEST_F(SystemFaults, WhereNoChildCanBeMadeThePausesAreMadeAllTheSame) {
+  if (support::kEmulated) {
+    GTEST_SKIP() << "the emulator lets no program filter its calls";
+  }
   config.speedPercent = "50";
   support::START start;
   start.refuseSpawn = true;
@@ -440,7 +443,7 @@ class HostileConfiguration : public SYSTEM_TEST {
           isListening = support::ListeningPorts(Pid()).size() == 3;
           return isListening || !daemon.Running();
         },
-        milliseconds(support::kSanitized ? 20'000 : 5000)))
+        milliseconds(support::kInstrumented ? 20'000 : 5000)))
         << "neither started nor refused";
     OUTCOME outcome = OUTCOME::kStarted;
     if (daemon.Running()) {
@@ -466,7 +469,7 @@ TEST_F(HostileConfiguration, CutAtAnyByteIsRefused) {
   const std::string whole = config.Text();
   ASSERT_EQ(OutcomeOf(whole), OUTCOME::kStarted);
   const std::size_t end = whole.rfind('>');
-  const auto step = static_cast<std::size_t>(FAULT_TEST::Rounds(1, support::kSanitized ? 5 : 1));
+  const auto step = static_cast<std::size_t>(FAULT_TEST::Rounds(1, support::kInstrumented ? 5 : 1));
   for (std::size_t length = 0; length <= end; length += step) {
     EXPECT_EQ(OutcomeOf(whole.substr(0, length)), OUTCOME::kRefused) << length;
   }
