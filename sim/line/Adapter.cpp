@@ -7,6 +7,7 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <map>
@@ -46,6 +47,13 @@ struct ADAPTER::THREAD {
   void Reset(std::chrono::milliseconds deaf);
   void SetChatter(std::chrono::milliseconds interval);
 
+  /// See InterruptRequest.
+  struct INTERRUPTION {
+    std::size_t count;
+    std::optional<std::chrono::milliseconds> deaf;
+  };
+  std::optional<INTERRUPTION> interruption;
+
  private:
   std::optional<std::chrono::nanoseconds> UntilNext(TIME now) const;
   void RunTasks();
@@ -54,6 +62,7 @@ struct ADAPTER::THREAD {
   void NearClosed();
   bool SomebodyListens();
   void ReadLine();
+  void InterruptDue();
   void Handle(Bytes frame);
   void DropPartial(TIME now);
   void ChatterDue(TIME now);
@@ -163,6 +172,13 @@ void ADAPTER::SetReplyHook(REPLY_HOOK hook) {
 void ADAPTER::ResetController(std::chrono::milliseconds deaf) {
   static_cast<void>(Call([this, deaf] {
     m_state->Reset(deaf);
+    return RESULT::Good();
+  }));
+}
+
+void ADAPTER::InterruptRequest(std::size_t count, std::optional<std::chrono::milliseconds> deaf) {
+  static_cast<void>(Call([this, count, deaf] {
+    m_state->interruption = THREAD::INTERRUPTION{count, deaf};
     return RESULT::Good();
   }));
 }
@@ -314,7 +330,13 @@ void ADAPTER::THREAD::NearClosed() {
 
 void ADAPTER::THREAD::ReadLine() {
   std::array<std::uint8_t, kReadSize> buffer;  // NOLINT: filled by read
-  const ssize_t count = ::read(pty.Master(), buffer.data(), buffer.size());
+  std::size_t size = buffer.size();
+  if (interruption) {
+    size = std::min(size, interruption->count - std::min(interruption->count, reader.Waiting()));
+    if (size == 0)
+      return InterruptDue();
+  }
+  const ssize_t count = ::read(pty.Master(), buffer.data(), size);
   if (count <= 0) {
     // We hold the near end open, so the far end has no end of its own; if it fails all the same, an
     // adapter that is gone is better than a loop that spins.
@@ -326,6 +348,17 @@ void ADAPTER::THREAD::ReadLine() {
   Count([count](COUNTERS& counters) { counters.bytesIn += static_cast<std::uint64_t>(count); });
   for (Bytes& frame : reader.Feed(buffer.data(), static_cast<std::size_t>(count)))
     Handle(std::move(frame));
+  if (interruption && reader.Waiting() >= interruption->count)
+    InterruptDue();
+}
+
+void ADAPTER::THREAD::InterruptDue() {
+  const INTERRUPTION now = *interruption;
+  interruption.reset();
+  if (now.deaf)
+    Reset(*now.deaf);
+  else
+    static_cast<void>(Unplug());
 }
 
 void ADAPTER::THREAD::Handle(Bytes frame) {

@@ -96,6 +96,12 @@ class ADAPTER {
   /// no request is answered.
   void ResetController(std::chrono::milliseconds deaf);
 
+  /// Takes only so many bytes of the next request; then the adapter disappears, or, with a time,
+  /// the controller starts anew as with ResetController, and takes the rest for a request's
+  /// beginning.
+  void InterruptRequest(std::size_t count,
+                        std::optional<std::chrono::milliseconds> deaf = std::nullopt);
+
   /// Sends a few bytes of nonsense every so often by itself; 0: stops.
   void SetChatter(std::chrono::milliseconds interval);
 

@@ -23,6 +23,7 @@ using std::chrono::milliseconds;
 const std::string kAnyTimeout = "[INF] comm timeout /dev/ttyUSB";
 const std::string kFound = "[INF] hardware found on /dev/ttyUSB";
 constexpr milliseconds kHitLimit{support::kInstrumented ? 10'000 : 3000};
+constexpr std::size_t kPollRequestSize = 4;  // 03 20 03 02
 
 class BusFaults : public FAULT_TEST {
  protected:
@@ -310,6 +311,52 @@ TEST_F(BusFaults, TheAdapterIsPulledOutInTheMiddleOfAReply) {
     ASSERT_TRUE(WaitForLines(kFound, ++found)) << count;
     // Where the prefix had its timeout before the adapter was gone, it was found twice.
     found = std::max(found, CountLines(kFound));
+    ExpectKeyReported();
+  }
+  EndFault();
+}
+
+TEST_F(BusFaults, TheAdapterIsPulledOutInTheMiddleOfARequest) {
+  StartPolling();
+  BeginFault({.touched = {PART::kBus}, .mostLines = 200});
+  int found = CountLines(kFound);
+  for (std::size_t count = 0; count < kPollRequestSize; ++count) {
+    adapter.InterruptRequest(count);
+    ASSERT_TRUE(support::WaitUntil([&] { return !adapter.Plugged(); })) << count;
+    ExpectService();
+    Plug(static_cast<int>(count));
+    ASSERT_TRUE(WaitForLines(kFound, ++found)) << count;
+    found = std::max(found, CountLines(kFound));  // the rest of a frame can have cost it again
+    ExpectKeyReported();
+  }
+  EndFault();
+}
+
+TEST_F(BusFaults, TheControllerStartsAnewInTheMiddleOfARequest) {
+  StartPolling();
+  BeginFault({.touched = {PART::kBus}, .mostLines = 200});
+  int found = CountLines(kFound);
+  for (std::size_t count = 0; count < kPollRequestSize; ++count) {
+    adapter.InterruptRequest(count, milliseconds(20));
+    ExpectService();
+    ASSERT_TRUE(WaitForLines(kFound, ++found)) << count;
+    found = std::max(found, CountLines(kFound));  // the rest of a frame can have cost it again
+    ExpectKeyReported();
+  }
+  EndFault();
+}
+
+TEST_F(BusFaults, TheControllerStartsAnewInTheMiddleOfAReply) {
+  StartPolling();
+  BeginFault({.touched = {PART::kBus}, .mostLines = 200});
+  const sim::Bytes whole = sim::Frame({0x21, 0x03, 0x00, 0x00});
+  int found = CountLines(kFound);
+  for (std::size_t count = 0; count < whole.size(); ++count) {
+    AnswerPollsWith({sim::Bytes(whole.begin(), whole.begin() + static_cast<long>(count))});
+    adapter.ResetController(milliseconds(20));
+    ExpectService();
+    ASSERT_TRUE(WaitForLines(kFound, ++found)) << count;
+    found = std::max(found, CountLines(kFound));  // the rest of a frame can have cost it again
     ExpectKeyReported();
   }
   EndFault();

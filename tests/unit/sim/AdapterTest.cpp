@@ -1,4 +1,5 @@
 #include "sim/line/Adapter.h"
+#include "tests/support/Wait.h"
 #include "tests/unit/sim/SimSupport.h"
 
 #include <gtest/gtest.h>
@@ -128,6 +129,27 @@ TEST_F(Adapter, HangsUpWhenUnpluggedAndComesBackUnderAnotherNumber) {
   EXPECT_EQ(adapter.LinkPath(), Link(7));
   NEAR_END again(Link(7));
   EXPECT_EQ(again.Exchange({0x20, 0x03, 0x02}), (Bytes{0x21, 0x03, 0x00, 0x00}));
+}
+
+TEST_F(Adapter, IsPulledOutInTheMiddleOfARequest) {
+  for (std::size_t count = 0; count < 4; ++count) {
+    const std::uint64_t before = adapter.Counters().bytesIn;
+    NEAR_END near(Link(0));
+    adapter.InterruptRequest(count);
+    near.Write({0x03, 0x40, 0x6F, 0x9A});
+    ASSERT_TRUE(support::WaitUntil([&] { return !adapter.Plugged(); }));
+    EXPECT_EQ(adapter.Counters().bytesIn, before + count);
+    EXPECT_EQ(adapter.Counters().requests, 0U);
+    ASSERT_TRUE(adapter.Plug(0));
+  }
+}
+
+TEST_F(Adapter, StartsAnewInTheMiddleOfARequestAndWaitsForMoreOfTheRest) {
+  NEAR_END near(Link(0));
+  adapter.InterruptRequest(1, 0ms);
+  ASSERT_TRUE(near.Write({0x03, 0x40, 0x6F, 0x9A}));
+  EXPECT_TRUE(support::WaitUntil([&] { return adapter.Counters().partialFrames == 1; }));
+  EXPECT_EQ(near.Exchange({0x40, 0x6F, 0x9A}), (Bytes{0x40, '2', '.', '0', '4'}));
 }
 
 TEST_F(Adapter, RefusesToPlugTwiceOrUnplugTwice) {
