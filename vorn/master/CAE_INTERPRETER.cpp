@@ -23,6 +23,10 @@ constexpr int kAcknowledgementWaitS = 1;
 constexpr int kDrainWaitS = 1;
 constexpr int kIdentificationWaitS = 1;
 
+/// While so many of his requests wait, as they do where no adapter is there, the operator's further
+/// ones are not queued; each is answered like one that no card has taken.
+constexpr std::size_t kRequestBacklogLimit = 1024;
+
 /// Cards whose last input state can be sent again, and the blocks that they have.
 struct REPORTING_CARD {
   CARD_CODE type;
@@ -113,6 +117,12 @@ bool CAE_INTERPRETER::RightCard(const CAE_LINE& line, const CAE_COMMAND& command
   return right;
 }
 
+void CAE_INTERPRETER::Request(const QList& body) {
+  if (m_generalQueue.Size() < kRequestBacklogLimit) {
+    m_generalQueue.ToQueue(body);
+  }
+}
+
 /// Sends the request and waits; false, and answered, when the card did not acknowledge in time.
 bool CAE_INTERPRETER::CardAccepts(const CAE_LINE& line, const CAE_COMMAND& command,
                                   std::initializer_list<std::uint8_t> request) {
@@ -120,7 +130,7 @@ bool CAE_INTERPRETER::CardAccepts(const CAE_LINE& line, const CAE_COMMAND& comma
   m_cards.With(address, [](PERIFCARD& card) { card.queryBytes.fill(0); });
   QList body = {kParameterRequest, static_cast<char>(address)};
   body.insert(body.end(), request.begin(), request.end());
-  m_generalQueue.ToQueue(body);
+  Request(body);
   m_daemon.PauseSeconds(kAcknowledgementWaitS);
   const bool accepted = m_cards.With(
       address, [](const PERIFCARD& card) { return card.queryBytes[0] == kAcknowledged; });
@@ -378,7 +388,7 @@ void CAE_INTERPRETER::ForceDiscover(const CAE_LINE&, const CAE_COMMAND&) {
   for (std::size_t address = 0; address < kBusAddresses; ++address) {
     m_cards.With(address, [](PERIFCARD& card) { card.clearPerifCard(); });
   }
-  m_generalQueue.ToQueue({kIdentificationRequest});
+  Request({kIdentificationRequest});
   m_daemon.PauseSeconds(kIdentificationWaitS);
   ListCards("FORCED DISCOVER LIST:");
   m_daemon.SetPolling(polling);

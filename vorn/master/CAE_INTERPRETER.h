@@ -65,6 +65,7 @@ class CAE_INTERPRETER {
 
   // What they share.
   void Reply(const std::string& text);
+  void Request(const QList& body);
   bool RightCard(const CAE_LINE& line, const CAE_COMMAND& command);
   bool CardAccepts(const CAE_LINE& line, const CAE_COMMAND& command,
                    std::initializer_list<std::uint8_t> request);

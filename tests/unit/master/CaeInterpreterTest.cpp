@@ -721,5 +721,22 @@ TEST_F(CaeInterpreter, ForcedDiscoveryIsNotMistakenForDiscovery) {
   EXPECT_EQ(std::count(answer.begin(), answer.end(), "DISCOVER LIST:\r\n"), 0);
 }
 
+TEST_F(CaeInterpreter, QueuesNoFurtherRequestWhile1024Wait) {
+  constexpr std::size_t kLimit = 1024;
+  while (generalQueue.Size() < kLimit - 1) {
+    generalQueue.ToQueue({'0'});
+  }
+  for (const CARD_VECTOR& vector : CardVectors()) {
+    SetType(2, vector.cardType);
+    EXPECT_EQ(Answer(std::string(vector.line) + "\r\n"), Handled({vector.failure}));
+    EXPECT_EQ(generalQueue.Size(), kLimit) << vector.line;
+  }
+  EXPECT_EQ(Answer("FORCEDISCOVER\r\n"), Handled(Listing("FORCED DISCOVER LIST:", "EMPTY")));
+  EXPECT_EQ(generalQueue.Size(), kLimit);
+  static_cast<void>(generalQueue.DeQueue());
+  Answer("FORCEDISCOVER\r\n");
+  EXPECT_EQ(generalQueue.Size(), kLimit);
+}
+
 }  // namespace
 }  // namespace unit
