@@ -66,12 +66,10 @@ class SystemFaults : public FAULT_TEST {
     ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
   }
 
-  /// Stopped, looked at, and continued.
-  void StopAndContinue() {
+  void StopProcess() {
     daemon.Signal(SIGSTOP);
     ASSERT_TRUE(
         support::WaitUntil([&] { return support::StatusField(Pid(), "State").starts_with("T"); }));
-    daemon.Signal(SIGCONT);
   }
 
   /// Only these programs are found.
@@ -309,9 +307,7 @@ TEST_F(SystemFaults, AStopAndAContinueOfTheProcessLoseNothing) {
   StartForFaults();
   BeginFault({.touched = {}, .mostLines = 0});
   for (int i = 0; i < 5; ++i) {
-    daemon.Signal(SIGSTOP);
-    ASSERT_TRUE(
-        support::WaitUntil([&] { return support::StatusField(Pid(), "State").starts_with("T"); }));
+    StopProcess();
     cae->Send("DRVVER\r\n");
     io->Send("a5b0d77\n");
     ASSERT_TRUE(rack.Press(3, i));
@@ -351,6 +347,27 @@ TEST_F(SystemFaults, AStopAContinueAndASignalEndItInEveryState) {
          ASSERT_TRUE(log.WaitForLine(Waiting("MON")));
        },
        nothing},
+      {"a handshake that is not answered",
+       [&] {
+         adapter.Faults().Add({.kind = sim::FAULT_KIND::kNoAnswer,
+                               .code = sim::request::kHandshake,
+                               .times = std::nullopt});
+         const std::uint64_t before = adapter.Requests().Last();
+         Plug(0);
+         Start();
+         ASSERT_TRUE(WaitForFrame("03 40 6F 9A", before));
+       },
+       [&] { adapter.Faults().ClearAll(); }},
+      {"an identification that is not answered",
+       [&] {
+         adapter.Faults().Add({.kind = sim::FAULT_KIND::kNoAnswer,
+                               .code = sim::request::kIdentify,
+                               .times = std::nullopt});
+         const std::uint64_t before = adapter.Requests().Last();
+         StartLinked();
+         ASSERT_TRUE(WaitForFrame("01 30", before));
+       },
+       [&] { adapter.Faults().ClearAll(); }},
       {"a reply awaited",
        [&] {
          StartForFaults();
@@ -364,6 +381,15 @@ TEST_F(SystemFaults, AStopAContinueAndASignalEndItInEveryState) {
          const int before = pauses.CountBegun(1);
          pauses.Hold(1);
          cae->Send("REBOOT:5\r\n");
+         ASSERT_TRUE(pauses.WaitUntilBegun(1, before + 1));
+       },
+       [&] { pauses.Release(1); }},
+      {"the last second of a client that has taken its leave",
+       [&] {
+         StartForFaults();
+         const int before = pauses.CountBegun(1);
+         pauses.Hold(1);
+         io->Send("EXIT\n");
          ASSERT_TRUE(pauses.WaitUntilBegun(1, before + 1));
        },
        [&] { pauses.Release(1); }},
@@ -388,8 +414,15 @@ TEST_F(SystemFaults, AStopAContinueAndASignalEndItInEveryState) {
       fs::remove(log.Path());
       state.enter();
       ASSERT_FALSE(HasFatalFailure());
-      StopAndContinue();
-      daemon.Signal(signal);
+      StopProcess();
+      const bool comesWhileItIsStopped = signal == SIGINT;
+      if (comesWhileItIsStopped) {
+        daemon.Signal(signal);
+      }
+      daemon.Signal(SIGCONT);
+      if (!comesWhileItIsStopped) {
+        daemon.Signal(signal);
+      }
       state.leave();
       ExpectEnd();
       EXPECT_EQ(log.Count("[INF] vorn is stopped by SIGTERM or SIGINT"), 1);
@@ -432,6 +465,22 @@ class HostileConfiguration : public SYSTEM_TEST {
   /// that listen, or the documented failure. A file that cannot be read as XML must be told to the
   /// system log; of another, a bad port may be all that is known, and no log be named.
   OUTCOME Outcome(bool mustTell = true) {
+    const milliseconds before = ChildrensProcessorTime();
+    const OUTCOME outcome = StartAndEnd(mustTell);
+    if (!support::kInstrumented) {
+      EXPECT_LT(ChildrensProcessorTime() - before, milliseconds(1000)) << "of the processor";
+    }
+    return outcome;
+  }
+  OUTCOME OutcomeOf(const std::string& text, bool mustTell = true) {
+    support::WriteFile(support::kConfigPath, text);
+    return Outcome(mustTell);
+  }
+
+  support::SYSTEM_LOG m_systemLog;
+
+ private:
+  OUTCOME StartAndEnd(bool mustTell) {
     support::START start;
     start.workingFolder = Folder();  // a name of the log may have lost its folder
     start.environment["PATH"] = support::PAUSES::Path();
@@ -457,12 +506,16 @@ class HostileConfiguration : public SYSTEM_TEST {
     fs::remove(log.Path());
     return outcome;
   }
-  OUTCOME OutcomeOf(const std::string& text, bool mustTell = true) {
-    support::WriteFile(support::kConfigPath, text);
-    return Outcome(mustTell);
-  }
 
-  support::SYSTEM_LOG m_systemLog;
+  /// What all processes have used whose end we have seen, the daemon among them.
+  static milliseconds ChildrensProcessorTime() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    const auto of = [](const timeval& time) {
+      return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+    };
+    return std::chrono::duration_cast<milliseconds>(of(usage.ru_utime) + of(usage.ru_stime));
+  }
 };
 
 TEST_F(HostileConfiguration, CutAtAnyByteIsRefused) {
