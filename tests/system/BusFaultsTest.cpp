@@ -104,7 +104,9 @@ class BusFaults : public FAULT_TEST {
       }
       return sim::REPLY{{microseconds(0), all[(*used)++]}};
     });
-    ASSERT_TRUE(support::WaitUntil([&] { return *m_used == count; }, 3 * support::kLimit));
+    // Each may cost the link, which is then searched for.
+    const milliseconds limit = 3 * support::kLimit + count * milliseconds(1000);
+    ASSERT_TRUE(support::WaitUntil([&] { return *m_used == count; }, limit));
     adapter.SetReplyHook(nullptr);
   }
 
