@@ -53,9 +53,6 @@ if(VORN_SANITIZE)
   target_compile_definitions(vorn_options INTERFACE VORN_SANITIZE ${sanitized})
   target_compile_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE}
                                                 -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  # To look at an object's type, clang's runtime needs a free descriptor; without one it would report every
-  # object that is good.
-  target_compile_options(vorn_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=vptr>)
   target_link_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE})
 else()
   # Hardening that costs a daemon of this size nothing.
