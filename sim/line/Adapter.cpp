@@ -62,7 +62,7 @@ struct ADAPTER::THREAD {
   void NearClosed();
   bool SomebodyListens();
   void ReadLine();
-  void InterruptDue();
+  void Interrupt(INTERRUPTION now);
   void Handle(Bytes frame);
   void DropPartial(TIME now);
   void ChatterDue(TIME now);
@@ -312,13 +312,18 @@ void ADAPTER::THREAD::ReadNearEvents() {
     for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(count);
          at += sizeof(inotify_event)) {
       const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
-      if ((event->mask & IN_OPEN) != 0 && ++nearOpen == 1) {
-        Count([](COUNTERS& counters) { ++counters.openings; });
-        Say("adapter " + pty.LinkPath() + " opened");
+      if ((event->mask & IN_OPEN) != 0) {
+        ++nearOpen;
+        if (nearOpen == 1) {
+          Count([](COUNTERS& counters) { ++counters.openings; });
+          Say("adapter " + pty.LinkPath() + " opened");
+        }
       }
-      if ((event->mask & (IN_CLOSE_WRITE | IN_CLOSE_NOWRITE)) != 0 && nearOpen > 0 &&
-          --nearOpen == 0)
-        NearClosed();
+      if ((event->mask & (IN_CLOSE_WRITE | IN_CLOSE_NOWRITE)) != 0 && nearOpen > 0) {
+        --nearOpen;
+        if (nearOpen == 0)
+          NearClosed();
+      }
     }
   }
 }
@@ -334,7 +339,7 @@ void ADAPTER::THREAD::ReadLine() {
   if (interruption) {
     size = std::min(size, interruption->count - std::min(interruption->count, reader.Waiting()));
     if (size == 0)
-      return InterruptDue();
+      return Interrupt(*interruption);
   }
   const ssize_t count = ::read(pty.Master(), buffer.data(), size);
   if (count <= 0) {
@@ -348,12 +353,11 @@ void ADAPTER::THREAD::ReadLine() {
   Count([count](COUNTERS& counters) { counters.bytesIn += static_cast<std::uint64_t>(count); });
   for (Bytes& frame : reader.Feed(buffer.data(), static_cast<std::size_t>(count)))
     Handle(std::move(frame));
-  if (interruption && reader.Waiting() >= interruption->count)
-    InterruptDue();
+  if (interruption && interruption->count <= reader.Waiting())
+    Interrupt(*interruption);
 }
 
-void ADAPTER::THREAD::InterruptDue() {
-  const INTERRUPTION now = *interruption;
+void ADAPTER::THREAD::Interrupt(INTERRUPTION now) {
   interruption.reset();
   if (now.deaf)
     Reset(*now.deaf);

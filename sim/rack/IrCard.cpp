@@ -18,6 +18,7 @@ bool IR_CARD::Output(std::span<const std::uint8_t> data) {
 
 void IR_CARD::ShowState(std::vector<FIELD>& fields) const {
   std::vector<std::string> streams;
+  streams.reserve(m_sent.size());
   for (const Bytes& stream : m_sent)
     streams.push_back(ToHex(stream));
   fields.push_back({"count", m_count});

@@ -30,6 +30,7 @@ RESULT LCD_CARD::Resize(int columns, int rows) {
 
 std::vector<std::string> LCD_CARD::Rows() const {
   std::vector<std::string> rows;
+  rows.reserve(m_cells.size());
   for (const Bytes& cells : m_cells)
     rows.push_back(Printable(cells));
   return rows;

@@ -335,8 +335,8 @@ RESULT Unplug(SIMULATION& simulation, const ARGUMENTS& /*arguments*/) {
 }
 
 RESULT Replug(SIMULATION& simulation, const ARGUMENTS& arguments) {
-  RESULT result = simulation.Plug(arguments.empty() ? simulation.LastNumber()
-                                                    : ReadNumber(arguments[0], "adapter number"));
+  const RESULT result = simulation.Plug(
+      arguments.empty() ? simulation.LastNumber() : ReadNumber(arguments[0], "adapter number"));
   return result ? RESULT::Good() : result;
 }
 

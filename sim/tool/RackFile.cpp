@@ -201,7 +201,7 @@ RACK_READER::STEP RACK_READER::ReadDetail(const pugi::xml_node& node) const {
     const bool hasNoise = static_cast<bool>(node.attribute("noise"));
     return [channel = number("channel"), value = byte("value"), noise = byte("noise"),
             hasNoise](CARD& card) {
-      RESULT result = card.Set(channel, value);
+      const RESULT result = card.Set(channel, value);
       return result && hasNoise ? card.SetNoise(channel, noise) : result;
     };
   }

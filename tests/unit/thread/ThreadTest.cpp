@@ -276,12 +276,13 @@ TEST(Thread, EndsWhenATaskReturnsFalse) {
 TEST(Thread, TaskIsQueuedWhileItWaits) {
   HELD_THREAD held;
   RECORDING_TASK task;
-  const std::future<bool> event =
+  std::future<bool> event =
       std::async(std::launch::async, [&] { return held.thread.Event(&task); });
   EXPECT_TRUE(WaitUntil([&] { return held.thread.GetEventsPending() == 1; }));
   EXPECT_EQ(task.TaskStatus(), kTaskQueued);
   EXPECT_NE(task.ThreadId(), pthread_t{0});
   held.Release();
+  EXPECT_TRUE(event.get());
 }
 
 TEST(Thread, RefusedTaskKeepsItsStatus) {
