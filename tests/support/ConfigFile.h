@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Wait.h"
+
 #include <string>
 #include <vector>
 
@@ -30,7 +32,8 @@ std::string Document(const std::vector<std::string>& elements);
 struct CONFIG {
   std::string logFile;
   std::string logLevel = "0";
-  std::string speedPercent = "90";
+  /// A sanitizer's loops cost several times as much.
+  std::string speedPercent = kInstrumented ? "75" : "90";
   std::string initPollState = "FALSE";
   std::string autoDiscover = "TRUE";
   INTERFACE cae{"CAE", 0, "\r\n", "\r\n"};

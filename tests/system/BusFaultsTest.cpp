@@ -29,7 +29,7 @@ class BusFaults : public FAULT_TEST {
  protected:
   void StartPolling() {
     config.initPollState = "TRUE";
-    config.speedPercent = "100";
+    config.speedPercent = kSpeedOfLongFaults;
     // Nothing here needs an answer within the pause of a CAE command but the discovery.
     pauses.SetLength(2, milliseconds(5));
     StartForFaults();

@@ -164,6 +164,10 @@ TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpWithinAMin
     EXPECT_LT(std::max(most, support::ResidentKiB(Pid())) - before, 16 * 1024);
   }
   EXPECT_GE(CountLines(full), 1);
+  // For the half minute to come.
+  const std::string slower = CaeReply({"CIA: SPEED IS SET to " + kSpeedOfLongFaults + "%"});
+  cae->Send("SPEED=" + kSpeedOfLongFaults + "\r\n");
+  EXPECT_TRUE(cae->ReadUntil(slower).ends_with(slower));
   ASSERT_TRUE(log.WaitForLine(ClosedByClient("MON"), 2, kMinute));
   stuck.Close();
   EndFault();
@@ -189,7 +193,7 @@ TEST_F(ClientFaults, AFloodOfRefusedCommandsDoesNotFloodTheLogWhileAnOperatorRea
 }
 
 TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
-  config.speedPercent = "100";
+  config.speedPercent = kSpeedOfLongFaults;
   StartForFaults();
   // What he has asked last is carried out when he has gone.
   BeginFault({.touched = {PART::kCae},
@@ -246,7 +250,7 @@ TEST_F(ClientFaults, AnOperatorWhoAsksFasterThanHeIsAnsweredIsHeldBack) {
 
 TEST_F(ClientFaults, AnIoClientThatStopsReadingInAStormOfInputIsGivenUpWithinAMinute) {
   config.initPollState = "TRUE";
-  config.speedPercent = "100";
+  config.speedPercent = kSpeedOfLongFaults;
   StartForFaults();
   BeginFault({.touched = {PART::kIo, PART::kMon}, .lines = LateReply()});
   io.reset();

@@ -46,6 +46,10 @@ class FAULT_TEST : public SYSTEM_TEST {
   /// ordinary run.
   static int Rounds(int all, int ordinary);
 
+  /// In percent, where a fault lasts or is made many times: full speed, but for a sanitizer's
+  /// build, whose loops would take all of the processor from the tests beside it.
+  inline static const std::string kSpeedOfLongFaults = support::kInstrumented ? "75" : "100";
+
  protected:
   void TearDown() override;
 

@@ -109,6 +109,7 @@ TEST_F(Startup, TheWorkersAreBuiltInTheOrderCaeIoMonSerial) {
 }
 
 TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
+  config.speedPercent = "90";
   pauses.Hold(2);
   Start();
   ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));

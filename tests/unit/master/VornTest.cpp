@@ -201,6 +201,7 @@ TEST_F(Vorn, ReadsTheDaemonsConfigurationUnlessToldOtherwise) {
 }
 
 TEST_F(Vorn, StartsItsWorkersInTheOrderCaeIoMonAndThenTheBus) {
+  config.speedPercent = "90";
   config.autoDiscover = "FALSE";
   Start();
   ASSERT_TRUE(WaitUntil(
