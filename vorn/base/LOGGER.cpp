@@ -53,7 +53,8 @@ void LOGGER::WriteLog(const std::string& tag, const std::string& text) {
     return;
   }
   if (m_level > kLastWritingLevel) {
-    return;  // the stream stays open: opening first, then testing the level is intended
+    // The stream stays open: opening first, then testing the level is intended.
+    return;  // NOLINT(clang-analyzer-unix.Stream)
   }
 
   std::tm local{};
