@@ -221,8 +221,8 @@ TEST_F(LoggerTest, DropsTheLineWhenNoDescriptorIsLeft) {
   getrlimit(RLIMIT_NOFILE, &before);
   rlimit none = before;
   none.rlim_cur = 0;
-  // UndefinedBehaviorSanitizer takes a descriptor to look at a type of object for the first time: it has seen
-  // this one, when there is none.
+  // UndefinedBehaviorSanitizer takes a descriptor to look at a type of object for the first time:
+  // it has seen this one when there is none.
   m_logger.WriteLog(kInf, "kept");
   setrlimit(RLIMIT_NOFILE, &none);
   m_logger.WriteLog(kInf, "lost");
