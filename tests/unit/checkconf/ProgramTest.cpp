@@ -1,5 +1,6 @@
 // The program itself: its options and its exit status.
 
+#include "tests/support/Pattern.h"
 #include "tests/unit/checkconf/Checked.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <stdexcept>
 
@@ -100,11 +100,9 @@ TEST_F(Program, ExplainsItself) {
 
 /// The words that follow the pattern in the text, such as the options behind "--".
 std::set<std::string> Found(const std::string& text, const std::string& pattern) {
-  const std::regex expression(pattern + "([a-z][a-z-]*)");
   std::set<std::string> words;
-  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
-       ++match) {
-    words.insert((*match)[1]);
+  for (const support::MATCH& match : support::PATTERN(pattern + "([a-z][a-z-]*)").FindAll(text)) {
+    words.insert(match.parts[1]);
   }
   return words;
 }

@@ -1,9 +1,10 @@
 #include "tests/unit/man/LogTexts.h"
 
+#include "tests/support/Pattern.h"
+
 #include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <utility>
 
@@ -91,12 +92,11 @@ std::vector<std::string> FixedParts(const std::string& expression) {
 }  // namespace
 
 bool LOG_TEXT::Matches(const std::string& line) const {
-  static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
   std::string pattern = "\\[" + tag + "\\] ";
   for (std::size_t i = 0; i < parts.size(); ++i) {
-    pattern += (i == 0 ? "" : "\\S+") + std::regex_replace(parts[i], special, "\\$&");
+    pattern += (i == 0 ? "" : "\\S+") + support::PATTERN::Quoted(parts[i]);
   }
-  return std::regex_match(line, std::regex(pattern));
+  return !support::PATTERN(pattern).Match(line).empty();
 }
 
 std::string LOG_TEXT::Shown() const {
@@ -108,14 +108,14 @@ std::string LOG_TEXT::Shown() const {
 }
 
 std::vector<LOG_TEXT> LogTexts() {
-  static const std::regex call(R"(\b(WriteLog|LogError|LogInfo)\()");
+  const support::PATTERN call(R"(\b(WriteLog|LogError|LogInfo)\()");
   std::vector<LOG_TEXT> texts;
   for (const auto& [text, name] : Sources()) {
-    for (std::sregex_iterator found(text.begin(), text.end(), call), end; found != end; ++found) {
-      const auto bracket = static_cast<std::size_t>(found->position() + found->length() - 1);
-      const std::string arguments = Arguments(text, bracket);
-      const bool error = (*found)[1] == "LogError" || arguments.starts_with("kErr");
-      const std::size_t comma = (*found)[1] == "WriteLog" ? arguments.find(',') + 1 : 0;
+    for (const support::MATCH& found : call.FindAll(text)) {
+      const std::string& function = found.parts[1];
+      const std::string arguments = Arguments(text, found.end - 1);
+      const bool error = function == "LogError" || arguments.starts_with("kErr");
+      const std::size_t comma = function == "WriteLog" ? arguments.find(',') + 1 : 0;
       const std::vector<std::string> parts = FixedParts(arguments.substr(comma));
       if (!parts.empty()) {
         texts.push_back({error ? "ERR" : "INF", parts, name});

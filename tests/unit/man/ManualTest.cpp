@@ -1,6 +1,7 @@
 // The manual pages describe what the code has: nothing is missing, nothing is there that is gone.
 
 #include "checkconf/FindingKinds.h"
+#include "tests/support/Pattern.h"
 #include "tests/unit/man/LogTexts.h"
 #include "tests/unit/man/Manual.h"
 #include "vorn/config/ConfigReader.h"
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <map>
 #include <pugixml.hpp>
-#include <regex>
 #include <set>
 
 namespace unit {
@@ -98,9 +98,9 @@ TEST(Manual, WritesTheCaeCommandsAsTheHelpDoes) {
   const NAMES listed = Heads("vorn-cae.7", "COMMANDS", "Ic");
   std::size_t commands = 0;
   for (const char* line : QuickHelp()) {
-    static const std::regex entry(R"( - (\S+) +\S.*)");
-    std::cmatch match;
-    if (std::regex_match(line, match, entry)) {
+    static const support::PATTERN entry(R"( - (\S+) +\S.*)");
+    const std::vector<std::string> match = entry.Match(line);
+    if (!match.empty()) {
       ++commands;
       EXPECT_TRUE(listed.contains(match[1])) << line;
     }
@@ -129,18 +129,20 @@ TEST(Manual, ListsEveryIoCommandOfTheHelp) {
   NAMES forms;
   bool io = false;
   for (const char* line : QuickHelp()) {
-    static const std::regex command(R"( - (EXIT) .*)");
-    static const std::regex block(R"(- Example: (aAbBdDD))");
-    static const std::regex stream(R"(    - (\S+) +.*)");
-    std::cmatch match;
+    static const support::PATTERN command(R"( - (EXIT) .*)");
+    static const support::PATTERN block(R"(- Example: (aAbBdDD))");
+    static const support::PATTERN stream(R"(    - (\S+) +.*)");
     io = io || std::string(line).find("OF IO INTERFACE") != std::string::npos;
     if (!io) {
       continue;
     }
-    if (std::regex_match(line, match, command) || std::regex_match(line, match, block)) {
-      forms.insert(match[1]);
-    } else if (std::regex_match(line, match, stream)) {
-      forms.insert("aA" + match[1].str());
+    for (const support::PATTERN* whole : {&command, &block}) {
+      if (const auto match = whole->Match(line); !match.empty()) {
+        forms.insert(match[1]);
+      }
+    }
+    if (const auto match = stream.Match(line); !match.empty()) {
+      forms.insert("aA" + match[1]);
     }
   }
   EXPECT_EQ(forms.size(), 11U);
@@ -178,9 +180,9 @@ class LCD_CODES {
 TEST(Manual, ListsEveryLcdCode) {
   std::map<std::string, int> listed;
   for (const MANUAL_ITEM& item : ManualItems("vorn-io.7")) {
-    static const std::regex row(R"(([A-Z]{2}) Ta (\d+))");
-    std::smatch match;
-    if (item.subsection == "Codes on the bus" && std::regex_match(item.head, match, row)) {
+    static const support::PATTERN row("([A-Z]{2}) Ta ([0-9]+)");
+    const std::vector<std::string> match = row.Match(item.head);
+    if (item.subsection == "Codes on the bus" && !match.empty()) {
       listed[match[1]] = std::stoi(match[2]);
     }
   }
