@@ -89,7 +89,7 @@ TEST_F(SystemFaults, AFullDiskLosesLogLinesAndNothingElse) {
   if (!PutLogOnADisk()) {
     GTEST_SKIP() << "no disk can be mounted here";
   }
-  config.speedPercent = "25";
+  config.speedPercent = "50";
   StartForFaults();
   BeginFault({.touched = {PART::kIo}});
   const std::string ballast = Disk() + "/ballast";
@@ -115,7 +115,7 @@ TEST_F(SystemFaults, ALogFolderThatIsTakenAwayOrReadOnlyLosesLogLinesAndNothingE
   if (!PutLogOnADisk()) {
     GTEST_SKIP() << "no disk can be mounted here";
   }
-  config.speedPercent = "25";
+  config.speedPercent = "50";
   StartForFaults();
   BeginFault({.touched = {PART::kIo}});
   fs::remove(log.Path());
@@ -139,7 +139,7 @@ TEST_F(SystemFaults, ALogFolderThatIsTakenAwayOrReadOnlyLosesLogLinesAndNothingE
 }
 
 TEST_F(SystemFaults, APipeInTheLogsPlaceHoldsNobody) {
-  config.speedPercent = "25";
+  config.speedPercent = "50";
   StartForFaults();
   BeginFault({.touched = {PART::kIo}});
   fs::rename(log.Path(), Folder() + "/old.log");
@@ -165,7 +165,7 @@ TEST_F(SystemFaults, EveryDescriptorLimitAtTheStartIsAnEndOrADaemonThatCanBeStop
   if (support::kInstrumented) {
     GTEST_SKIP() << "a sanitizer's end and an emulator's start need descriptors";
   }
-  config.speedPercent = "25";
+  config.speedPercent = "50";
   support::WriteFile(support::kConfigPath, config.Text());
   pauses.AllowSearch();
   // Below 4 the program itself cannot be loaded.
@@ -195,7 +195,7 @@ TEST_F(SystemFaults, EveryDescriptorLimitAtTheStartIsAnEndOrADaemonThatCanBeStop
 }
 
 TEST_F(SystemFaults, WithoutADescriptorToBeHadClientsStayServedAndLaterOnesAreWhenThereIsOne) {
-  config.speedPercent = "25";
+  config.speedPercent = "50";
   StartForFaults();
   rlimit usual{};
   ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, nullptr, &usual), 0);
@@ -230,7 +230,7 @@ TEST_F(SystemFaults, AThousandOpenDescriptorsAtTheStartHarmNothing) {
 // --- programs and surroundings ------------------------------------------------------------------
 
 TEST_F(SystemFaults, WithoutLsOrGrepNoAdapterIsFoundAndNothingSpins) {
-  config.speedPercent = "25";
+  config.speedPercent = "50";
   const std::string path = support::PAUSES::Path();
   const std::string sleepAlone = path.substr(0, path.find(':'));
   const std::string sleepAndLs = path.substr(0, path.find(':', sleepAlone.size() + 1));
@@ -255,7 +255,7 @@ TEST_F(SystemFaults, WhereNoChildCanBeMadeThePausesAreMadeAllTheSame) {
   if (support::kEmulated) {
     GTEST_SKIP() << "the emulator lets no program filter its calls";
   }
-  config.speedPercent = "25";
+  config.speedPercent = "50";
   support::START start;
   start.refuseSpawn = true;
   const auto begin = steady_clock::now();
