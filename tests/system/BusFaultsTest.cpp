@@ -92,8 +92,12 @@ class BusFaults : public FAULT_TEST {
 
   /// Each poll of card 3 gets the next of these pieces of line, until all are used up.
   void AnswerPollsWith(std::vector<sim::Bytes> answers) {
+    BeginAnswers(std::move(answers));
+    FinishAnswers();
+  }
+  void BeginAnswers(std::vector<sim::Bytes> answers) {
     m_used = std::make_shared<std::atomic<std::size_t>>(0);
-    const std::size_t count = answers.size();
+    m_answers = answers.size();
     adapter.SetReplyHook([used = m_used, all = std::move(answers)](
                              const sim::REQUEST& request,
                              const std::optional<sim::Bytes>&) -> std::optional<sim::REPLY> {
@@ -104,14 +108,17 @@ class BusFaults : public FAULT_TEST {
       }
       return sim::REPLY{{microseconds(0), all[(*used)++]}};
     });
+  }
+  void FinishAnswers() {
     // Each may cost the link, which is then searched for.
-    const milliseconds limit = 3 * support::kLimit + count * milliseconds(1000);
-    ASSERT_TRUE(support::WaitUntil([&] { return *m_used == count; }, limit));
+    const milliseconds limit = 3 * support::kLimit + m_answers * milliseconds(1000);
+    ASSERT_TRUE(support::WaitUntil([&] { return *m_used == m_answers; }, limit));
     adapter.SetReplyHook(nullptr);
   }
 
  private:
   std::shared_ptr<std::atomic<std::size_t>> m_used;
+  std::size_t m_answers = 0;
 };
 
 TEST_F(BusFaults, EveryPrefixOfEveryReplyIsATimeoutAndTheLinkIsMadeAgain) {
@@ -213,7 +220,9 @@ TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
       timeouts += length > kTrueLength ? 1 : 0;
     }
   }
-  AnswerPollsWith(answers);
+  BeginAnswers(answers);
+  ExpectService();
+  FinishAnswers();
   EXPECT_TRUE(WaitForLines(kAnyTimeout, timeouts));
   ExpectKeyReported();
   EndFault();
@@ -232,7 +241,9 @@ TEST_F(BusFaults, EveryLengthByteWithThatManyBytesIsOneReplyAndNoTimeout) {
       answers.push_back(sim::Frame(body));
     }
   }
-  AnswerPollsWith(answers);
+  BeginAnswers(answers);
+  ExpectService();
+  FinishAnswers();
   ExpectKeyReported();
   EndFault();
 }
@@ -247,7 +258,9 @@ TEST_F(BusFaults, EveryFirstByteOfAReplyIsSurvivedAndOnlyTIsATimeout) {
     answers.push_back(sim::Frame({static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(code),
                                   0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
   }
-  AnswerPollsWith(answers);
+  BeginAnswers(answers);
+  ExpectService();
+  FinishAnswers();
   EXPECT_TRUE(WaitForLines(kAnyTimeout, 3));
   ExpectKeyReported();
   EndFault();
@@ -267,7 +280,9 @@ TEST_F(BusFaults, EveryByteValueInDataPassesUnchangedInBothDirections) {
   }
   answers.push_back(sim::Frame({0x21, 0x03, 0, 0}));  // as the rack has it
   expected += IoLine("a3b1d00");
-  AnswerPollsWith(answers);
+  BeginAnswers(answers);
+  ExpectService();
+  FinishAnswers();
   EXPECT_TRUE(io->Receives(expected));
   const std::uint64_t from = adapter.Requests().Last();
   std::vector<std::string> frames;
@@ -370,7 +385,6 @@ TEST_F(BusFaults, WithoutAnAdapterNothingSpinsAndTheLogGetsOneLineForEachSearch)
   Unplug();
   io->Send("a5b0d00\n");  // notices
   ASSERT_TRUE(WaitForLines("[ERR] ttyUSB devices couldn't be found", 1));
-  ExpectIdle();
   ExpectService();
   EXPECT_LE(CountLines("[ERR] ttyUSB devices couldn't be found"), pauses.CountBegun(2) + 1);
   Plug(4);
@@ -380,6 +394,7 @@ TEST_F(BusFaults, WithoutAnAdapterNothingSpinsAndTheLogGetsOneLineForEachSearch)
 TEST_F(BusFaults, DevicesThatAreNoAdaptersAreToldAtEachSearchAndLeakNothing) {
   config.speedPercent = "50";
   StartForFaults();
+  pauses.SetLength(2, milliseconds(150));
   BeginFault(
       {.touched = {PART::kBus}, .lines = {"[ERR] error 25 from tcsetattr"}, .mostLines = 400});
   // A folder and a link to nowhere cannot be opened, a pipe and a file are no terminals.
@@ -412,7 +427,9 @@ TEST_F(BusFaults, AStormOfInputReachesTheClientWithoutALossAndNobodyStarves) {
     expected += IoLine("a3b0d" + sim::ToHex(value)) +
                 IoLine("a3b1d" + sim::ToHex(static_cast<std::uint8_t>(~value)));
   }
-  AnswerPollsWith(answers);
+  BeginAnswers(answers);
+  ExpectService();
+  FinishAnswers();
   cae->Send("DRVVER\r\n");
   EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
   EXPECT_TRUE(io->Receives(expected));
@@ -431,6 +448,7 @@ TEST_F(BusFaults, AStormOfBytesThatNobodyAskedForIsSurvived) {
     if (i % 100 == 0) {
       cae->Send("DRVVER\r\n");
       EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
+      ExpectService();
     }
   }
   Identify();  // what a chance reply has made of the cards is over
@@ -450,6 +468,7 @@ TEST_F(BusFaults, CardsAreExchangedWhileTheDaemonPollsThem) {
     code == 0 ? rack.Remove(slot) : rack.Insert(slot, code);
     if (i % 20 == 0) {
       Trigger(sim::request::kIdentify);
+      ExpectService();
     }
     io->Send("a" + sim::ToHex(static_cast<std::uint8_t>(slot)).substr(1) + "b0d5A\n");
   }

@@ -20,6 +20,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr double kIdleShare = 0.05;
+constexpr int kSpeedOfIdleTests = 50;  // percent
 constexpr milliseconds kIdleWindow{400};
 constexpr milliseconds kDescriptorLimit{support::kInstrumented ? 5000 : 1000};
 /// A second for a card's answer, two for a discovery, and room for a busy machine.
@@ -131,10 +132,15 @@ void FAULT_TEST::BeginFault(FAULT_SCOPE scope) {
   m_descriptors = QuietDescriptors();
   m_linesBefore = log.AllLines().size();
   m_isUnderWay = true;
+  m_isServiceSeen = false;
 }
 
 void FAULT_TEST::ExpectService() {
   ExpectServiceExcept(m_scope.touched);
+  if (std::stoi(config.speedPercent) <= kSpeedOfIdleTests) {
+    ExpectIdle();
+  }
+  m_isServiceSeen = true;
 }
 
 void FAULT_TEST::ExpectIdle() {
@@ -161,6 +167,7 @@ void FAULT_TEST::ExpectIdle() {
 
 void FAULT_TEST::EndFault() {
   m_isUnderWay = false;
+  EXPECT_TRUE(m_isServiceSeen) << "the test has not looked while the fault lasted";
   EXPECT_EQ(support::ReadFile(support::kPidPath), std::to_string(m_pid));
   ASSERT_TRUE(daemon.Running()) << "the daemon has not survived it";
   for (const PART part : kInterfaces) {
@@ -226,6 +233,10 @@ void FAULT_TEST::ExpectServiceExcept(const std::set<PART>& touched) {
     const std::string reply = CaeReply({"CIA: MASK is GOT from card", "AMV:0xF:0x3F"});
     cae->Send("GETANMASK:F" + config.cae.inpSeparator);
     EXPECT_TRUE(cae->ReadUntil(reply).ends_with(reply));
+  } else if (isWell(PART::kBus) && config.initPollState == "TRUE") {
+    EXPECT_TRUE(adapter.WaitForRequest(
+        [](const sim::REQUEST& request) { return request.frame.at(1) == sim::request::kPoll; },
+        support::kLimit, adapter.Requests().Last()));
   }
 }
 
@@ -257,7 +268,6 @@ const support::INTERFACE& FAULT_TEST::Interface(PART part) const {
 
 // --- what is seen from outside ------------------------------------------------------------------
 
-/// In a moment with the link up and without a pause's pipe, a search's pipe or an open log.
 std::map<int, std::string> FAULT_TEST::QuietDescriptors() const {
   std::map<int, std::string> descriptors;
   const std::string logPath = std::filesystem::weakly_canonical(log.Path());
