@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <random>
@@ -24,6 +25,7 @@ const std::string kAnyTimeout = "[INF] comm timeout /dev/ttyUSB";
 const std::string kFound = "[INF] hardware found on /dev/ttyUSB";
 constexpr milliseconds kHitLimit{support::kInstrumented ? 10'000 : 3000};
 constexpr std::size_t kPollRequestSize = 4;  // 03 20 03 02
+constexpr int kAllLengths = 256;             // of a length byte
 
 class BusFaults : public FAULT_TEST {
  protected:
@@ -121,28 +123,30 @@ class BusFaults : public FAULT_TEST {
   std::size_t m_answers = 0;
 };
 
+/// A reply of each kind.
+struct REPLY_ROW {
+  std::uint8_t code;
+  std::optional<std::uint8_t> address;
+  std::size_t length;  // of the reply, with its length byte
+  int timeouts;        // one for the reply, one for what brought the request about
+};
+const REPLY_ROW kReplies[] = {
+    {sim::request::kPoll, 3, 5, 1},
+    {sim::request::kPoll, 8, 4, 1},
+    {sim::request::kPoll, 15, 9, 1},
+    {sim::request::kOutput, 5, 3, 1},
+    {sim::request::kParameter, 15, 5, 1},
+    {sim::request::kHandshake, std::nullopt, 6, 2},
+    {sim::request::kIdentify, std::nullopt, 18, 1},
+};
+
 TEST_F(BusFaults, EveryPrefixOfEveryReplyIsATimeoutAndTheLinkIsMadeAgain) {
-  struct ROW {
-    std::uint8_t code;
-    std::optional<std::uint8_t> address;
-    std::size_t length;  // of the reply, with its length byte
-    int timeouts;        // one for the reply, one for what brought the request about
-  };
-  const ROW rows[] = {
-      {sim::request::kPoll, 3, 5, 1},
-      {sim::request::kPoll, 8, 4, 1},
-      {sim::request::kPoll, 15, 9, 1},
-      {sim::request::kOutput, 5, 3, 1},
-      {sim::request::kParameter, 15, 5, 1},
-      {sim::request::kHandshake, std::nullopt, 6, 2},
-      {sim::request::kIdentify, std::nullopt, 18, 1},
-  };
   StartPolling();
   pauses.SetLength(1, milliseconds(5));
   BeginFault({.touched = {PART::kBus}, .mostLines = 400});
   int timeouts = 0;
   int found = CountLines(kFound);
-  for (const ROW& row : rows) {
+  for (const REPLY_ROW& row : kReplies) {
     for (std::size_t count = 0; count < row.length; ++count) {
       SCOPED_TRACE(sim::ToHex(row.code) + " cut to " + std::to_string(count));
       Suffer({.kind = FAULT_KIND::kCut, .count = count, .address = row.address, .code = row.code});
@@ -225,6 +229,37 @@ TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
   FinishAnswers();
   EXPECT_TRUE(WaitForLines(kAnyTimeout, timeouts));
   ExpectKeyReported();
+  EndFault();
+}
+
+TEST_F(BusFaults, EveryLengthByteOfEveryReplyIsSurvivedAndATooLongOneIsATimeout) {
+  StartPolling();
+  pauses.SetLength(1, milliseconds(5));
+  BeginFault({.touched = {PART::kBus}, .mostLines = kAllLengths * std::size(kReplies) * 6});
+  const int step = Rounds(1, kAllLengths);
+  int timeouts = 0;
+  for (const REPLY_ROW& row : kReplies) {
+    const int trueLength = static_cast<int>(row.length) - 1;
+    for (int length = 0; length < kAllLengths; ++length) {
+      // 135 bytes and the length byte fill the daemon's buffer.
+      const bool isAtALimit = std::abs(length - trueLength) == 1 || length == 135 || length == 136;
+      if (length == trueLength || (!isAtALimit && length % step != 0)) {
+        continue;
+      }
+      SCOPED_TRACE(sim::ToHex(row.code) + " with length byte " + std::to_string(length));
+      Suffer({.kind = FAULT_KIND::kLength,
+              .value = static_cast<std::uint8_t>(length),
+              .address = row.address,
+              .code = row.code});
+      if (length > trueLength) {
+        timeouts += row.timeouts;
+        ASSERT_TRUE(WaitForLines(kAnyTimeout, timeouts));
+      }
+    }
+    ExpectService();
+    Identify();
+    ExpectKeyReported();
+  }
   EndFault();
 }
 
