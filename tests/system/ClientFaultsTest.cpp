@@ -197,8 +197,11 @@ TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
   config.speedPercent = kSpeedOfLongFaults;
   StartForFaults();
   // What he has asked last is carried out when he has gone.
-  BeginFault({.touched = {PART::kCae},
-              .lines = {"[ERR] too many messages wait on CAE interface, answers are not kept"}});
+  const std::string full =
+      "[ERR] too many messages wait on CAE interface, refused commands are not reported";
+  BeginFault(
+      {.touched = {PART::kCae},
+       .lines = {"[ERR] too many messages wait on CAE interface, answers are not kept", full}});
   cae.reset();
   ASSERT_TRUE(WaitForLines(Waiting("CAE"), 2));
   TCP_CLIENT stuck(config.cae.port, {.smallBuffers = true});
@@ -210,6 +213,23 @@ TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
   }
   ASSERT_TRUE(isStuck);
   ExpectService();
+  // More than he has asked for: 4 MB that are to be told to him, refused commands of a machine.
+  const long before = support::ResidentKiB(Pid());
+  constexpr std::size_t kPushed = 4U * 1024 * 1024;
+  std::string lines;
+  for (std::size_t told = 0; told < kPushed; told += Refused("bad").size()) {
+    lines += "bad\n";
+  }
+  {
+    const READER reader(*mon);
+    io->Send(lines);
+    ASSERT_TRUE(support::WaitUntil([&] { return io->IsAllRead(); }, 3 * support::kLimit));
+  }
+  ExpectService();
+  if (!support::kInstrumented) {
+    EXPECT_LT(support::ResidentKiB(Pid()) - before, 4 * 1024);
+  }
+  EXPECT_GE(CountLines(full), 1);
   ASSERT_TRUE(log.WaitForLine(ClosedByClient("CAE"), 2, kMinute));
   stuck.Close();
   EndFault();
