@@ -66,6 +66,18 @@ class SystemFaults : public FAULT_TEST {
     ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
   }
 
+  /// The limit under which so many numbers are free once the adapter is gone.
+  rlim_t LimitThatLeaves(unsigned int count) const {
+    std::map<int, std::string> descriptors = QuietDescriptors();
+    std::erase_if(descriptors,
+                  [this](const auto& entry) { return entry.second == adapter.NearPath(); });
+    int limit = 0;
+    for (unsigned int free = 0; descriptors.contains(limit) || free < count; ++limit) {
+      free += descriptors.contains(limit) ? 0 : 1;
+    }
+    return static_cast<rlim_t>(limit);
+  }
+
   void StopProcess() {
     daemon.Signal(SIGSTOP);
     ASSERT_TRUE(
@@ -222,6 +234,43 @@ TEST_F(SystemFaults, AThousandOpenDescriptorsAtTheStartHarmNothing) {
   ExpectService();
   Reconnect(PART::kIo);
   EndFault();
+}
+
+TEST_F(SystemFaults, AnAdapterThatComesBackWhileNoDescriptorIsToBeHadIsFoundWhenThereIsOne) {
+  config.speedPercent = "50";
+  pauses.SetLength(2, milliseconds(150));
+  StartForFaults();
+  rlimit usual{};
+  ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, nullptr, &usual), 0);
+  const std::string found = "[INF] hardware found on /dev/ttyUSB";
+  // The log wants one for a moment, the listing two, and the adapter keeps one.
+  for (unsigned int free = 0; free <= 2; ++free) {
+    SCOPED_TRACE(free);
+    const rlim_t limit = LimitThatLeaves(free);
+    BeginFault({.touched = {PART::kBus}, .mostLines = 100});
+    const int foundBefore = CountLines(found);
+    pauses.Hold(2);
+    const int pausesBefore = pauses.CountBegun(2);
+    Unplug();
+    io->Send("a5b0d00\n");  // notices
+    ASSERT_TRUE(pauses.WaitUntilBegun(2, pausesBefore + 1));
+    SetDescriptorLimit(limit);
+    Plug(static_cast<int>(free));
+    const int missed = CountLines(kNoDevice);
+    pauses.Release(2);
+    ExpectService();
+    if (free == 1) {
+      EXPECT_TRUE(WaitForLines(kNoDevice, missed + 2));
+    }
+    if (free < 2) {
+      EXPECT_EQ(CountLines(found), foundBefore);
+      SetDescriptorLimit(usual.rlim_cur);
+    }
+    EXPECT_TRUE(WaitForLines(found, foundBefore + 1));
+    SetDescriptorLimit(usual.rlim_cur);
+    EndFault();
+  }
+  expectedOutput.reset();  // a shell's own pipe may find no descriptor
 }
 
 // --- programs and surroundings ------------------------------------------------------------------
