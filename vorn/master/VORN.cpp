@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kBusBacklogLimit = 1024;
 
 /// While so many copies wait for a monitor that does not read, no further one is made: until it is
-/// given up, ten seconds later, a busy IO client would fill the memory with them.
+/// given up, half a minute later, a busy IO client would fill the memory with them.
 constexpr std::size_t kMonitorBacklogLimit = 1024;
 
 /// While so many messages wait for the operator, none of his commands is taken; the CAE worker then
