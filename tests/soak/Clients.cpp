@@ -51,6 +51,9 @@ std::string Hex(unsigned int value) {
 
 void WEATHER::Storm() {
   const std::lock_guard lock(m_mutex);
+  if (m_calmSince) {
+    m_lostInCalm += LostLinks() - m_lostBefore;
+  }
   m_calmSince.reset();
 }
 
@@ -63,6 +66,11 @@ void WEATHER::Calm() {
 bool WEATHER::IsCalmSince(TIME time) const {
   const std::lock_guard lock(m_mutex);
   return m_calmSince && *m_calmSince <= time && LostLinks() == m_lostBefore;
+}
+
+int WEATHER::LostInCalm() const {
+  const std::lock_guard lock(m_mutex);
+  return m_lostInCalm;
 }
 
 int WEATHER::LostLinks() const {

@@ -29,12 +29,15 @@ class WEATHER {
   bool IsCalmSince(TIME time) const;
   /// How often the link was lost so far.
   int LostLinks() const;
+  /// How often of them while it was calm; counted when the calm ends.
+  int LostInCalm() const;
 
  private:
   const support::LOG_FILE& m_log;
   mutable std::mutex m_mutex;
   std::optional<TIME> m_calmSince;  // nothing: a storm
   int m_lostBefore = 0;             // links, when it became calm
+  int m_lostInCalm = 0;             // links
 };
 
 /// A client that asks as fast as it is answered, on a thread of its own, until it is stopped or an

@@ -22,6 +22,9 @@ using std::chrono::milliseconds;
 
 constexpr int kThreads = 5;
 constexpr long kMemoryGrowthKiB = 64;
+/// A busy machine can be too late with an answer, which costs a link that no fault has touched: of
+/// so many calms between two faults one may be spoiled so, and one more.
+constexpr int kCalmsToALostLink = 20;
 constexpr milliseconds kSampleStep{1000};
 /// Between two looks at what may have ended.
 constexpr milliseconds kStep{50};
@@ -208,6 +211,11 @@ void SOAK::Fail(const std::string& what) {
 }
 
 void SOAK::Judge() {
+  m_weather.Storm();  // the last calm counts too
+  if (m_weather.LostInCalm() > 1 + m_faults / kCalmsToALostLink) {
+    Fail("the link was lost " + std::to_string(m_weather.LostInCalm()) +
+         " times although nothing was wrong");
+  }
   const PEAKS& measure = m_sampler.FirstTenth();
   const PEAKS& rest = m_sampler.Rest();
   if (rest.residentKiB == 0 && m_failures.empty()) {
@@ -258,7 +266,8 @@ void SOAK::WriteSummary() const {
           << "exchanges " << m_operator.Exchanges() << " of the operator, " << m_machine.Exchanges()
           << " of the machine; spoiled by faults: " << m_operator.Spoiled() + m_machine.Spoiled()
           << "\n"
-          << "links lost " << m_weather.LostLinks() << "\n"
+          << "links lost " << m_weather.LostLinks() << ", without a fault "
+          << m_weather.LostInCalm() << "\n"
           << "memory at most " << measure.residentKiB << " kB in the first tenth, "
           << rest.residentKiB << " kB after it\n"
           << "descriptors without a fault " << measure.settledDescriptors.value_or(0)
