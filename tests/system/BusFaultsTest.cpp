@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <ostream>
 #include <random>
 
 /// Everything that can go wrong on the line and with the adapter, by the hundred, on one daemon
@@ -125,19 +126,23 @@ class BusFaults : public FAULT_TEST {
 
 /// A reply of each kind.
 struct REPLY_ROW {
+  const char* name;
   std::uint8_t code;
   std::optional<std::uint8_t> address;
   std::size_t length;  // of the reply, with its length byte
   int timeouts;        // one for the reply, one for what brought the request about
 };
+void PrintTo(const REPLY_ROW& row, std::ostream* out) {
+  *out << row.name;
+}
 const REPLY_ROW kReplies[] = {
-    {sim::request::kPoll, 3, 5, 1},
-    {sim::request::kPoll, 8, 4, 1},
-    {sim::request::kPoll, 15, 9, 1},
-    {sim::request::kOutput, 5, 3, 1},
-    {sim::request::kParameter, 15, 5, 1},
-    {sim::request::kHandshake, std::nullopt, 6, 2},
-    {sim::request::kIdentify, std::nullopt, 18, 1},
+    {"PollOfAnInputCard", sim::request::kPoll, 3, 5, 1},
+    {"PollOfAKeyMatrix", sim::request::kPoll, 8, 4, 1},
+    {"PollOfAnAnalogueCard", sim::request::kPoll, 15, 9, 1},
+    {"Output", sim::request::kOutput, 5, 3, 1},
+    {"Parameter", sim::request::kParameter, 15, 5, 1},
+    {"Handshake", sim::request::kHandshake, std::nullopt, 6, 2},
+    {"Identification", sim::request::kIdentify, std::nullopt, 18, 1},
 };
 
 TEST_F(BusFaults, EveryPrefixOfEveryReplyIsATimeoutAndTheLinkIsMadeAgain) {
@@ -148,7 +153,7 @@ TEST_F(BusFaults, EveryPrefixOfEveryReplyIsATimeoutAndTheLinkIsMadeAgain) {
   int found = CountLines(kFound);
   for (const REPLY_ROW& row : kReplies) {
     for (std::size_t count = 0; count < row.length; ++count) {
-      SCOPED_TRACE(sim::ToHex(row.code) + " cut to " + std::to_string(count));
+      SCOPED_TRACE(row.name + std::string(" cut to ") + std::to_string(count));
       Suffer({.kind = FAULT_KIND::kCut, .count = count, .address = row.address, .code = row.code});
       timeouts += row.timeouts;
       if (count == 0) {
@@ -211,7 +216,6 @@ TEST_F(BusFaults, EveryFaultOnEveryKindOfRequestIsSurvived) {
 
 TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
   StartPolling();
-  BeginFault({.touched = {PART::kBus}, .mostLines = 900});
   constexpr int kTrueLength = 4;
   // Each of the longer ones costs a wait for the missing bytes, of some 50 ms of processor time.
   const int step = Rounds(1, 12);
@@ -224,6 +228,8 @@ TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
       timeouts += length > kTrueLength ? 1 : 0;
     }
   }
+  // Lost, searched and found: three lines each, and a few links that a busy machine loses.
+  BeginFault({.touched = {PART::kBus}, .mostLines = static_cast<std::size_t>(timeouts) * 3 + 9});
   BeginAnswers(answers);
   ExpectService();
   FinishAnswers();
@@ -232,42 +238,46 @@ TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
   EndFault();
 }
 
-TEST_F(BusFaults, EveryLengthByteOfEveryReplyIsSurvivedAndATooLongOneIsATimeout) {
+class BusFaultsOfReply : public BusFaults, public testing::WithParamInterface<REPLY_ROW> {};
+
+TEST_P(BusFaultsOfReply, EveryLengthByteIsSurvivedAndATooLongOneIsATimeout) {
   StartPolling();
   pauses.SetLength(1, milliseconds(5));
-  BeginFault({.touched = {PART::kBus}, .mostLines = kAllLengths * std::size(kReplies) * 6});
   const int step = Rounds(1, kAllLengths);
-  int timeouts = 0;
-  for (const REPLY_ROW& row : kReplies) {
-    const int trueLength = static_cast<int>(row.length) - 1;
-    for (int length = 0; length < kAllLengths; ++length) {
-      // 135 bytes and the length byte fill the daemon's buffer.
-      const bool isAtALimit = std::abs(length - trueLength) == 1 || length == 135 || length == 136;
-      if (length == trueLength || (!isAtALimit && length % step != 0)) {
-        continue;
-      }
-      SCOPED_TRACE(sim::ToHex(row.code) + " with length byte " + std::to_string(length));
-      Suffer({.kind = FAULT_KIND::kLength,
-              .value = static_cast<std::uint8_t>(length),
-              .address = row.address,
-              .code = row.code});
-      if (length > trueLength) {
-        timeouts += row.timeouts;
-        ASSERT_TRUE(WaitForLines(kAnyTimeout, timeouts));
-      }
+  const auto faults = static_cast<std::size_t>(Rounds(255, 5));
+  BeginFault({.touched = {PART::kBus}, .mostLines = faults * 6 + 9});
+  const REPLY_ROW& row = GetParam();
+  const int trueLength = static_cast<int>(row.length) - 1;
+  for (int length = 0; length < kAllLengths; ++length) {
+    // 135 bytes and the length byte fill the daemon's buffer.
+    const bool isAtALimit = std::abs(length - trueLength) == 1 || length == 135 || length == 136;
+    if (length == trueLength || (!isAtALimit && length % step != 0)) {
+      continue;
     }
-    ExpectService();
-    Identify();
-    ExpectKeyReported();
+    SCOPED_TRACE(length);
+    const int timeouts = CountLines(kAnyTimeout);
+    Suffer({.kind = FAULT_KIND::kLength,
+            .value = static_cast<std::uint8_t>(length),
+            .address = row.address,
+            .code = row.code});
+    const int expected = length > trueLength ? row.timeouts : row.timeouts - 1;
+    ASSERT_TRUE(WaitForLines(kAnyTimeout, timeouts + expected));
   }
+  ExpectService();
+  Identify();
+  ExpectKeyReported();
   EndFault();
 }
+
+INSTANTIATE_TEST_SUITE_P(, BusFaultsOfReply, testing::ValuesIn(kReplies),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(BusFaults, EveryLengthByteWithThatManyBytesIsOneReplyAndNoTimeout) {
   StartPolling();
   BeginFault({.touched = {}, .mostLines = 0});
-  std::vector<sim::Bytes> answers;
-  for (std::size_t length = 0; length <= 255; ++length) {
+  const auto timeoutsAt = [&](std::size_t length) {
+    const int before = CountLines(kAnyTimeout);
+    std::vector<sim::Bytes> answers;
     for (const std::uint8_t fill : sim::Bytes{0x00, 0x5A, 0xFF}) {
       sim::Bytes body(length, fill);
       for (std::size_t i = 0; i < std::min<std::size_t>(length, 2); ++i) {
@@ -275,10 +285,18 @@ TEST_F(BusFaults, EveryLengthByteWithThatManyBytesIsOneReplyAndNoTimeout) {
       }
       answers.push_back(sim::Frame(body));
     }
+    // Behind a poll that is answered as ever nothing is left of those before.
+    answers.push_back(sim::Frame({0x21, 0x03, 0x00, 0x00}));
+    AnswerPollsWith(answers);
+    return CountLines(kAnyTimeout) - before;
+  };
+  for (std::size_t length = 0; length <= 255; ++length) {
+    if (length == 128) {
+      ExpectService();
+    }
+    // A busy machine may be late once, and not twice at the same length.
+    EXPECT_TRUE(timeoutsAt(length) == 0 || timeoutsAt(length) == 0) << length;
   }
-  BeginAnswers(answers);
-  ExpectService();
-  FinishAnswers();
   ExpectKeyReported();
   EndFault();
 }
@@ -421,7 +439,8 @@ TEST_F(BusFaults, WithoutAnAdapterNothingSpinsAndTheLogGetsOneLineForEachSearch)
   io->Send("a5b0d00\n");  // notices
   ASSERT_TRUE(WaitForLines("[ERR] ttyUSB devices couldn't be found", 1));
   ExpectService();
-  EXPECT_LE(CountLines("[ERR] ttyUSB devices couldn't be found"), pauses.CountBegun(2) + 1);
+  const int searches = CountLines("[ERR] ttyUSB devices couldn't be found");
+  EXPECT_LE(searches, pauses.CountBegun(2) + 1);  // which is asked later
   Plug(4);
   EndFault();
 }
@@ -440,7 +459,8 @@ TEST_F(BusFaults, DevicesThatAreNoAdaptersAreToldAtEachSearchAndLeakNothing) {
   Unplug();
   io->Send("a5b0d00\n");
   ASSERT_TRUE(WaitForLines("[ERR] unable to  open /dev/ttyUSB1 for hardware communication", 10));
-  EXPECT_LE(CountLines("[ERR] unable to  open /dev/ttyUSB2"), pauses.CountBegun(2) + 1);
+  const int searches = CountLines("[ERR] unable to  open /dev/ttyUSB2");
+  EXPECT_LE(searches, pauses.CountBegun(2) + 1);  // which is asked later
   EXPECT_LE(support::DescriptorsOf(Pid(), "/dev/ttyUSB4").size(), 1U);
   ExpectService();
   for (const char* name : {"/dev/ttyUSB1", "/dev/ttyUSB2", "/dev/ttyUSB3", "/dev/ttyUSB4"}) {
