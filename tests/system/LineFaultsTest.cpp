@@ -111,6 +111,12 @@ TEST_F(LineFaults, BytesThatNobodyAskedForAreSurvived) {
   for (int i = 0; i < 50; ++i) {
     adapter.Send(sim::Bytes(static_cast<std::size_t>(1 + i * 5), static_cast<std::uint8_t>(i * 7)));
   }
+  // Those of 31 can have been taken for an identification, after which no slot has a card.
+  ASSERT_TRUE(support::WaitUntil([this] {
+    cae->Send("FORCEDISCOVER" + config.cae.inpSeparator);
+    const std::string prompt = CaeLine(">");
+    return cae->ReadUntil(prompt).find("DTI:0x3:16 channel") != std::string::npos;
+  }));
   ExpectKeyReported();
 }
 
