@@ -21,6 +21,14 @@ using std::chrono::steady_clock;
 
 constexpr double kIdleShare = 0.05;
 constexpr int kSpeedOfIdleTests = 50;  // percent
+
+/// The yields of such a build, and what it does unoptimised, are not what the daemon takes.
+#ifdef VORN_SCHEDULE_NOISE
+constexpr bool kHasScheduleNoise = true;
+#else
+constexpr bool kHasScheduleNoise = false;
+#endif
+
 constexpr milliseconds kIdleWindow{400};
 constexpr milliseconds kDescriptorLimit{support::kInstrumented ? 5000 : 1000};
 /// A second for a card's answer, two for a discovery, and room for a busy machine.
@@ -144,7 +152,7 @@ void FAULT_TEST::ExpectService() {
 }
 
 void FAULT_TEST::ExpectIdle() {
-  if (support::kInstrumented) {
+  if (support::kInstrumented || kHasScheduleNoise) {
     return;
   }
   const auto shareOf = [this](milliseconds window) {
