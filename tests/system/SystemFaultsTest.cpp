@@ -257,6 +257,7 @@ TEST_F(SystemFaults, AnAdapterThatComesBackWhileNoDescriptorIsToBeHadIsFoundWhen
     ASSERT_TRUE(pauses.WaitUntilBegun(2, pausesBefore + 1));
     SetDescriptorLimit(limit);
     Plug(static_cast<int>(free));
+    const std::uint64_t openings = adapter.Counters().openings;
     const int missed = CountLines(kNoDevice);
     pauses.Release(2);
     ExpectService();
@@ -264,14 +265,13 @@ TEST_F(SystemFaults, AnAdapterThatComesBackWhileNoDescriptorIsToBeHadIsFoundWhen
       EXPECT_TRUE(WaitForLines(kNoDevice, missed + 2));
     }
     if (free < 2) {
-      EXPECT_EQ(CountLines(found), foundBefore);
+      EXPECT_EQ(adapter.Counters().openings, openings);
       SetDescriptorLimit(usual.rlim_cur);
     }
     EXPECT_TRUE(WaitForLines(found, foundBefore + 1));
     SetDescriptorLimit(usual.rlim_cur);
     EndFault();
   }
-  expectedOutput.reset();  // a shell's own pipe may find no descriptor
 }
 
 // --- programs and surroundings ------------------------------------------------------------------
@@ -339,7 +339,8 @@ TEST_F(SystemFaults, ClosedStandardStreamsAreNeverAClientsConnection) {
 
 TEST_F(SystemFaults, AnOddLocaleAndTimeZoneChangeNothing) {
   // Where i has no dot in capitals and numbers have commas, made here: few machines have it.
-  ASSERT_EQ(std::system(("localedef -i tr_TR -f UTF-8 " + Folder() + "/tr_TR.UTF-8").c_str()), 0);
+  ASSERT_EQ(std::system(("localedef -i tr_TR -f UTF-8 " + Folder() + "/tr_TR.UTF-8").c_str()), 0)
+      << "are Debian's locales installed?";
   support::START start;
   start.environment["LOCPATH"] = Folder();
   start.environment["LC_ALL"] = "tr_TR.UTF-8";
@@ -464,16 +465,21 @@ TEST_F(SystemFaults, AStopAContinueAndASignalEndItInEveryState) {
        },
        nothing},
   };
-  for (std::size_t i = 0; i < std::size(states); ++i) {
-    const STATE& state = states[i];
-    for (const int signal : {SIGTERM, SIGINT}) {
+  struct END {
+    int signal;
+    bool comesWhileItIsStopped;
+  };
+  std::vector<END> ends = {{SIGTERM, false}, {SIGINT, true}};
+  if (!support::kInstrumented) {  // they take long
+    ends.insert(ends.end(), {{SIGTERM, true}, {SIGINT, false}});
+  }
+  for (const STATE& state : states) {
+    for (const auto& [signal, comesWhileItIsStopped] : ends) {
       SCOPED_TRACE(state.name);
       fs::remove(log.Path());
       state.enter();
       ASSERT_FALSE(HasFatalFailure());
       StopProcess();
-      // Each signal in each state, and in each other state while it is stopped.
-      const bool comesWhileItIsStopped = (signal == SIGINT) == (i % 2 == 0);
       if (comesWhileItIsStopped) {
         daemon.Signal(signal);
       }
