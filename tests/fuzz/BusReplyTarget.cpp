@@ -103,7 +103,7 @@ class REPLYING : public fuzz::BUS {
   std::string m_types;
   std::string m_answered;
   bool m_identified = false;
-  bool m_maySilence = false;  // from now on
+  bool m_maySilence = false;  // the next reply that the input cuts off does not come whole
   VOQUEUE m_lines;
   CARD_TABLE m_cards;
   std::unique_ptr<SERIAL_INTERFACE> m_worker;

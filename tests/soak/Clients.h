@@ -29,7 +29,7 @@ class WEATHER {
   bool IsCalmSince(TIME time) const;
   /// How often the link was lost so far.
   int LostLinks() const;
-  /// How often of them while it was calm; counted when the calm ends.
+  /// How many of those were lost while it was calm; counted when the calm ends.
   int LostInCalm() const;
 
  private:

@@ -22,8 +22,8 @@ using std::chrono::milliseconds;
 
 constexpr int kThreads = 5;
 constexpr long kMemoryGrowthKiB = 64;
-/// A busy machine can be too late with an answer, which costs a link that no fault has touched: of
-/// so many calms between two faults one may be spoiled so, and one more.
+/// A busy machine can be too late with an answer, which costs a link that no fault has touched: one
+/// in so many calms between two faults may be lost so, and one more.
 constexpr int kCalmsToALostLink = 20;
 constexpr milliseconds kSampleStep{1000};
 /// Between two looks at what may have ended.

@@ -1,5 +1,5 @@
 /// Loaded into the daemon in front of the C library, where the tests run on a desk machine: its
-/// reads of a line that has nothing to say take about as long as on the board.
+/// reads of a line that has nothing to say take some two or three times as long as on the board.
 ///
 /// The daemon's reply limit is a number of reads. A desk machine makes them in some 50 ms, in which
 /// a kernel with other work may not have carried the request and the reply through the
