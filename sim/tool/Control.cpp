@@ -155,6 +155,8 @@ int RunControlClient(const std::string& path, const std::vector<std::string>& wo
   if (!SetPath(address, path))
     return fail(ENAMETOOLONG);
   const DESCRIPTOR socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (socket.Get() < 0)
+    return fail(errno);
   const timeval patience{kPatienceSeconds, 0};
   ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   ::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
