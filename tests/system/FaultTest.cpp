@@ -19,15 +19,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+constexpr double kIdleShare = 0.05;    // of a core
 constexpr int kSpeedOfIdleTests = 50;  // percent
-
-/// Of a core. A build with schedule noise yields most of its time, unoptimised.
-#ifdef VORN_SCHEDULE_NOISE
-constexpr double kIdleShare = 0.15;
-#else
-constexpr double kIdleShare = 0.05;
-#endif
-
 constexpr milliseconds kIdleWindow{400};
 constexpr milliseconds kDescriptorLimit{support::kInstrumented ? 5000 : 1000};
 /// A second for a card's answer, two for a discovery, and room for a busy machine.
