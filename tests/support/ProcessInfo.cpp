@@ -43,6 +43,17 @@ pid_t ParentOf(pid_t pid) {
   return parent;
 }
 
+/// Of a status file; empty when there is none.
+std::string FieldOf(const std::string& file, const std::string& name) {
+  for (const std::string& line : Lines(ReadFile(file))) {
+    if (line.starts_with(name + ":")) {
+      const auto begin = line.find_first_not_of(" \t", name.size() + 1);
+      return begin == std::string::npos ? std::string() : line.substr(begin);
+    }
+  }
+  return {};
+}
+
 }  // namespace
 
 std::vector<pid_t> Children(pid_t parent) {
@@ -71,6 +82,14 @@ void KillChildren() {
 
 int ThreadCount(pid_t pid) {
   return std::atoi(StatusField(pid, "Threads").c_str()) - kForeignThreads;
+}
+
+long WakeUps(pid_t pid) {
+  long wakeUps = 0;
+  for (const auto& thread : fs::directory_iterator(Folder(pid) + "/task")) {
+    wakeUps += std::atol(FieldOf(thread.path() / "status", "voluntary_ctxt_switches").c_str());
+  }
+  return wakeUps;
 }
 
 long ResidentKiB(pid_t pid) {
@@ -112,13 +131,7 @@ int DescriptorFlags(pid_t pid, int descriptor) {
 }
 
 std::string StatusField(pid_t pid, const std::string& name) {
-  for (const std::string& line : Lines(ReadFile(Folder(pid) + "/status"))) {
-    if (line.starts_with(name + ":")) {
-      const auto begin = line.find_first_not_of(" \t", name.size() + 1);
-      return begin == std::string::npos ? std::string() : line.substr(begin);
-    }
-  }
-  return {};
+  return FieldOf(Folder(pid) + "/status", name);
 }
 
 }  // namespace support
