@@ -45,6 +45,11 @@ constexpr const char* kParkedName = "DMI";
 constexpr unsigned int kParkedPause = 5000;  // Sleep units
 
 constexpr int kBacklog = 1;
+/// A port that is taken is asked for again for a quarter of a second. Who has it may be on the way
+/// out: a daemon that was told to stop a moment ago, or a child that it was just starting when it
+/// ended, which has copies of all descriptors until its program replaces it.
+constexpr int kBindTries = 51;
+constexpr std::int32_t kPauseBetweenBindsUs = 5000;
 constexpr int kPauseBeforeAcceptS = 3;
 constexpr int kPauseWhileClosedS = 2;
 constexpr unsigned int kPauseAfterConstruction = 50000;  // Sleep units: 5 ms
@@ -147,11 +152,7 @@ int SOCKET_INTERFACE::Init() {
   }
   SetOption(listener.Get(), SOL_SOCKET, SO_RCVBUF,
             kReceiveBufferBytes);  // accepted ones inherit it
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  address.sin_port = htons(static_cast<std::uint16_t>(m_descriptor.port));
-  if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  if (!BindToPort(listener.Get())) {
     LogError("couldn't bind socket for" + name + " interface");
   }
   if (listen(listener.Get(), kBacklog) != 0) {
@@ -164,6 +165,23 @@ int SOCKET_INTERFACE::Init() {
   m_listener = std::move(listener);
   m_descriptor.state = kListening;
   return 1;
+}
+
+bool SOCKET_INTERFACE::BindToPort(int listener) const {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  address.sin_port = htons(static_cast<std::uint16_t>(m_descriptor.port));
+  for (int left = kBindTries; left > 0; --left) {
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+      return true;
+    }
+    if (errno != EADDRINUSE || StopRequested()) {
+      return false;
+    }
+    PauseUs(kPauseBetweenBindsUs);
+  }
+  return false;
 }
 
 std::uint16_t SOCKET_INTERFACE::BoundPort() {

@@ -49,7 +49,8 @@ class SOCKET_INTERFACE final : public CThread {
   SOCKET_INTERFACE(const SOCKET_INTERFACE&) = delete;
   SOCKET_INTERFACE& operator=(const SOCKET_INTERFACE&) = delete;
 
-  /// Opens the listening socket: 1 when it listens, 0 (and the state unchanged) when it cannot.
+  /// Opens the listening socket: 1 when it listens, 0 (and the state unchanged) when it cannot. A
+  /// port that somebody else has is waited for, a quarter of a second.
   /// Called once by the owner after construction, then by the worker at each reconnection.
   int Init();
 
@@ -89,6 +90,7 @@ class SOCKET_INTERFACE final : public CThread {
   void Reopen();
   void ParkForGood();
 
+  bool BindToPort(int listener) const;
   FILE_DESCRIPTOR WaitForClient(sockaddr_in& peer);
   bool Adopt(FILE_DESCRIPTOR& client);
   INPUT ReadClient();

@@ -134,6 +134,25 @@ TEST_F(SocketInterface, ListensElsewhereWhenThePortIsTaken) {
   EXPECT_NE(Port(), taken.Port());
 }
 
+TEST_F(SocketInterface, HasItsPortWhenThatIsGivenFreeInTheNextMoment) {
+  const RESERVED_PORT reserved;
+  Make("IO", reserved.Port());
+  socketCalls.bind.FailOutsideTheWorker(EADDRINUSE, 3);
+  EXPECT_EQ(m_worker->Init(), 1);
+  EXPECT_EQ(Port(), reserved.Port());
+  EXPECT_EQ(Log().front(),
+            "[INF] IO interface listening on port " + std::to_string(reserved.Port()));
+}
+
+TEST_F(SocketInterface, ListensElsewhereAtOnceWhenThePortIsRefusedForAnotherReason) {
+  const RESERVED_PORT reserved;
+  Make("IO", reserved.Port());
+  socketCalls.bind.FailOutsideTheWorker(EACCES, 1);  // which a second try would not meet
+  EXPECT_EQ(m_worker->Init(), 1);
+  EXPECT_EQ(Log().front(), "[ERR] couldn't bind socket forIO interface");
+  EXPECT_NE(Port(), reserved.Port());
+}
+
 TEST_F(SocketInterface, FailsWhenItCannotListen) {
   const RESERVED_PORT reserved;
   const int port = reserved.Port();
