@@ -454,6 +454,8 @@ TEST_F(SystemFaults, AStopAContinueAndASignalEndItInEveryState) {
        [&] {
          config.speedPercent = "100";
          Start();
+         // A child of the daemon before this one may have copies of its listeners for a moment yet.
+         ASSERT_TRUE(log.WaitForLine(Waiting("CAE")));
          stuck.emplace(config.cae.port, support::CLIENT_OPTIONS{.smallBuffers = true});
          ASSERT_TRUE(stuck->Receives(kCaeGreeting));
          bool isStuck = false;

@@ -9,7 +9,9 @@ STUB_COMMANDS::STUB_COMMANDS() {
   const char* const path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe)
   m_pathBefore = path == nullptr ? "/usr/bin:/bin" : path;
   ListDevices({});
-  Add("sleep", "echo \"$*\" >>" + m_folder.File("pauses") + "\nexec /bin/sleep 0.01");
+  Add("sleep", "echo \"$*\" >>" + m_folder.File("pauses") + "\nwhile [ -e " +
+                   m_folder.File("hold") + "-$1 ]; do /bin/sleep 0.005; done" +
+                   "\nexec /bin/sleep 0.01");
   Add("ls",
       "echo \"$*\" >>" + m_folder.File("listings") + "\nexec cat " + m_folder.File("devices"));
   setenv("PATH", (m_folder.Path() + ":" + m_pathBefore).c_str(),
@@ -32,6 +34,14 @@ void STUB_COMMANDS::ListDevices(const std::vector<std::string>& entries) const {
 
 void STUB_COMMANDS::LetAllDevicesPass() const {
   Add("grep", "exec cat");
+}
+
+void STUB_COMMANDS::HoldPauses(int seconds) const {
+  WriteFile(m_folder.File("hold-" + std::to_string(seconds)), "");
+}
+
+void STUB_COMMANDS::ReleasePauses(int seconds) const {
+  std::filesystem::remove(m_folder.File("hold-" + std::to_string(seconds)));
 }
 
 void STUB_COMMANDS::Add(const std::string& name, const std::string& script) const {

@@ -24,6 +24,10 @@ class STUB_COMMANDS {
   /// Puts a script of its own into PATH.
   void Add(const std::string& name, const std::string& script) const;
 
+  /// Pauses of so many seconds do not end, until they are released.
+  void HoldPauses(int seconds) const;
+  void ReleasePauses(int seconds) const;
+
   /// The arguments of the pauses so far: "2" for two seconds.
   std::vector<std::string> Pauses() const { return ReadLines(m_folder.File("pauses")); }
   /// The arguments of the listings so far.

@@ -111,6 +111,14 @@ class Vorn : public testing::Test {
   }
   static void AskVersion(TCP_CLIENT& cae) { Ask(cae, "DRVVER", {"CIA: DRIVER VERSION 1.20"}); }
 
+  /// The client ends its connection. The second before the close lasts until it has its farewell.
+  void Exit(TCP_CLIENT& client, const std::string& separator) const {
+    commands.HoldPauses(1);
+    client.Send("EXIT" + separator);
+    EXPECT_TRUE(client.Receives("VORN: Bye Bye..." + separator + "\r"));
+    commands.ReleasePauses(1);
+  }
+
   /// A read of 255 bytes with a dozen commands, all answered at once: no card is at address 2.
   static std::string AskedAtOnce() {
     std::string read =
@@ -465,8 +473,7 @@ TEST_F(Vorn, ExitOnIoEndsOnlyThatConnection) {
   TCP_CLIENT cae = ConnectCae();
   TCP_CLIENT mon = ConnectMon();
   TCP_CLIENT io = ConnectIo();
-  io.Send("EXIT\n");
-  EXPECT_TRUE(io.Receives("VORN: Bye Bye...\n\r"));
+  Exit(io, "\n");
   EXPECT_TRUE(io.IsClosed());
   EXPECT_TRUE(Logged("[INF] connection is closed by command on IO interface"));
   AskVersion(cae);
@@ -486,8 +493,7 @@ TEST_F(Vorn, ExitOnIoNeedsItsSeparatorAndNothingElse) {
   io.SendAndWaitUntilRead("EXIT\nEXIT\n");
   EXPECT_TRUE(cae.Receives("COE:Illegal command -> EXIT\r\n\r>\r\n\r"));
   EXPECT_TRUE(cae.Receives("COE:Illegal command -> EXIT\r\n\r>\r\n\r"));
-  io.Send("EXIT\n");
-  EXPECT_TRUE(io.Receives("VORN: Bye Bye...\n\r"));
+  Exit(io, "\n");
 }
 
 // --- the CAE interface --------------------------------------------------------------------------
@@ -510,8 +516,7 @@ TEST_F(Vorn, ExitOnCaeEndsOnlyThatConnectionAndLeavesItsPromptForTheNextClient) 
   TCP_CLIENT io = ConnectIo();
   TCP_CLIENT mon = ConnectMon();
   TCP_CLIENT cae = ConnectCae();
-  cae.Send("EXIT\r\n");
-  EXPECT_TRUE(cae.Receives("VORN: Bye Bye...\r\n\r"));
+  Exit(cae, "\r\n");
   EXPECT_TRUE(cae.IsClosed());
   EXPECT_TRUE(Logged("[INF] connection is closed by command on CAE interface"));
   TCP_CLIENT again(config.cae.port);
