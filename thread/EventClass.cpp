@@ -13,7 +13,7 @@ CEventClass::~CEventClass() {
 }
 
 void CEventClass::Set() {
-  MakeScheduleNoise();
+  MakeMeetingNoise();
   if (m_holder.load(std::memory_order_relaxed) == pthread_self()) {
     ++m_sets;
   } else {
@@ -44,5 +44,5 @@ bool CEventClass::Wait(const std::function<bool()>& alreadyDue) {
 void CEventClass::Reset() {
   m_holder.store(0, std::memory_order_relaxed);
   pthread_mutex_unlock(&m_mutex);
-  MakeScheduleNoise();
+  MakeMeetingNoise();
 }

@@ -1,6 +1,7 @@
 #include "thread/Thread.h"
 
 #include "thread/Pause.h"
+#include "thread/ScheduleNoise.h"
 
 #include <csignal>
 #include <cstdio>
@@ -111,12 +112,14 @@ bool CThread::Start() {
 }
 
 void CThread::RequestStop() {
+  MakeMeetingNoise();
   const CScopedLock lock(m_lock);
   m_running = false;
   m_stopRequested.store(true, std::memory_order_relaxed);
 }
 
 void CThread::Stop() {
+  MakeMeetingNoise();
   {
     // In one step: a thread that ends as soon as it is asked was running all the same, and gets its
     // event.

@@ -266,7 +266,7 @@ class _Source:
                     yield begin, end
             elif re.match(r"(?:\+\+|--)?(?:[\w:]+(?:\.|->)?)+(?:\[|\(|\s(?:[-+|&]?=)\s|\+\+|--|;)", text) or \
                     re.match(r"\(this->\*", text):
-                if not re.match(r"(if|for|while|switch|case|else|do|va_start|va_end|MakeScheduleNoise)\b", text):
+                if not re.match(r"(if|for|while|switch|case|else|do|va_start|va_end|Make(?:Schedule|Meeting)Noise)\b", text):
                     yield begin, end
 
     def end_of_statement(self, begin):

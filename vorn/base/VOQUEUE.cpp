@@ -5,6 +5,7 @@
 #include <utility>
 
 void VOQUEUE::ToQueue(QList message) {
+  MakeMeetingNoise();
   const CScopedLock lock(m_mutex);
   m_messages.push_back(std::move(message));
 }
@@ -17,7 +18,7 @@ QList VOQUEUE::DeQueue() {
   if (IsEmpty()) {
     return {};
   }
-  MakeScheduleNoise();  // between the two critical sections
+  MakeMeetingNoise();  // between the two critical sections
   const CScopedLock lock(m_mutex);
   QList front = std::move(m_messages.front());
   m_messages.pop_front();
