@@ -13,7 +13,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 # The daemon waits nearly all of its time: small code rather than CMake's -O3.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
-option(VORN_SCHEDULE_NOISE "Yield at random at each lock and queue operation" OFF)
+option(VORN_SCHEDULE_NOISE "Yield at random at locks and queue operations, most where threads meet" OFF)
 option(VORN_COVERAGE "Count which lines and branches run" OFF)
 option(VORN_FUZZ "Build the fuzz targets for libFuzzer, which clang brings" OFF)
 

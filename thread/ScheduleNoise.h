@@ -6,8 +6,8 @@
 // operation lets other threads run now and then, so that orders of events show up in a test run
 // that a machine would else show once in a year. Most of it is where threads meet: a thread that
 // has just handed something to another, or got something from one, yields often; one that only
-// looks, pass after pass, whether there is anything does it rarely, so that it costs no more of a
-// processor than in another build. In every other build there is nothing of it.
+// looks, pass after pass, whether there is anything does it rarely, so that it costs hardly more
+// of a processor than in another build. In every other build there is nothing of it.
 
 #ifdef VORN_SCHEDULE_NOISE
 

@@ -341,6 +341,7 @@ void CThread::Kernel() {
       Sleep(static_cast<unsigned int>(m_idle.load(std::memory_order_relaxed)));
     }
   }
+  MakeMeetingNoise();  // whoever stops it waits for this
   const CScopedLock lock(m_lock);
   m_state = kThreadDown;
   m_running = false;

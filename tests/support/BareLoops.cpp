@@ -16,8 +16,11 @@ constexpr std::chrono::nanoseconds kBetweenPasses{100};
 BARE_LOOPS::BARE_LOOPS(std::chrono::microseconds threadDelay) {
   for (int i = 0; i < kLoops; ++i) {
     const bool isWorker = i > 0;
-    m_threads.emplace_back([this, threadDelay, isWorker] {
-      while (!m_isEnding) {
+    // Not in step, as the daemon's are not: one interrupt would wake them all.
+    const auto lead = threadDelay * i / kLoops;
+    m_threads.emplace_back([threadDelay, isWorker, lead](const std::stop_token& end) {
+      std::this_thread::sleep_for(lead);
+      while (!end.stop_requested()) {
         std::this_thread::sleep_for(threadDelay);
         if (isWorker) {
           std::this_thread::sleep_for(kBetweenPasses);
@@ -27,16 +30,9 @@ BARE_LOOPS::BARE_LOOPS(std::chrono::microseconds threadDelay) {
   }
 }
 
-BARE_LOOPS::~BARE_LOOPS() {
-  m_isEnding = true;
-  for (std::thread& thread : m_threads) {
-    thread.join();
-  }
-}
-
 std::chrono::nanoseconds BARE_LOOPS::ProcessorTime() {
   std::chrono::nanoseconds total{};
-  for (std::thread& thread : m_threads) {
+  for (std::jthread& thread : m_threads) {
     clockid_t clock{};
     timespec time{};
     if (pthread_getcpuclockid(thread.native_handle(), &clock) != 0 ||

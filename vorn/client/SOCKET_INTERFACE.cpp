@@ -167,21 +167,21 @@ int SOCKET_INTERFACE::Init() {
   return 1;
 }
 
+/// False, with errno set, when the port is not to be had.
 bool SOCKET_INTERFACE::BindToPort(int listener) const {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_ANY);
   address.sin_port = htons(static_cast<std::uint16_t>(m_descriptor.port));
-  for (int left = kBindTries; left > 0; --left) {
+  for (int left = kBindTries;;) {
     if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
       return true;
     }
-    if (errno != EADDRINUSE || StopRequested()) {
+    if (errno != EADDRINUSE || --left == 0) {
       return false;
     }
     PauseUs(kPauseBetweenBindsUs);
   }
-  return false;
 }
 
 std::uint16_t SOCKET_INTERFACE::BoundPort() {
@@ -240,6 +240,7 @@ void SOCKET_INTERFACE::AcceptClient() {
 /// Makes the connection the served one and queues its greeting (none where the accept failed),
 /// unless it was closed by command meanwhile: false then, and the connection stays the caller's.
 bool SOCKET_INTERFACE::Adopt(FILE_DESCRIPTOR& client) {
+  MakeMeetingNoise();
   const std::lock_guard lock(m_socketLock);
   if (State() != kAccepting) {
     return false;
@@ -438,6 +439,7 @@ bool SOCKET_INTERFACE::CloseAfterClient() {
 }
 
 void SOCKET_INTERFACE::CloseByCommand() {
+  MakeMeetingNoise();
   const std::lock_guard lock(m_socketLock);
   if (m_descriptor.state.Exchange(kClosed) == kClosed) {
     return;  // the client left first
@@ -466,6 +468,7 @@ bool SOCKET_INTERFACE::SocketsOpen() {
 }
 
 bool SOCKET_INTERFACE::Replace(CONNECTION_STATE expected, CONNECTION_STATE state) {
+  MakeMeetingNoise();
   const std::lock_guard lock(m_socketLock);
   return m_descriptor.state.Replace(expected, state);
 }

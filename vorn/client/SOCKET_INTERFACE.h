@@ -50,7 +50,8 @@ class SOCKET_INTERFACE final : public CThread {
   SOCKET_INTERFACE& operator=(const SOCKET_INTERFACE&) = delete;
 
   /// Opens the listening socket: 1 when it listens, 0 (and the state unchanged) when it cannot. A
-  /// port that somebody else has is waited for, a quarter of a second.
+  /// port that somebody else has is asked for again for a quarter of a second, in which the caller
+  /// is blocked.
   /// Called once by the owner after construction, then by the worker at each reconnection.
   int Init();
 

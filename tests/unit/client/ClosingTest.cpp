@@ -80,6 +80,17 @@ TEST_F(SocketInterface, ListensOnItsOwnPortAgainThoughAChildThatIsBeingStartedHo
   close(copy);
 }
 
+TEST_F(SocketInterface, ListensOnItsOwnPortAgainWhenThatIsGivenFreeInTheNextMoment) {
+  const RESERVED_PORT reserved;
+  Start("CAE", reserved.Port());
+  TCP_CLIENT client = ConnectAndGreet();
+  socketCalls.bind.Fail(EADDRINUSE, 3);
+  client.Close();
+  EXPECT_TRUE(WaitUntilListening(2));
+  EXPECT_EQ(Port(), reserved.Port());
+  EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
+}
+
 TEST_F(SocketInterface, KeepsTryingToListenWithAPauseEachTime) {
   TCP_CLIENT client = StartWithClient();
   socketCalls.socket.Fail(EMFILE, 3);
