@@ -8,8 +8,8 @@ namespace support {
 
 /// Five threads that make the pauses of the daemon's five loops, with a client on each interface,
 /// and do nothing else, from the constructor to the destructor: what these pauses cost on this
-/// machine, at this moment. On an ordinary machine it is some 5 us of processor time each; on a
-/// virtual machine within another one it can be 50.
+/// machine, at this moment. On a virtual machine within another one it was 30 to 50 us of
+/// processor time each.
 ///
 /// Used by one thread.
 class BARE_LOOPS {
