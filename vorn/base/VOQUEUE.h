@@ -4,18 +4,29 @@
 #include "vorn/base/QList.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
+#include <vector>
 
-/// First-in first-out hand-over of byte lists between exactly two threads.
+/// First-in first-out hand-over of byte lists between threads.
 ///
-/// One producer calls ToQueue, one consumer calls IsEmpty and DeQueue. The test for emptiness and
-/// the removal in DeQueue are two critical sections, so a second consumer would race the first.
-/// There is no bound: nothing is refused, nothing dropped. The mutex guards every operation and is
-/// never held while calling out.
+/// One consumer calls IsEmpty and DeQueue: the test for emptiness and the removal are two critical
+/// sections, so a second consumer would race the first. Most queues have one producer; the serial
+/// inbound queue and the bus queues have two, which is all the same to the queue. There is no bound
+/// here: nothing is refused, and nothing is dropped unless a producer asks for it; the queue counts
+/// what waits in it, and Budget.h has the bounds. The mutex guards every operation and is never
+/// held while calling out.
 class VOQUEUE {
  public:
+  /// Messages are numbered in the order they come, from 0 on; the number wraps around.
+  using NUMBER = std::uint32_t;
+
   /// Appends a copy of the message at the back.
   void ToQueue(QList message);
+
+  /// The same, and where more than so many bytes wait then, removes the oldest messages until they
+  /// fit, or until the new one is left alone. Returns what was removed.
+  std::vector<QList> ToQueueLatest(QList message, std::size_t mostBytes);
 
   bool IsEmpty();
 
@@ -23,11 +34,23 @@ class VOQUEUE {
   /// something, ask IsEmpty first.
   QList DeQueue();
 
-  /// Messages waiting, at the moment of the call. For a producer that holds its source back while
-  /// the consumer is behind.
+  /// Messages waiting, at the moment of the call.
   std::size_t Size();
 
+  /// Bytes waiting, at the moment of the call: of each message its own and one more. For a producer
+  /// that holds its source back while the consumer is behind.
+  std::size_t Bytes();
+
+  /// The number that the next message to come will have.
+  NUMBER NextToCome();
+  /// The number of the front message, or of the next to come when nothing waits.
+  NUMBER NextToGo();
+
  private:
+  QList TakeFront();
+
   CMutexClass m_mutex;
   std::deque<QList> m_messages;
+  std::size_t m_bytes = 0;
+  NUMBER m_came = 0;
 };

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -46,6 +47,55 @@ TEST(VoQueue, HoldsAnEmptyMessage) {
   EXPECT_FALSE(queue.IsEmpty());
   EXPECT_TRUE(queue.DeQueue().empty());
   EXPECT_TRUE(queue.IsEmpty());
+}
+
+TEST(VoQueue, CountsTheBytesOfEachMessageAndOneMore) {
+  VOQUEUE queue;
+  EXPECT_EQ(queue.Bytes(), 0U);
+  queue.ToQueue(Message("first"));
+  EXPECT_EQ(queue.Bytes(), 6U);
+  queue.ToQueue({});
+  EXPECT_EQ(queue.Bytes(), 7U);
+  queue.DeQueue();
+  EXPECT_EQ(queue.Bytes(), 1U);
+  queue.DeQueue();
+  EXPECT_EQ(queue.Bytes(), 0U);
+  queue.DeQueue();
+  EXPECT_EQ(queue.Bytes(), 0U);
+}
+
+TEST(VoQueue, NumbersItsMessages) {
+  VOQUEUE queue;
+  EXPECT_EQ(queue.NextToCome(), 0U);
+  EXPECT_EQ(queue.NextToGo(), 0U);
+  queue.ToQueue(Message("A"));
+  queue.ToQueue(Message("B"));
+  EXPECT_EQ(queue.NextToCome(), 2U);
+  EXPECT_EQ(queue.NextToGo(), 0U);
+  queue.DeQueue();
+  EXPECT_EQ(queue.NextToGo(), 1U);
+  queue.DeQueue();
+  queue.DeQueue();
+  EXPECT_EQ(queue.NextToGo(), 2U);
+  queue.ToQueueLatest(Message("C"), 100);
+  EXPECT_EQ(queue.NextToCome(), 3U);
+  EXPECT_EQ(queue.NextToGo(), 2U);
+}
+
+TEST(VoQueue, KeepsTheLatestThatFitWhereThatIsAskedFor) {
+  VOQUEUE queue;
+  EXPECT_TRUE(queue.ToQueueLatest(Message("first"), 12).empty());
+  EXPECT_TRUE(queue.ToQueueLatest(Message("other"), 12).empty());
+  EXPECT_EQ(queue.Bytes(), 12U);
+  EXPECT_EQ(queue.ToQueueLatest({}, 12), std::vector<QList>{Message("first")});
+  EXPECT_EQ(queue.Bytes(), 7U);
+  EXPECT_EQ(queue.NextToGo(), 1U);
+  // The new one stays, whatever it takes.
+  EXPECT_EQ(queue.ToQueueLatest(Message("longer than that"), 12),
+            (std::vector<QList>{Message("other"), {}}));
+  EXPECT_EQ(queue.DeQueue(), Message("longer than that"));
+  EXPECT_TRUE(queue.IsEmpty());
+  EXPECT_EQ(queue.Bytes(), 0U);
 }
 
 TEST(VoQueue, KeepsZeroBytesAndHighBytes) {
