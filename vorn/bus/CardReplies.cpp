@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr std::uint8_t kPollRequest = 0x20;
-
 /// Where the data of a reply begins: behind its code and the card's address.
 constexpr std::size_t kData = 2;
 
@@ -84,9 +82,12 @@ void SERIAL_INTERFACE::Identify(PERIFCARD& card, std::uint8_t address, std::uint
   std::fill_n(card.values.begin(), type.presetValues, type.preset);
   if (type.pollCount != 0) {
     card.pollFlag = 1;
-    card.pollFrame.insert(card.pollFrame.end(),
-                          {static_cast<char>(kPollRequest), static_cast<char>(address),
-                           static_cast<char>(type.pollCount)});
+    const QList poll = {kPollRequest, static_cast<char>(address),
+                        static_cast<char>(type.pollCount)};
+    // In a body that fits no frame the card would never be polled again.
+    if (card.pollFrame.size() + poll.size() <= kLongestFrameBody) {
+      card.pollFrame.insert(card.pollFrame.end(), poll.begin(), poll.end());
+    }
   }
 }
 

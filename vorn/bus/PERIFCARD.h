@@ -11,6 +11,10 @@
 constexpr std::size_t kBusAddresses = 16;  ///< 0 to F
 constexpr std::size_t kCardValues = 16;    ///< values, change flags and query bytes in use
 constexpr std::size_t kAnalogueChannels = 6;
+/// The longest request body: with its length byte a frame is built in 255 bytes.
+constexpr std::size_t kLongestFrameBody = 254;
+/// What a body that polls a card begins with.
+constexpr char kPollRequest = 0x20;
 
 /// The record of one card slot. Plain data: CARD_TABLE guards it.
 struct PERIFCARD {
@@ -33,7 +37,8 @@ struct PERIFCARD {
   std::array<std::int32_t, kAnalogueChannels> analogueSums{};
   std::int32_t sampleCount = 0;       ///< samples in the sums
   std::int32_t samplesPerReport = 6;  ///< at least 1
-  /// The body that polls the card. Each identification appends to it; only clearing empties it.
+  /// The body that polls the card. Each identification appends to it, as long as it fits a frame;
+  /// only clearing empties it.
   QList pollFrame;
 };
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
@@ -369,6 +370,23 @@ TEST_F(SerialPass, EachIdentificationAppendsToThePollFrame) {
   cards.With(3, [](PERIFCARD& card) { card.clearPerifCard(); });
   Identify(3, 4);
   EXPECT_EQ(ToHex(Card(3).pollFrame), "20 03 02");
+}
+
+TEST_F(SerialPass, APollFrameGrowsNoLongerThanAFrameAndTheCardIsPolledForEver) {
+  Connect();
+  constexpr int kThatFit = 84;
+  for (int i = 1; i <= kThatFit + 3; ++i) {
+    Identify(3, 4);
+    ASSERT_EQ(Card(3).pollFrame.size(), 3U * static_cast<unsigned>(std::min(i, kThatFit)));
+  }
+  serial->SetPolling(true);
+  serial->OnTask();
+  const QList frame = Card(3).pollFrame;
+  line.AnswerWith(
+      [](const BYTES& body) { return body[1] == 3 ? Hex("04 21 03 01 00") : Hex("01 06"); });
+  serial->OnTask();
+  EXPECT_EQ(line.Requests().back().size(), 253U);
+  EXPECT_EQ(TakeLines(), LINES({"a3b0d01"}));
 }
 
 TEST_F(SerialPass, APollFrameThatHasOutgrownAFrameIsDroppedWithoutHarm) {
