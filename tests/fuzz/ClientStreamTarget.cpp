@@ -1,10 +1,13 @@
 // A client's byte stream, split at will, both ways. The input: a byte of choices, then steps, each
 // a byte (its low three bits count, so a seed has letters) and what belongs to it. No byte is lost,
-// doubled or moved, whatever arrives in pieces and whatever is taken in pieces.
+// doubled or moved, whatever arrives in pieces and whatever is taken in pieces; and where what
+// arrives runs together, as it does for a reader that is behind, a read that is full ends with a
+// line.
 
 #include "tests/fuzz/support/Check.h"
 #include "tests/fuzz/support/Input.h"
 #include "tests/fuzz/support/System.h"
+#include "vorn/base/Budget.h"
 #include "vorn/client/SOCKET_INTERFACE.h"
 
 #include <algorithm>
@@ -18,9 +21,10 @@ namespace {
 
 using fuzz::Require;
 
-constexpr std::size_t kInputLimit = 64;
+constexpr std::size_t kInputLimit = 49152;  // bytes of message, one more for each
 constexpr std::size_t kLongestSend = 256;
 constexpr std::size_t kLongestRead = 255;
+constexpr const char* kSeparator = "\r\n";
 /// More than any input makes the worker need to come to rest.
 constexpr int kMostPasses = 20000;
 
@@ -38,7 +42,9 @@ constexpr std::array<ROLE, 4> kRoles = {{
 class NETWORK : public fuzz::SYSTEM {
  public:
   explicit NETWORK(std::uint8_t choices)
-      : m_role(kRoles.at(choices & 3U)), m_binary((choices & 4U) != 0) {
+      : m_role(kRoles.at(choices & 3U)),
+        m_binary((choices & 4U) != 0),
+        m_runsTogether((choices & 8U) != 0) {
     INTERFACE_DESCRIPTOR descriptor;
     descriptor.name = m_role.name;
     descriptor.port = 5000;
@@ -57,10 +63,7 @@ class NETWORK : public fuzz::SYSTEM {
     switch (input.Byte() & 7U) {
       case 1:  // a: arrives
         if (!m_left) {
-          m_segments.push_back(input.Text(input.Byte()));
-          if (m_segments.back().empty()) {
-            m_segments.pop_back();
-          }
+          Arrive(input.Text(input.Byte()));
         }
         return;
       case 2:  // b: passes
@@ -111,6 +114,14 @@ class NETWORK : public fuzz::SYSTEM {
  private:
   void Pass() { m_worker->OnTask(); }
 
+  void Arrive(const std::string& text) {
+    if (m_runsTogether && !m_segments.empty()) {
+      m_segments.back() += text;
+    } else if (!text.empty()) {
+      m_segments.push_back(text);
+    }
+  }
+
   void Queue(const std::string& text) {
     m_worker->OutputQueue().ToQueue(fuzz::ListOf(text));
     m_expected.push_back(Wire(text));
@@ -157,17 +168,24 @@ class NETWORK : public fuzz::SYSTEM {
   bool IsReadable(int) override { return m_left || !m_segments.empty(); }
   bool HasLeft(int) override { return m_left; }
 
-  ssize_t Receive(int, char* bytes, std::size_t count) override {
+  ssize_t Peek(int, char* bytes, std::size_t count) override {
     Require(count == kLongestRead, "a read has room for 255");
-    Require(m_input.Size() < kInputLimit || m_left, "a client is held back at 64 messages");
+    Require(m_input.Bytes() < kInputLimit || m_left, "a client is held back");
     if (m_segments.empty()) {
       if (!m_expected.empty()) {
         m_expected.pop_front();  // the one whose write tells that the client has left
       }
       return 0;
     }
+    const std::string seen = m_segments.front().substr(0, count);
+    std::copy(seen.begin(), seen.end(), bytes);
+    return static_cast<ssize_t>(seen.size());
+  }
+
+  ssize_t Receive(int, char* bytes, std::size_t count) override {
     std::string& segment = m_segments.front();
-    const std::string read = segment.substr(0, count);
+    const std::string read = segment.substr(0, kLongestRead).substr(0, EndOfRead(segment));
+    Require(count == read.size(), "a read takes what there is, and, if it is full, whole lines");
     std::copy(read.begin(), read.end(), bytes);
     segment.erase(0, read.size());
     if (segment.empty()) {
@@ -178,6 +196,12 @@ class NETWORK : public fuzz::SYSTEM {
                                     : read.substr(0, read.find('\0')));
     }
     return static_cast<ssize_t>(read.size());
+  }
+
+  std::size_t EndOfRead(const std::string& segment) const {
+    const std::size_t last = segment.substr(0, kLongestRead).rfind(kSeparator);
+    return m_binary || segment.size() < kLongestRead || last == std::string::npos ? kLongestRead
+                                                                                  : last + 2;
   }
 
   ssize_t Send(int, const char* bytes, std::size_t count) override {
@@ -203,6 +227,7 @@ class NETWORK : public fuzz::SYSTEM {
 
   const ROLE m_role;
   const bool m_binary;
+  const bool m_runsTogether;
   std::deque<std::string> m_segments;  // on their way to the worker
   std::deque<std::string> m_received;  // read by it
   std::deque<std::string> m_expected;  // to be written by it

@@ -1,6 +1,7 @@
 #include "vorn/client/SOCKET_INTERFACE.h"
 
 #include "thread/Pause.h"
+#include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
 
 #include <arpa/inet.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -57,15 +59,6 @@ constexpr unsigned int kPauseAfterConstruction = 50000;  // Sleep units: 5 ms
 constexpr std::size_t kReceiveLimit = 255;
 constexpr std::size_t kSendBufferSize = 256;
 constexpr std::size_t kBinaryMessageLimit = 255;
-
-/// While so many messages wait for the master loop the worker does not read, and TCP holds the
-/// client back. The loop may sleep two seconds in a command; 64 full reads are half a megabyte in
-/// lists.
-constexpr std::size_t kInputBacklogLimit = 64;
-
-/// Nor is a client that has left read while so many wait: one after the other, clients that come,
-/// send and go would fill the memory while an adapter is away.
-constexpr std::size_t kLeftInputBacklogLimit = 1024;
 
 /// What a client can have sent ahead while it is held back, in the kernel's buffer: enough for a
 /// terminal and a controller program, little to read at once when the client leaves.
@@ -163,6 +156,7 @@ int SOCKET_INTERFACE::Init() {
   LogInfo(name + " interface listening on port " + ITOA(m_descriptor.port));
   const std::lock_guard lock(m_socketLock);
   m_listener = std::move(listener);
+  m_firstMessage = m_inputQueue.NextToCome();
   m_descriptor.state = kListening;
   return 1;
 }
@@ -283,7 +277,10 @@ void SOCKET_INTERFACE::Reopen() {
   if (SocketsOpen()) {
     CloseSockets();  // closed by command: the master loop has only marked it
   }
-  ++m_reconnectCounter;
+  {
+    const std::lock_guard lock(m_socketLock);
+    m_reconnectCounter = m_reconnectCounter + 1;
+  }
   sleepsec(kPauseWhileClosedS);
   if (m_reconnectCounter > 1 && !StopRequested()) {
     Init();
@@ -322,13 +319,13 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
   if (ready == 0 || !FD_ISSET(client, &readable)) {
     return INPUT::kGoesOn;
   }
-  const std::size_t waiting = m_inputQueue.Size();
-  // A client that has left is read to its end all the same: it must not keep the only slot for as
-  // long as the master loop, or an adapter that is away, holds it back.
-  if (waiting >= kInputBacklogLimit && !HasLeft(client)) {
+  const std::size_t waiting = m_inputQueue.Bytes();
+  // A client that has left is read to its end all the same, as far as there is room: it must not
+  // keep the only slot for as long as the master loop is behind.
+  if (waiting >= BytesAt(MARK::kClientIsHeldBack) && !HasLeft(client)) {
     return INPUT::kGoesOn;
   }
-  return waiting >= kLeftInputBacklogLimit ? LeaveUnread() : Receive();
+  return waiting >= BytesAt(MARK::kLeftClientIsCut) ? LeaveUnread() : Receive();
 }
 
 /// For a client that has left: what it has sent last is not taken any more.
@@ -341,10 +338,17 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::LeaveUnread() {
   return INPUT::kEnd;
 }
 
+/// Looks first, then takes: a read that is full ends behind a line.
 SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
   std::array<std::uint8_t, kReceiveLimit + 1> buffer{};
   // The readiness is advice: without MSG_DONTWAIT a read that finds nothing would hold the worker.
-  const ssize_t count = recv(m_client.Get(), buffer.data(), kReceiveLimit, MSG_DONTWAIT);
+  ssize_t count = recv(m_client.Get(), buffer.data(), kReceiveLimit, MSG_DONTWAIT | MSG_PEEK);
+  if (count > 0) {
+    const std::size_t taken =
+        EndOfLines(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(count));
+    buffer.fill(0);
+    count = recv(m_client.Get(), buffer.data(), taken, MSG_DONTWAIT);
+  }
   if (count < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
     return INPUT::kGoesOn;
   }
@@ -355,6 +359,22 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
     QueueInput(buffer.data(), static_cast<std::size_t>(count));
   }
   return INPUT::kGoesOn;
+}
+
+/// How much of what is there one read takes. Where 255 bytes are, in text mode, all up to behind
+/// the last separator, found from the front as lines are cut; else all of it.
+std::size_t SOCKET_INTERFACE::EndOfLines(const char* bytes, std::size_t count) const {
+  const std::string_view text(bytes, count);
+  const std::string& separator = m_descriptor.inpSeparator;
+  if (m_transferMode != kTextMode || count < kReceiveLimit || separator.empty()) {
+    return count;
+  }
+  std::size_t end = 0;
+  for (std::size_t at = text.find(separator); at != std::string_view::npos;
+       at = text.find(separator, end)) {
+    end = at + separator.size();
+  }
+  return end > 0 ? end : count;
 }
 
 /// Makes one message of one read; `bytes` holds a zero byte after its `count`.
@@ -439,15 +459,40 @@ bool SOCKET_INTERFACE::CloseAfterClient() {
 }
 
 void SOCKET_INTERFACE::CloseByCommand() {
-  MakeMeetingNoise();
+  LogClosedByCommand();
   const std::lock_guard lock(m_socketLock);
-  if (m_descriptor.state.Exchange(kClosed) == kClosed) {
-    return;  // the client left first
+  MarkClosedByCommand();
+}
+
+void SOCKET_INTERFACE::CloseByCommandOf(VOQUEUE::NUMBER number) {
+  if (IsLeftBehind(number)) {
+    return;
   }
-  // Under the lock: the line is there before the client, or the worker, can notice.
+  LogClosedByCommand();
+  const std::lock_guard lock(m_socketLock);
+  // Again: while the line was written the interface may have been opened for the next client.
+  if (!IsLeftBehind(number)) {
+    MarkClosedByCommand();
+  }
+}
+
+/// Before anything is closed: the line is there before the client, or the worker, can notice.
+void SOCKET_INTERFACE::LogClosedByCommand() {
   LogInfo("connection is closed by command on " + m_descriptor.name + " interface");
+  MakeMeetingNoise();
+}
+
+/// Under the lock. What has been read of the client so far can end no connection any more.
+void SOCKET_INTERFACE::MarkClosedByCommand() {
+  m_descriptor.state = kClosed;
+  m_reconnectCounter = 0;
+  m_firstMessage = m_inputQueue.NextToCome();
   shutdown(m_listener.Get(), SHUT_RDWR);
   shutdown(m_client.Get(), SHUT_RDWR);
+}
+
+bool SOCKET_INTERFACE::IsLeftBehind(VOQUEUE::NUMBER number) const {
+  return static_cast<std::int32_t>(number - m_firstMessage) < 0;  // numbers wrap around
 }
 
 /// The listener first: a client that connected between the two closes would be left half open.

@@ -37,9 +37,9 @@ enum TRANSFER_MODE : std::int32_t {
 /// and may call CloseByCommand, which only marks the connection closed and shuts the sockets down;
 /// that wakes a blocked call, and the worker closes.
 ///
-/// m_socketLock guards the two sockets' owners and every change of the connection state; the worker
-/// uses the descriptors without it, because nobody else closes them. The output queue is owned, the
-/// input queue is lent and outlives the thread.
+/// m_socketLock guards the two sockets' owners, every change of the connection state and what
+/// belongs to it; the worker uses the descriptors without it, because nobody else closes them. The
+/// output queue is owned, the input queue is lent and outlives the thread.
 class SOCKET_INTERFACE final : public CThread {
  public:
   SOCKET_INTERFACE(const INTERFACE_DESCRIPTOR& descriptor, const LOGGER& logger,
@@ -59,8 +59,14 @@ class SOCKET_INTERFACE final : public CThread {
   /// One pass; always true.
   bool OnTask() override;
 
-  /// Ends the client's connection. Master loop's thread.
+  /// Ends the client's connection, and says so, whether or not there is one. Master loop's thread.
   void CloseByCommand();
+  /// The same for the client that message `number` of the input queue came from; nothing where that
+  /// one has left and the interface is open for another.
+  void CloseByCommandOf(VOQUEUE::NUMBER number);
+  /// That client has left and the interface is open for another, or was closed by command: what the
+  /// message asks for itself concerns nobody who is there. Any thread.
+  bool IsLeftBehind(VOQUEUE::NUMBER number) const;
 
   /// Logs the signal; changes nothing. Master loop's thread.
   void mf_SIGhandler(int signalNumber);
@@ -97,11 +103,14 @@ class SOCKET_INTERFACE final : public CThread {
   INPUT ReadClient();
   INPUT Receive();
   INPUT LeaveUnread();
+  std::size_t EndOfLines(const char* bytes, std::size_t count) const;
   void QueueInput(const std::uint8_t* bytes, std::size_t count);
   void WriteNextMessage(bool clientLeft);
   bool WriteMessage(const QList& message);
   bool SendAll(const std::string& bytes);
   bool CloseAfterClient();
+  void LogClosedByCommand();
+  void MarkClosedByCommand();
   void CloseSockets();
   bool SocketsOpen();
   bool Replace(CONNECTION_STATE expected, CONNECTION_STATE state);
@@ -113,7 +122,10 @@ class SOCKET_INTERFACE final : public CThread {
   CLock m_socketLock;
   FILE_DESCRIPTOR m_listener;
   FILE_DESCRIPTOR m_client;
-  int m_reconnectCounter = 0;  // passes in the closed state; the worker's thread only
+  /// Passes in the closed state since the last close.
+  SHARED_FIELD<std::int32_t> m_reconnectCounter = 0;
+  /// Of the input queue: those before it came over connections that are over.
+  SHARED_FIELD<VOQUEUE::NUMBER> m_firstMessage = 0;
   bool m_tornMessage = false;  // a write failed in mid-message; the worker's thread only
   VOQUEUE m_outputQueue;
   VOQUEUE& m_inputQueue;

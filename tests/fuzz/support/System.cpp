@@ -72,6 +72,10 @@ bool SYSTEM::HasLeft(int) {
   return false;
 }
 
+ssize_t SYSTEM::Peek(int, char*, std::size_t) {
+  return 0;
+}
+
 ssize_t SYSTEM::Receive(int, char*, std::size_t) {
   return 0;
 }
@@ -337,9 +341,12 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
 
 ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags) {
   const SYSTEM::DESCRIPTOR* const found = Find(socket);
-  return found == nullptr
-             ? __real_recv(socket, buffer, size, flags)
-             : SYSTEM::Current()->Receive(found->tcpPort, static_cast<char*>(buffer), size);
+  if (found == nullptr) {
+    return __real_recv(socket, buffer, size, flags);
+  }
+  auto* const bytes = static_cast<char*>(buffer);
+  return (flags & MSG_PEEK) != 0 ? SYSTEM::Current()->Peek(found->tcpPort, bytes, size)
+                                 : SYSTEM::Current()->Receive(found->tcpPort, bytes, size);
 }
 
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags) {

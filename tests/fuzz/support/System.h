@@ -51,6 +51,8 @@ class SYSTEM {
   virtual bool HasLeft(int port);
   /// As recv and send: -1 with errno set on a failure.
   virtual ssize_t Receive(int port, char* bytes, std::size_t count);
+  /// The same, and what was given stays to be received.
+  virtual ssize_t Peek(int port, char* bytes, std::size_t count);
   virtual ssize_t Send(int port, const char* bytes, std::size_t count);
   /// The daemon has closed the client's socket.
   virtual void OnClosed(int port) { static_cast<void>(port); }

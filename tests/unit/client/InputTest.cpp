@@ -1,4 +1,3 @@
-#include "tests/support/ListeningPorts.h"
 #include "tests/unit/client/SocketFixture.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 using support::kSilence;
 using support::TCP_CLIENT;
@@ -14,8 +14,9 @@ using support::WaitUntil;
 
 namespace {
 
-constexpr std::size_t kBacklogLimit = 64;
-constexpr std::size_t kLeftBacklogLimit = 1024;
+// Of messages of seven bytes, eight as a queue counts them.
+constexpr std::size_t kWaitingThatHoldBack = 48 * 1024 / 8;
+constexpr std::size_t kWaitingThatCut = 64 * 1024 / 8;
 
 }  // namespace
 
@@ -45,17 +46,64 @@ TEST_F(SocketInterface, MakesAMessageOfEachReadWithoutAssemblingLines) {
 
 TEST_F(SocketInterface, ReadsAtMost255BytesAtOnce) {
   TCP_CLIENT client = StartWithClient();
-  unit::GATE gate;
-  socketCalls.select.HoldAt(&gate);
-  ASSERT_TRUE(gate.WaitUntilReached());
-  client.Send(std::string(255, 'a') + std::string(255, 'b') + "c");
-  ASSERT_TRUE(
-      WaitUntil([&] { return support::UnreadBytes(Port(), client.LocalPort()) == 255 + 255 + 1; }));
-  socketCalls.select.HoldAt(nullptr);
-  gate.Open();
+  SendToBeReadTogether(client, std::string(255, 'a') + std::string(255, 'b') + "c");
   EXPECT_EQ(NextInput(), std::string(255, 'a'));
   EXPECT_EQ(NextInput(), std::string(255, 'b'));
   EXPECT_EQ(NextInput(), "c");
+}
+
+TEST_F(SocketInterface, EndsAFullReadBehindTheLastLineInIt) {
+  struct VECTOR {
+    std::string sent;
+    std::vector<std::string> messages;
+  };
+  const std::string line = "a5b1dFB\r\n";  // nine bytes
+  std::string lines;
+  for (int i = 0; i < 30; ++i) {
+    lines += line;
+  }
+  const std::string whole = lines.substr(0, 28 * 9);
+  const std::vector<VECTOR> vectors = {
+      {lines, {whole, lines.substr(28 * 9)}},
+      // one byte short of full: it stays as it came
+      {lines.substr(0, 254), {lines.substr(0, 254)}},
+      {lines.substr(0, 255), {whole, lines.substr(28 * 9, 3)}},
+      // the separator is the last of the 255, or begins with the last, or there is none
+      {std::string(253, 'x') + "\r\n" + line, {std::string(253, 'x') + "\r\n", line}},
+      {std::string(254, 'x') + "\r\n" + line, {std::string(254, 'x') + "\r", "\n" + line}},
+      {std::string(300, 'x') + "\r\n", {std::string(255, 'x'), std::string(45, 'x') + "\r\n"}},
+      {"\r\n" + std::string(300, 'x'), {"\r\n", std::string(255, 'x'), std::string(45, 'x')}},
+  };
+  TCP_CLIENT client = StartWithClient();
+  for (const VECTOR& vector : vectors) {
+    SendToBeReadTogether(client, vector.sent);
+    for (const std::string& message : vector.messages) {
+      EXPECT_EQ(NextInput(), message);
+    }
+  }
+}
+
+TEST_F(SocketInterface, FindsTheSeparatorsOfAFullReadFromItsFrontAsLinesAreCut) {
+  m_separator = "aa";
+  TCP_CLIENT client = StartWithClient();
+  // The third "a" begins the next line.
+  const std::string sent = std::string(100, 'x') + "aaa" + std::string(200, 'y');
+  SendToBeReadTogether(client, sent);
+  EXPECT_EQ(NextInput(), sent.substr(0, 102));
+  EXPECT_EQ(NextInput(), sent.substr(102));
+}
+
+TEST_F(SocketInterface, CutsNothingAtLinesWhereThereIsNoSeparatorOrInBinaryMode) {
+  const std::string sent = "\xC8" + std::string(100, 'x') + "\r\n" + std::string(200, 'y');
+  for (const bool binary : {false, true}) {
+    m_separator = binary ? "\r\n" : "";
+    TCP_CLIENT client = StartWithClient();
+    m_worker->SetTransferMode(binary ? kBinaryMode : kTextMode);
+    SendToBeReadTogether(client, sent);
+    EXPECT_EQ(NextInput(), binary ? sent.substr(1, 200) : sent.substr(0, 255));
+    EXPECT_EQ(NextInput(), binary ? sent.substr(256) : sent.substr(255));
+    m_worker.reset();
+  }
 }
 
 TEST_F(SocketInterface, CutsAPacketAtAZeroByte) {
@@ -118,15 +166,15 @@ TEST_F(SocketInterface, DiscardsWhatAMonClientSends) {
 }
 
 TEST_F(SocketInterface, HoldsAClientBackWhileItsInputQueueIsLong) {
-  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+  for (std::size_t i = 0; i < kWaitingThatHoldBack; ++i) {
     m_input.ToQueue(Message("waiting"));
   }
   TCP_CLIENT client = StartWithClient();
   client.Send("later");
-  EXPECT_FALSE(WaitUntil([&] { return m_input.Size() > kBacklogLimit; }, kSilence));
+  EXPECT_FALSE(WaitUntil([&] { return m_input.Size() > kWaitingThatHoldBack; }, kSilence));
   Send("still written");
   EXPECT_TRUE(client.Receives("still written\r"));
-  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+  for (std::size_t i = 0; i < kWaitingThatHoldBack; ++i) {
     EXPECT_EQ(NextInput(), "waiting");
   }
   EXPECT_EQ(NextInput(), "later");
@@ -148,7 +196,7 @@ TEST_F(SocketInterface, LosesNothingOfAFlood) {
       if (sent < flood.size()) {
         sent += client.TrySend(flood.substr(sent, 4096));
       }
-      longest = std::max(longest, m_input.Size());
+      longest = std::max(longest, m_input.Bytes());
       if (!m_input.IsEmpty()) {
         received += NextInput();
       }
@@ -156,25 +204,25 @@ TEST_F(SocketInterface, LosesNothingOfAFlood) {
     return received.size() >= flood.size();
   }));
   EXPECT_EQ(received, flood);
-  EXPECT_LE(longest, kBacklogLimit);
+  EXPECT_LT(longest, 48U * 1024 + 256);
 }
 
 TEST_F(SocketInterface, ReadsAClientThatLeavesToItsEndThoughItsInputQueueIsLong) {
-  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+  for (std::size_t i = 0; i < kWaitingThatHoldBack; ++i) {
     m_input.ToQueue(Message("waiting"));
   }
   TCP_CLIENT client = StartWithClient();
   client.Send("last words");
   client.Close();
   EXPECT_TRUE(m_log.WaitForLine("[INF] connection is closed by client on CAE interface"));
-  for (std::size_t i = 0; i < kBacklogLimit; ++i) {
+  for (std::size_t i = 0; i < kWaitingThatHoldBack; ++i) {
     EXPECT_EQ(NextInput(), "waiting");
   }
   EXPECT_EQ(NextInput(), "last words");
 }
 
-TEST_F(SocketInterface, LosesTheRestOfAClientThatLeftWhile1024MessagesWaitAndSaysSo) {
-  for (std::size_t i = 0; i < kLeftBacklogLimit; ++i) {
+TEST_F(SocketInterface, LosesTheRestOfAClientThatLeftWhile64KibWaitAndSaysSo) {
+  for (std::size_t i = 0; i < kWaitingThatCut; ++i) {
     m_input.ToQueue(Message("waiting"));
   }
   TCP_CLIENT client = StartWithClient();
@@ -184,7 +232,7 @@ TEST_F(SocketInterface, LosesTheRestOfAClientThatLeftWhile1024MessagesWaitAndSay
   EXPECT_EQ(
       Count("[ERR] too many messages wait from CAE interface, the rest of its client's is lost"),
       1);
-  EXPECT_EQ(m_input.Size(), kLeftBacklogLimit);
+  EXPECT_EQ(m_input.Size(), kWaitingThatCut);
 }
 
 TEST_F(SocketInterface, IsNotDisturbedByAnInterruptedSelectOrRead) {

@@ -1,5 +1,6 @@
 #include "tests/unit/client/SocketFixture.h"
 
+#include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
 
 #include <arpa/inet.h>
@@ -62,6 +63,7 @@ void SocketInterface::Make(const std::string& name, int port) {
   descriptor.name = name;
   descriptor.port = port;
   descriptor.threadDelayUs = 100;
+  descriptor.inpSeparator = m_separator;
   LOGGER logger;
   logger.SetFileName(m_log.Path());
   m_worker = std::make_unique<SOCKET_INTERFACE>(descriptor, logger, m_input);
@@ -138,4 +140,16 @@ std::string SocketInterface::ConnectedLine(const TCP_CLIENT& client, const std::
   const auto port = htons(static_cast<std::uint16_t>(client.LocalPort()));
   return "[INF] client is connected on " + name +
          " interface from 127.0.0.1:" + std::to_string(port);
+}
+
+void SocketInterface::SendToBeReadTogether(TCP_CLIENT& client, const std::string& text) {
+  m_gates.push_back(std::make_unique<unit::GATE>());
+  unit::GATE& gate = *m_gates.back();
+  socketCalls.select.HoldAt(&gate);
+  EXPECT_TRUE(gate.WaitUntilReached());
+  client.Send(text);
+  const auto size = static_cast<long>(text.size());
+  EXPECT_TRUE(WaitUntil([&] { return support::UnreadBytes(Port(), client.LocalPort()) == size; }));
+  socketCalls.select.HoldAt(nullptr);
+  gate.Open();
 }

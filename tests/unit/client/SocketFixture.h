@@ -48,6 +48,9 @@ class SocketInterface : public testing::Test {
   bool WaitUntilListening(int count);
   bool WaitForState(CONNECTION_STATE state);
 
+  /// Sends the text and lets the worker read only when all of it has arrived.
+  void SendToBeReadTogether(support::TCP_CLIENT& client, const std::string& text);
+
   void Send(const std::string& text) { m_worker->OutputQueue().ToQueue(Message(text)); }
   /// The next message for the master control, waiting for it.
   std::string NextInput();
@@ -64,7 +67,10 @@ class SocketInterface : public testing::Test {
   unit::FOLDER m_folder;
   unit::STUB_PAUSES m_pauses;
   const support::LOG_FILE m_log{m_folder.File("log")};
+  std::string m_separator = "\r\n";  // InpSeparator of the next worker
   VOQUEUE m_input;
+  /// The worker may be on its way out of one for a while after it was opened.
+  std::vector<std::unique_ptr<unit::GATE>> m_gates;
   std::unique_ptr<SOCKET_INTERFACE> m_worker;
 };
 
