@@ -139,7 +139,9 @@ class CaeExamples : public testing::Test {
   VOQUEUE m_inputLines;
   CARD_TABLE m_cards;
   unit::DAEMON_DOUBLE m_daemon;
-  CAE_INTERPRETER m_interpreter{m_descriptor, m_output, m_bus, m_inputLines, m_cards, m_daemon};
+  CAE_INTERPRETER m_interpreter{
+      m_descriptor, m_output, [this](QList body) { m_bus.ToQueue(std::move(body)); },
+      m_inputLines, m_cards,  m_daemon};
   std::string m_request;  // of the last line
 };
 

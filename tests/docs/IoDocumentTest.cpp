@@ -43,7 +43,7 @@ class IoExamples : public testing::Test {
   LOGGER m_logger;
   OUT_COMMAND_PARSER m_parser{
       "\r\n",  "\r\n",
-      m_cards, [this](std::size_t address) -> VOQUEUE& { return m_bus.at(address); },
+      m_cards, [this](std::size_t address, QList body) { m_bus.at(address).ToQueue(body); },
       m_cae,   m_logger};
   bool m_refused = false;  // the last command
 };

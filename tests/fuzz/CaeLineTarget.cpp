@@ -312,8 +312,9 @@ class OPERATOR : private DAEMON_CONTROL {
   CARD_TABLE m_cards;
   bool m_polling = false;
   int m_pauses = 0;
-  CAE_INTERPRETER m_interpreter{m_descriptor, m_output, m_general,
-                                m_inputLines, m_cards,  static_cast<DAEMON_CONTROL&>(*this)};
+  CAE_INTERPRETER m_interpreter{
+      m_descriptor, m_output, [this](QList body) { m_general.ToQueue(std::move(body)); },
+      m_inputLines, m_cards,  static_cast<DAEMON_CONTROL&>(*this)};
 };
 
 }  // namespace

@@ -164,6 +164,12 @@ void SERIAL_INTERFACE::WriteToQueue(const std::uint8_t* reply) {
     }
   });
   for (const std::string& line : lines) {
-    m_inboundQueue.ToQueue(Convert_CharBuff2QList(line.c_str()));
+    m_lineBacklog.Note(m_inboundQueue.Bytes());
+    if (m_lineBacklog.HasJustFilled()) {
+      m_logger.WriteLog(kErr, "too many messages wait from the card bus, input lines are lost");
+    }
+    if (!m_lineBacklog.IsFull()) {
+      m_inboundQueue.ToQueue(Convert_CharBuff2QList(line.c_str()));
+    }
   }
 }

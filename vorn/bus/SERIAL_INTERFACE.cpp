@@ -1,6 +1,7 @@
 #include "vorn/bus/SERIAL_INTERFACE.h"
 
 #include "thread/Pause.h"
+#include "vorn/base/Budget.h"
 
 #include <unistd.h>
 
@@ -18,18 +19,11 @@ constexpr std::uint32_t kReplyReads = 150000;
 constexpr std::uint32_t kLongReplyReads = 300000;
 
 constexpr std::size_t kReadSize = 255;
-/// With its length byte a frame is built in 255 bytes.
-constexpr std::size_t kLongestBody = 254;
 
-/// While so many lines wait for the master loop, which takes one a pass, no card is polled: what
-/// changes meanwhile is reported by a later poll. Two noisy analogue cards can outrun the loop for
-/// good.
-constexpr std::size_t kInputBacklogLimit = 1024;
-
-/// Where so many messages wait for a card, no further poll of it is queued: one would do. A lost
-/// link leaves a poll behind in each queue that its pass did not reach, and since every pass adds
-/// as many as it serves, they would add up for as long as an adapter is flaky.
-constexpr std::size_t kPollBacklogLimit = 16;
+/// Where so many polls of a card wait, no further one is queued: one would do. A lost link leaves a
+/// poll behind in each queue that its pass did not reach, and since every pass adds as many as it
+/// serves, they would add up for as long as an adapter is flaky. So many of the longest fit.
+constexpr std::size_t kMostPollsWaiting = kBudgetShare / (kLongestFrameBody + 1);
 
 constexpr int kPauseAfterConnectS = 1;
 constexpr int kPauseAfterFailureS = 2;
@@ -55,6 +49,7 @@ SERIAL_INTERFACE::SERIAL_INTERFACE(const std::string& devicePath, PORT_SELECTION
       m_linkStatus(linkStatus),
       m_selection(selection),
       m_inboundQueue(inboundQueue),
+      m_lineBacklog(BytesAt(MARK::kLinesAreLost)),
       m_cards(cards),
       m_polling(polling),
       m_autoDiscover(autoDiscover) {
@@ -80,7 +75,8 @@ bool SERIAL_INTERFACE::OnTask() {
     return true;
   }
   ServeBusQueues();
-  if (m_polling && m_inboundQueue.Size() < kInputBacklogLimit) {
+  // Two noisy analogue cards can outrun the master loop, which takes one line a pass, for good.
+  if (m_polling && m_inboundQueue.Bytes() < BytesAt(MARK::kPollingPauses)) {
     QueuePollFrames();
   }
   return true;
@@ -92,19 +88,36 @@ void SERIAL_INTERFACE::Connect() {
     sleepsec(kPauseAfterFailureS);
     return;
   }
+  m_isLossTold = false;
   if (m_autoDiscover) {
     m_busQueues[kGeneralQueue].ToQueue({kIdentificationRequest});
     sleepsec(kPauseAfterConnectS);
   }
 }
 
-/// At most one message of each queue, so that no card can starve the others.
 void SERIAL_INTERFACE::ServeBusQueues() {
-  for (VOQUEUE& queue : m_busQueues) {
-    if (!queue.IsEmpty() && !Exchange(queue.DeQueue())) {
+  for (std::size_t number = 0; number < kBusQueues; ++number) {
+    if (!ServeBusQueue(number)) {
       return;
     }
   }
+}
+
+/// At most one frame, so that no card can starve the others. An empty request is answered and is no
+/// frame: a client that sends many of them would starve the polls behind them. False when the link
+/// is lost.
+bool SERIAL_INTERFACE::ServeBusQueue(std::size_t number) {
+  VOQUEUE& queue = m_busQueues.at(number);
+  bool isFrame = false;
+  for (std::size_t left = queue.Size(); left > 0 && !isFrame; --left) {
+    QList body = queue.DeQueue();
+    isFrame = !body.empty();
+    ForgetPoll(number, body);
+    if (!Exchange(std::move(body))) {
+      return false;
+    }
+  }
+  return true;
 }
 
 /// Sends one request and takes its reply. False when the link is lost; the request is lost with it.
@@ -133,18 +146,46 @@ void SERIAL_INTERFACE::QueuePollFrames() {
       polled = card.stateWord == kInputCard && card.pollFlag != 0;
       return polled ? card.pollFrame : QList();
     });
-    if (polled && m_busQueues[address].Size() < kPollBacklogLimit) {
-      m_busQueues[address].ToQueue(frame);
+    if (polled && m_pollsWaiting.at(address) < kMostPollsWaiting) {
+      ++m_pollsWaiting.at(address);
+      m_busQueues.at(address).ToQueue(frame);
     }
   }
 }
 
-std::size_t SERIAL_INTERFACE::BusBacklog() {
-  std::size_t longest = 0;
-  for (VOQUEUE& queue : m_busQueues) {
-    longest = std::max(longest, queue.Size());
+/// For a message that has left its queue.
+void SERIAL_INTERFACE::ForgetPoll(std::size_t number, const QList& body) {
+  std::atomic<std::size_t>& waiting = m_pollsWaiting.at(number);
+  if (!body.empty() && body.front() == kPollRequest && waiting > 0) {
+    --waiting;
   }
-  return longest;
+}
+
+// --- for the master loop ------------------------------------------------------------------------
+
+void SERIAL_INTERFACE::QueueRequest(std::size_t number, QList body) {
+  VOQUEUE& queue = m_busQueues.at(number);
+  if (m_linkStatus == kControllerFound) {
+    queue.ToQueue(std::move(body));
+    return;
+  }
+  if (body.empty() && queue.Bytes() >= BytesAt(MARK::kBusIsBehind)) {
+    return;  // what does nothing pushes out nothing
+  }
+  const std::vector<QList> dropped =
+      queue.ToQueueLatest(std::move(body), BytesAt(MARK::kBusIsBehind));
+  for (const QList& request : dropped) {
+    ForgetPoll(number, request);
+  }
+  if (!dropped.empty() && !m_isLossTold.Exchange(true)) {
+    m_logger.WriteLog(kErr, "too many messages wait for the card bus, the oldest are lost");
+  }
+}
+
+bool SERIAL_INTERFACE::IsBehind() {
+  return m_linkStatus == kControllerFound &&
+         std::any_of(m_busQueues.begin(), m_busQueues.end(),
+                     [](VOQUEUE& queue) { return queue.Bytes() >= BytesAt(MARK::kBusIsBehind); });
 }
 
 // --- the exchange -------------------------------------------------------------------------------
@@ -155,7 +196,7 @@ QList SERIAL_INTERFACE::Comm2HW(QList body) {
   if (body.empty()) {
     return Convert_CharBuff2QList(kEmptyRequestReply);
   }
-  if (body.size() > kLongestBody) {
+  if (body.size() > kLongestFrameBody) {
     return {};
   }
   SendFrame(body);
@@ -163,7 +204,7 @@ QList SERIAL_INTERFACE::Comm2HW(QList body) {
 }
 
 void SERIAL_INTERFACE::SendFrame(const QList& body) {
-  std::array<std::uint8_t, kLongestBody + 1> frame{};
+  std::array<std::uint8_t, kLongestFrameBody + 1> frame{};
   frame[0] = static_cast<std::uint8_t>(body.size());
   Convert_QList2BinBuff(body, frame.data() + 1);
   m_waiting = true;

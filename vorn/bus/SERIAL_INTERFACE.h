@@ -1,6 +1,7 @@
 #pragma once
 
 #include "thread/Thread.h"
+#include "vorn/base/Backlog.h"
 #include "vorn/base/FileDescriptor.h"
 #include "vorn/base/LOGGER.h"
 #include "vorn/base/QList.h"
@@ -10,6 +11,7 @@
 #include "vorn/config/INTERFACE_DESCRIPTOR.h"
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -31,9 +33,9 @@ enum PORT_SELECTION : std::int32_t {
 /// Its own thread (interval-driven) finds the adapter, sends the frame bodies waiting in its bus
 /// queues one at a time, waits for each reply and turns replies into updates of the card table and
 /// into input-change lines. Only that thread touches the port and the receive buffer. Other threads
-/// put frame bodies into the bus queues, flip the polling switch, set the thread delay and may ask
-/// for the port to be closed for good. The serial inbound queue and the card table are lent and
-/// outlive the thread.
+/// put frame bodies into the bus queues (one other thread: the master loop's), flip the polling
+/// switch, set the thread delay and may ask for the port to be closed for good. The serial inbound
+/// queue and the card table are lent and outlive the thread.
 class SERIAL_INTERFACE final : public CThread {
  public:
   /// 0 to 15: by card address; 16: frames that concern no single card, and card parameters.
@@ -74,8 +76,11 @@ class SERIAL_INTERFACE final : public CThread {
   void Terminate() { StopAndJoin(); }
 
   VOQUEUE& BusQueue(std::size_t number) { return m_busQueues.at(number); }
-  /// Messages in the longest bus queue: how far the bus is behind.
-  std::size_t BusBacklog();
+  /// Puts a request body into bus queue `number`. Without a link, where more waits in that queue
+  /// than may, its oldest go, which the log tells once for each absence. Master loop's thread.
+  void QueueRequest(std::size_t number, QList body);
+  /// There is a link, and so much waits in one of the bus queues that who fills them has to wait.
+  bool IsBehind();
   bool Polling() const { return m_polling; }
   void SetPolling(bool on) { m_polling = on; }
   std::int32_t ThreadDelayUs() const { return m_threadDelayUs; }
@@ -94,7 +99,9 @@ class SERIAL_INTERFACE final : public CThread {
   // The stages of a pass.
   void Connect();
   void ServeBusQueues();
+  bool ServeBusQueue(std::size_t number);
   void QueuePollFrames();
+  void ForgetPoll(std::size_t number, const QList& body);
 
   bool InitFixedPath();
   bool InitSearch();
@@ -130,6 +137,10 @@ class SERIAL_INTERFACE final : public CThread {
   std::uint32_t m_receiveCount = 0;  // bytes of the present reply, those not kept included
   std::array<std::uint8_t, kReceiveBufferSize> m_receiveBuffer{};
   std::array<VOQUEUE, kBusQueues> m_busQueues;
+  /// Polls that wait in each bus queue. Atomic: the master loop counts those that it drops.
+  std::array<std::atomic<std::size_t>, kBusQueues> m_pollsWaiting{};
+  SHARED_FIELD<bool> m_isLossTold = false;  // of requests, since there was a link
+  BACKLOG m_lineBacklog;                    // in the inbound queue
   CARD_TABLE& m_cards;
   SHARED_FIELD<bool> m_polling;
   SHARED_FIELD<std::int32_t> m_threadDelayUs = kDefaultThreadDelayUs;

@@ -8,6 +8,7 @@
 #include <array>
 #include <iterator>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -22,10 +23,6 @@ constexpr std::size_t kValueReadByte = 3;
 constexpr int kAcknowledgementWaitS = 1;
 constexpr int kDrainWaitS = 1;
 constexpr int kIdentificationWaitS = 1;
-
-/// While so many of his requests wait, as they do where no adapter is there, the operator's further
-/// ones are not queued; each is answered like one that no card has taken.
-constexpr std::size_t kRequestBacklogLimit = 1024;
 
 /// Cards whose last input state can be sent again, and the blocks that they have.
 struct REPORTING_CARD {
@@ -70,12 +67,12 @@ std::uint8_t OfChannel(std::uint8_t first, std::uint8_t channel) {
 }  // namespace
 
 CAE_INTERPRETER::CAE_INTERPRETER(const INTERFACE_DESCRIPTOR& descriptor, VOQUEUE& output,
-                                 VOQUEUE& generalQueue, VOQUEUE& inputLines, CARD_TABLE& cards,
+                                 QUEUE_REQUEST queueRequest, VOQUEUE& inputLines, CARD_TABLE& cards,
                                  DAEMON_CONTROL& daemon)
     : m_inpSeparator(descriptor.inpSeparator),
       m_outSeparator(descriptor.outSeparator),
       m_output(output),
-      m_generalQueue(generalQueue),
+      m_queueRequest(std::move(queueRequest)),
       m_inputLines(inputLines),
       m_cards(cards),
       m_daemon(daemon) {
@@ -87,7 +84,7 @@ void CAE_INTERPRETER::InterpretCaeCommand(const std::string& text) {
   for (const CAE_COMMAND& command : CaeCommands()) {
     if (command.run != nullptr && command.Matches(line)) {
       handled = true;
-      if (RightCard(line, command)) {
+      if (!RefusesCard(line, command)) {
         (this->*command.run)(line, command);
       }
     }
@@ -104,33 +101,28 @@ void CAE_INTERPRETER::Reply(const std::string& text) {
   }
 }
 
-/// False, and answered, when the command asks for one card type and the addressed card has another.
-bool CAE_INTERPRETER::RightCard(const CAE_LINE& line, const CAE_COMMAND& command) {
+/// Answers, and is true, when the command asks for one card type and the addressed card has
+/// another.
+bool CAE_INTERPRETER::RefusesCard(const CAE_LINE& line, const CAE_COMMAND& command) {
   if (command.cardType == kAnyCard) {
-    return true;
+    return false;
   }
-  const bool right = m_cards.With(
-      line.Address(), [&](const PERIFCARD& card) { return card.typeCode == command.cardType; });
-  if (!right) {
+  const bool wrong = m_cards.With(
+      line.Address(), [&](const PERIFCARD& card) { return card.typeCode != command.cardType; });
+  if (wrong) {
     Reply(command.wrongCardReply);
   }
-  return right;
-}
-
-void CAE_INTERPRETER::Request(const QList& body) {
-  if (m_generalQueue.Size() < kRequestBacklogLimit) {
-    m_generalQueue.ToQueue(body);
-  }
+  return wrong;
 }
 
 /// Sends the request and waits; false, and answered, when the card did not acknowledge in time.
-bool CAE_INTERPRETER::CardAccepts(const CAE_LINE& line, const CAE_COMMAND& command,
-                                  std::initializer_list<std::uint8_t> request) {
+bool CAE_INTERPRETER::RequestOfCard(const CAE_LINE& line, const CAE_COMMAND& command,
+                                    std::initializer_list<std::uint8_t> request) {
   const std::uint8_t address = line.Address();
   m_cards.With(address, [](PERIFCARD& card) { card.queryBytes.fill(0); });
   QList body = {kParameterRequest, static_cast<char>(address)};
   body.insert(body.end(), request.begin(), request.end());
-  Request(body);
+  m_queueRequest(std::move(body));
   m_daemon.PauseSeconds(kAcknowledgementWaitS);
   const bool accepted = m_cards.With(
       address, [](const PERIFCARD& card) { return card.queryBytes[0] == kAcknowledged; });
@@ -184,7 +176,7 @@ void CAE_INTERPRETER::ShowIoExamples(const CAE_LINE&, const CAE_COMMAND&) {
 // --- any card -----------------------------------------------------------------------------------
 
 void CAE_INTERPRETER::Reboot(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command, {request::kWrite, request::kReboot})) {
+  if (RequestOfCard(line, command, {request::kWrite, request::kReboot})) {
     Reply("CIA: Card is REBOOTED");
     Reply(FormatText("RBT:0x%X:OK", line.Address()));
   }
@@ -211,7 +203,7 @@ void CAE_INTERPRETER::SetLcdState(const CAE_LINE& line, const CAE_COMMAND& comma
     state = known->state;
     echoed = known->echoed;
   }
-  if (CardAccepts(line, command, {request::kWrite, parameter, state})) {
+  if (RequestOfCard(line, command, {request::kWrite, parameter, state})) {
     Reply(std::string("CIA: ") + parameterName + " STATE IS SET TO " + echoed + " at address " +
           line.AddressText());
   }
@@ -220,21 +212,21 @@ void CAE_INTERPRETER::SetLcdState(const CAE_LINE& line, const CAE_COMMAND& comma
 // --- analogue input -----------------------------------------------------------------------------
 
 void CAE_INTERPRETER::SetAnalogueMask(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command, {request::kWrite, request::kAnalogueMask, line.Value()})) {
+  if (RequestOfCard(line, command, {request::kWrite, request::kAnalogueMask, line.Value()})) {
     Reply("CIA: Channel MASK of the card is SET");
     Reply(FormatText("AMS:0x%X:0x%.2X", line.Address(), line.Value()));
   }
 }
 
 void CAE_INTERPRETER::GetAnalogueMask(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command, {request::kRead, request::kAnalogueMask})) {
+  if (RequestOfCard(line, command, {request::kRead, request::kAnalogueMask})) {
     Reply("CIA: MASK is GOT from card");
     Reply(FormatText("AMV:0x%X:0x%.2X", line.Address(), ValueRead(line)));
   }
 }
 
 void CAE_INTERPRETER::StoreAnalogueMask(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command, {request::kWrite, request::kStoreAnalogueMask})) {
+  if (RequestOfCard(line, command, {request::kWrite, request::kStoreAnalogueMask})) {
     Reply("CIA: MASK IS STORED at address " + line.AddressText());
   }
 }
@@ -242,13 +234,13 @@ void CAE_INTERPRETER::StoreAnalogueMask(const CAE_LINE& line, const CAE_COMMAND&
 // --- RC servo controller ------------------------------------------------------------------------
 
 void CAE_INTERPRETER::StoreServoPositions(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command, {request::kWrite, request::kStoreServoPositions})) {
+  if (RequestOfCard(line, command, {request::kWrite, request::kStoreServoPositions})) {
     Reply("CIA: POSITIONS ARE STORED at address " + line.AddressText());
   }
 }
 
 void CAE_INTERPRETER::MoveToStoredPositions(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command, {request::kWrite, request::kMoveToStoredPositions})) {
+  if (RequestOfCard(line, command, {request::kWrite, request::kMoveToStoredPositions})) {
     Reply("CIA: SERVOS ARE MOVED TO STORED POSITIONS at address " + line.AddressText());
   }
 }
@@ -256,8 +248,8 @@ void CAE_INTERPRETER::MoveToStoredPositions(const CAE_LINE& line, const CAE_COMM
 void CAE_INTERPRETER::SetServoParameter(const CAE_LINE& line, const CAE_COMMAND& command) {
   const std::uint8_t first =
       line.EndPositionText() == "B" ? request::kSetEndPositionB : request::kSetEndPositionA;
-  if (CardAccepts(line, command,
-                  {request::kWrite, OfChannel(first, line.Channel()), line.Value()})) {
+  if (RequestOfCard(line, command,
+                    {request::kWrite, OfChannel(first, line.Channel()), line.Value()})) {
     Reply("CIA: SERVO PARAM of the card is SET");
     Reply(FormatText("SPS:0x%X:SC%s%s:0x%.2X", line.Address(), line.EndPositionText().c_str(),
                      line.ChannelText().c_str(), line.Value()));
@@ -267,7 +259,7 @@ void CAE_INTERPRETER::SetServoParameter(const CAE_LINE& line, const CAE_COMMAND&
 void CAE_INTERPRETER::GetServoParameter(const CAE_LINE& line, const CAE_COMMAND& command) {
   const std::uint8_t first =
       line.EndPositionText() == "B" ? request::kGetEndPositionB : request::kGetEndPositionA;
-  if (CardAccepts(line, command, {request::kRead, OfChannel(first, line.Channel())})) {
+  if (RequestOfCard(line, command, {request::kRead, OfChannel(first, line.Channel())})) {
     Reply("CIA: SERVO PARAM is GOT from card");
     Reply(FormatText("SPG:0x%X:SC%s%s:0x%.2X", line.Address(), line.EndPositionText().c_str(),
                      line.ChannelText().c_str(), ValueRead(line)));
@@ -277,7 +269,7 @@ void CAE_INTERPRETER::GetServoParameter(const CAE_LINE& line, const CAE_COMMAND&
 // --- DC motor controller ------------------------------------------------------------------------
 
 void CAE_INTERPRETER::SetSilentRange(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(
+  if (RequestOfCard(
           line, command,
           {request::kWrite, OfChannel(request::kSetSilentRange, line.Channel()), line.Value()})) {
     Reply("CIA: MSR value of the card is SET");
@@ -287,15 +279,15 @@ void CAE_INTERPRETER::SetSilentRange(const CAE_LINE& line, const CAE_COMMAND& co
 }
 
 void CAE_INTERPRETER::GetSilentRange(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command,
-                  {request::kRead, OfChannel(request::kGetSilentRange, line.Channel())})) {
+  if (RequestOfCard(line, command,
+                    {request::kRead, OfChannel(request::kGetSilentRange, line.Channel())})) {
     Reply("CIA: MSR value is GOT from card");
     Reply(FormatText("MSR%d:0x%X:0x%.2X", line.Channel(), line.Address(), ValueRead(line)));
   }
 }
 
 void CAE_INTERPRETER::StoreSilentRanges(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (CardAccepts(line, command, {request::kWrite, request::kStoreSilentRanges})) {
+  if (RequestOfCard(line, command, {request::kWrite, request::kStoreSilentRanges})) {
     Reply("CIA: MSR values are STORED at address " + line.AddressText());
   }
 }
@@ -388,7 +380,7 @@ void CAE_INTERPRETER::ForceDiscover(const CAE_LINE&, const CAE_COMMAND&) {
   for (std::size_t address = 0; address < kBusAddresses; ++address) {
     m_cards.With(address, [](PERIFCARD& card) { card.clearPerifCard(); });
   }
-  Request({kIdentificationRequest});
+  m_queueRequest({kIdentificationRequest});
   m_daemon.PauseSeconds(kIdentificationWaitS);
   ListCards("FORCED DISCOVER LIST:");
   m_daemon.SetPolling(polling);

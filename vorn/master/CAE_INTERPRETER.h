@@ -7,6 +7,7 @@
 #include "vorn/master/DAEMON_CONTROL.h"
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 
@@ -19,10 +20,14 @@ constexpr const char* kDriverVersion = "1.20";
 /// lines it remembers only the last valid ON or OFF of the two LCD commands.
 class CAE_INTERPRETER {
  public:
+  /// Takes a frame body for the bus.
+  using QUEUE_REQUEST = std::function<void(QList body)>;
+
   /// `descriptor`: the CAE interface, for its separators. `output`: lines to the CAE client.
-  /// `generalQueue`: frame bodies to the bus. `inputLines`: card input as if reported by a card.
-  CAE_INTERPRETER(const INTERFACE_DESCRIPTOR& descriptor, VOQUEUE& output, VOQUEUE& generalQueue,
-                  VOQUEUE& inputLines, CARD_TABLE& cards, DAEMON_CONTROL& daemon);
+  /// `inputLines`: card input as if reported by a card.
+  CAE_INTERPRETER(const INTERFACE_DESCRIPTOR& descriptor, VOQUEUE& output,
+                  QUEUE_REQUEST queueRequest, VOQUEUE& inputLines, CARD_TABLE& cards,
+                  DAEMON_CONTROL& daemon);
 
   /// One line as read from the client, with its separator. Every command that matches runs, in the
   /// order of the table; then the prompt, or the unknown-command reply, follows.
@@ -65,10 +70,9 @@ class CAE_INTERPRETER {
 
   // What they share.
   void Reply(const std::string& text);
-  void Request(const QList& body);
-  bool RightCard(const CAE_LINE& line, const CAE_COMMAND& command);
-  bool CardAccepts(const CAE_LINE& line, const CAE_COMMAND& command,
-                   std::initializer_list<std::uint8_t> request);
+  bool RefusesCard(const CAE_LINE& line, const CAE_COMMAND& command);
+  bool RequestOfCard(const CAE_LINE& line, const CAE_COMMAND& command,
+                     std::initializer_list<std::uint8_t> request);
   std::uint8_t ValueRead(const CAE_LINE& line);
   void SetLcdState(const CAE_LINE& line, const CAE_COMMAND& command, std::uint8_t parameter,
                    std::uint8_t& state, const char* parameterName);
@@ -79,7 +83,7 @@ class CAE_INTERPRETER {
   std::string m_inpSeparator;
   std::string m_outSeparator;
   VOQUEUE& m_output;
-  VOQUEUE& m_generalQueue;
+  QUEUE_REQUEST m_queueRequest;
   VOQUEUE& m_inputLines;
   CARD_TABLE& m_cards;
   DAEMON_CONTROL& m_daemon;

@@ -1,5 +1,6 @@
 #include "vorn/master/OUT_COMMAND_PARSER.h"
 
+#include "vorn/base/Budget.h"
 #include "vorn/master/TextParts.h"
 
 #include <algorithm>
@@ -15,9 +16,6 @@ constexpr std::size_t kLongestIrStream = 23;  // bytes
 /// A frame is assembled in 39 bytes; length, request, address, count, code, column, row and the
 /// closing zero leave this for the text.
 constexpr std::size_t kLongestLcdText = 31;
-
-/// Reports wait for the next operator, if it takes months; this many take some ten megabytes.
-constexpr std::size_t kConsoleBacklogLimit = 4096;
 
 struct LCD_CONTROL {
   const char* text;
@@ -95,14 +93,15 @@ struct IO_FORMS {
 
 OUT_COMMAND_PARSER::OUT_COMMAND_PARSER(const std::string& ioInpSeparator,
                                        const std::string& caeOutSeparator, CARD_TABLE& cards,
-                                       BUS_QUEUE busQueue, VOQUEUE& caeOutput, LOGGER& logger)
+                                       QUEUE_REQUEST queueRequest, VOQUEUE& caeOutput,
+                                       LOGGER& logger)
     : m_inpSeparator(ioInpSeparator),
       m_caeOutSeparator(caeOutSeparator),
       m_cards(cards),
-      m_busQueue(std::move(busQueue)),
+      m_queueRequest(std::move(queueRequest)),
       m_caeOutput(caeOutput),
       m_logger(logger),
-      m_reports(kConsoleBacklogLimit) {
+      m_operatorBacklog(BytesAt(MARK::kReportsAreNotMade)) {
 }
 
 int OUT_COMMAND_PARSER::ParseOutCommand(const QList& message) {
@@ -169,7 +168,7 @@ void OUT_COMMAND_PARSER::BlockCommand(const std::string& command) {
                  card.values.begin() + FindCardType(card.typeCode).outputValues);
   });
   if (data.empty()) {
-    m_busQueue(address).ToQueue({});
+    m_queueRequest(address, {});
   } else {
     SendOutput(address, data);
   }
@@ -228,7 +227,7 @@ void OUT_COMMAND_PARSER::SendOutput(std::uint8_t address, const QList& data) {
   QList body = {static_cast<char>(kOutputRequest), static_cast<char>(address),
                 static_cast<char>(data.size())};
   body.insert(body.end(), data.begin(), data.end());
-  m_busQueue(address).ToQueue(body);
+  m_queueRequest(address, std::move(body));
 }
 
 void OUT_COMMAND_PARSER::Refuse(const std::string& command) {
@@ -236,11 +235,12 @@ void OUT_COMMAND_PARSER::Refuse(const std::string& command) {
 }
 
 void OUT_COMMAND_PARSER::TellOperator(const std::string& text) {
-  if (m_reports.FillsUp(m_caeOutput.Size())) {
+  m_operatorBacklog.Note(m_caeOutput.Bytes());
+  if (m_operatorBacklog.HasJustFilled()) {
     m_logger.WriteLog(kErr,
                       "too many messages wait on CAE interface, refused commands are not reported");
   }
-  if (m_reports.IsFull()) {
+  if (m_operatorBacklog.IsFull()) {
     return;
   }
   m_caeOutput.ToQueue(Convert_String2QList(text + m_caeOutSeparator));

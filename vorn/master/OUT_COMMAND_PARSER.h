@@ -14,17 +14,18 @@
 
 /// Translates the commands of the IO client into frame bodies for the cards.
 ///
-/// Runs on the master loop's thread. Card table, queues and logger are lent and outlive it. Refused
+/// Runs on the master loop's thread. Card table, queue and logger are lent and outlive it. Refused
 /// commands are reported on the operator's console, the CAE interface; the IO client gets no
-/// answer. Where no operator has connected for so long that 4096 messages wait for one, further
-/// reports are given up, and the log says so once.
+/// answer. Where too much waits for an operator who does not read, or is not there, further reports
+/// are given up, and the log says so.
 class OUT_COMMAND_PARSER {
  public:
-  /// The bus queue of a card address, 0 to 15.
-  using BUS_QUEUE = std::function<VOQUEUE&(std::size_t address)>;
+  /// Takes a frame body for the card at an address, 0 to 15.
+  using QUEUE_REQUEST = std::function<void(std::size_t address, QList body)>;
 
   OUT_COMMAND_PARSER(const std::string& ioInpSeparator, const std::string& caeOutSeparator,
-                     CARD_TABLE& cards, BUS_QUEUE busQueue, VOQUEUE& caeOutput, LOGGER& logger);
+                     CARD_TABLE& cards, QUEUE_REQUEST queueRequest, VOQUEUE& caeOutput,
+                     LOGGER& logger);
 
   /// One message as read from the client: its commands, cut at the separator, in their order.
   /// Always 1.
@@ -56,8 +57,8 @@ class OUT_COMMAND_PARSER {
   std::string m_inpSeparator;
   std::string m_caeOutSeparator;
   CARD_TABLE& m_cards;
-  BUS_QUEUE m_busQueue;
+  QUEUE_REQUEST m_queueRequest;
   VOQUEUE& m_caeOutput;
   LOGGER& m_logger;
-  BACKLOG m_reports;  // in m_caeOutput
+  BACKLOG m_operatorBacklog;
 };

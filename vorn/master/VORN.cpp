@@ -1,43 +1,27 @@
 #include "vorn/master/VORN.h"
 
 #include "thread/Pause.h"
+#include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
 #include "vorn/config/ConfigReader.h"
 #include "vorn/master/HelpTexts.h"
 
 #include <csignal>
+#include <utility>
 
 namespace {
 
-/// While so many frames wait for one card, or for an adapter that is gone, no further IO line is
-/// taken: the IO worker then stops reading, and TCP holds the client back. Nothing is lost.
-constexpr std::size_t kBusBacklogLimit = 1024;
-
-/// While so many copies wait for a monitor that does not read, no further one is made: until it is
-/// given up, half a minute later, a busy IO client would fill the memory with them.
-constexpr std::size_t kMonitorBacklogLimit = 1024;
-
-/// While so many messages wait for the operator, none of his commands is taken; the CAE worker then
-/// stops reading, and TCP holds him back. An operator who has gone cannot be held back: his
-/// commands run, and further answers to them are not kept. More than what reports of refused IO
-/// commands may leave there, or a busy IO client would keep him from being served.
-constexpr std::size_t kAnswerBacklogLimit = 5120;
-
-/// While so many lines wait for an IO client that does not read, further ones stay where they pause
-/// the polling: the next poll then tells what has changed meanwhile.
-constexpr std::size_t kInputLineBacklogLimit = 1024;
-
-/// While so many input lines wait, more than polling leaves there, no command of the operator is
-/// taken: he has asked again and again for the state of all inputs.
-constexpr std::size_t kRepeatedLineBacklogLimit = 2048;
+bool IsExit(const std::string& text, const INTERFACE_DESCRIPTOR& descriptor) {
+  return text == kExit + descriptor.inpSeparator;
+}
 
 }  // namespace
 
 VORN::VORN(const SIGNAL_FLAG& signalFlag, const std::string& configPath)
     : m_signalFlag(signalFlag),
       m_configPath(configPath),
-      m_copies(kMonitorBacklogLimit),
-      m_answers(kAnswerBacklogLimit) {
+      m_monitorBacklog(BytesAt(MARK::kCopiesAreNotMade)),
+      m_operatorBacklog(BytesAt(MARK::kOperatorWaitsForAnswers)) {
 }
 
 VORN::~VORN() {
@@ -111,11 +95,14 @@ void VORN::InitInterfaces() {
   m_serial->SetThreadDelayUs(m_config.threadDelayUs);
 
   m_caeInterpreter = std::make_unique<CAE_INTERPRETER>(
-      m_config.cae, m_cae->OutputQueue(), m_serial->BusQueue(SERIAL_INTERFACE::kGeneralQueue),
+      m_config.cae, m_cae->OutputQueue(),
+      [this](QList body) {
+        m_serial->QueueRequest(SERIAL_INTERFACE::kGeneralQueue, std::move(body));
+      },
       *m_serialQueue, *m_cards, static_cast<DAEMON_CONTROL&>(*this));
   m_outCommandParser = std::make_unique<OUT_COMMAND_PARSER>(
       m_config.io.inpSeparator, m_config.cae.outSeparator, *m_cards,
-      [this](std::size_t address) -> VOQUEUE& { return m_serial->BusQueue(address); },
+      [this](std::size_t address, QList body) { m_serial->QueueRequest(address, std::move(body)); },
       m_cae->OutputQueue(), m_logger);
 }
 
@@ -161,7 +148,7 @@ bool VORN::StoppedBySignal() {
 /// dropped.
 void VORN::ForwardCardInput() {
   if (m_serialQueue->IsEmpty() ||
-      (m_io->IsConnected() && m_io->OutputQueue().Size() >= kInputLineBacklogLimit)) {
+      (m_io->IsConnected() && m_io->OutputQueue().Bytes() >= BytesAt(MARK::kLinesWaitForIo))) {
     return;
   }
   QList line = m_serialQueue->DeQueue();
@@ -174,47 +161,69 @@ void VORN::ForwardCardInput() {
   CopyToMonitor(line);
 }
 
+/// While the bus is behind no message is taken: the IO worker then stops reading, and TCP holds the
+/// client back. Without a link IO goes on: each card keeps the latest of what waits for it.
 void VORN::ServeIo() {
-  if (m_ioQueue->IsEmpty() || m_serial->BusBacklog() >= kBusBacklogLimit) {
+  if (m_ioQueue->IsEmpty() || m_serial->IsBehind()) {
     return;
   }
+  const VOQUEUE::NUMBER number = m_ioQueue->NextToGo();
   const QList message = m_ioQueue->DeQueue();
-  if (Convert_QList2String(message) == "EXIT" + m_config.io.inpSeparator) {
-    m_io->OutputQueue().ToQueue(Convert_String2QList(kFarewell + m_config.io.outSeparator));
-    PauseSeconds(kFarewellWaitS);
-    m_io->CloseByCommand();
+  if (IsExit(Convert_QList2String(message), m_config.io)) {
+    EndIoConnection(number);
     return;
   }
   ParseOutCommand(message);
   CopyToMonitor(message);
 }
 
+/// Of a client that has left since then it ends nobody's.
+void VORN::EndIoConnection(VOQUEUE::NUMBER number) {
+  if (m_io->IsLeftBehind(number)) {
+    return;
+  }
+  m_io->OutputQueue().ToQueue(Convert_String2QList(kFarewell + m_config.io.outSeparator));
+  PauseSeconds(kFarewellWaitS);
+  m_io->CloseByCommandOf(number);
+}
+
 void VORN::CopyToMonitor(const QList& message) {
   if (!m_mon->IsConnected()) {
     return;
   }
-  if (m_copies.FillsUp(m_mon->OutputQueue().Size())) {
+  m_monitorBacklog.Note(m_mon->OutputQueue().Bytes());
+  if (m_monitorBacklog.HasJustFilled()) {
     m_logger.WriteLog(kErr, "too many messages wait on MON interface, copies are not made");
   }
-  if (!m_copies.IsFull()) {
+  if (!m_monitorBacklog.IsFull()) {
     m_mon->OutputQueue().ToQueue(message);
   }
 }
 
+/// An operator who does not read his answers, or an IO client that does not read what he asks for,
+/// keeps him waiting: the CAE worker then stops reading, and TCP holds him back. An operator who
+/// has gone cannot be held back: his commands run, and further answers to them are not kept.
 void VORN::ServeCae() {
-  if (m_caeQueue->IsEmpty() || m_serialQueue->Size() >= kRepeatedLineBacklogLimit) {
+  if (m_caeQueue->IsEmpty() || m_serialQueue->Bytes() >= BytesAt(MARK::kOperatorWaitsForLines)) {
     return;
   }
-  const std::size_t waiting = m_cae->OutputQueue().Size();
   const bool isThere = m_cae->IsConnected();
-  if (isThere && waiting >= kAnswerBacklogLimit) {
+  const std::size_t waiting = m_cae->OutputQueue().Bytes();
+  if (isThere && waiting >= BytesAt(MARK::kOperatorWaitsForAnswers)) {
     return;
   }
-  if (!isThere && m_answers.FillsUp(waiting)) {
-    m_logger.WriteLog(kErr, "too many messages wait on CAE interface, answers are not kept");
+  if (!isThere) {
+    m_operatorBacklog.Note(waiting);
+    if (m_operatorBacklog.HasJustFilled()) {
+      m_logger.WriteLog(kErr, "too many messages wait on CAE interface, answers are not kept");
+    }
   }
-  m_caeInterpreter->Mute(!isThere && m_answers.IsFull());
-  m_caeInterpreter->InterpretCaeCommand(Convert_QList2String(m_caeQueue->DeQueue()));
+  m_caeInterpreter->Mute(!isThere && m_operatorBacklog.IsFull());
+  m_caeNumber = m_caeQueue->NextToGo();
+  const std::string text = Convert_QList2String(m_caeQueue->DeQueue());
+  if (!IsExit(text, m_config.cae) || !m_cae->IsLeftBehind(m_caeNumber)) {
+    m_caeInterpreter->InterpretCaeCommand(text);
+  }
 }
 
 int VORN::ParseOutCommand(const QList& message) {

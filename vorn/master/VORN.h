@@ -47,6 +47,7 @@ class VORN : private DAEMON_CONTROL {
   bool StoppedBySignal();
   void ForwardCardInput();
   void ServeIo();
+  void EndIoConnection(VOQUEUE::NUMBER number);
   void CopyToMonitor(const QList& message);
   void ServeCae();
 
@@ -58,7 +59,7 @@ class VORN : private DAEMON_CONTROL {
   void SetThreadDelays(std::int32_t delayUs) override;
   bool Polling() override { return m_serial->Polling(); }
   void SetPolling(bool on) override { m_serial->SetPolling(on); }
-  void CloseCaeConnection() override { m_cae->CloseByCommand(); }
+  void CloseCaeConnection() override { m_cae->CloseByCommandOf(m_caeNumber); }
   void PauseSeconds(int seconds) override;
 
   LOGGER m_logger;
@@ -78,6 +79,7 @@ class VORN : private DAEMON_CONTROL {
   // They borrow the workers' queues: made after the workers, released before them.
   std::unique_ptr<CAE_INTERPRETER> m_caeInterpreter;
   std::unique_ptr<OUT_COMMAND_PARSER> m_outCommandParser;
-  BACKLOG m_copies;   // in the monitor's output queue
-  BACKLOG m_answers;  // in the operator's, while there is none
+  BACKLOG m_monitorBacklog;
+  BACKLOG m_operatorBacklog;        // while there is no operator
+  VOQUEUE::NUMBER m_caeNumber = 0;  // of the CAE message that is carried out
 };

@@ -1,30 +1,85 @@
-// What the worker does while others are behind.
+// What the worker does while others are behind, or it is behind itself.
 
 #include "tests/unit/bus/SerialFixture.h"
+#include "vorn/base/Budget.h"
 
 namespace unit {
 namespace {
 
-constexpr std::size_t kLinesThatHoldPolling = 1024;
+using LINES = std::vector<std::string>;
 
-using SerialBacklog = SERIAL_FIXTURE;
+constexpr const char* kOldestLost =
+    "[ERR] too many messages wait for the card bus, the oldest are lost";
+constexpr const char* kNoDevice = "[ERR] ttyUSB devices couldn't be found";
+constexpr const char* kLinesLost =
+    "[ERR] too many messages wait from the card bus, input lines are lost";
 
-TEST_F(SerialBacklog, NoCardIsPolledWhileTheMasterLoopIs1024LinesBehind) {
-  SERIAL_INTERFACE& worker = Connect({.polling = true});
-  cards.With(3, [](PERIFCARD& card) {
-    card.stateWord = kInputCard;
-    card.pollFlag = 1;
-    card.pollFrame = HexList("20 03 02");
-  });
-  for (std::size_t i = 0; i < kLinesThatHoldPolling; ++i) {
-    inbound.ToQueue(HexList("61"));
+class SerialBacklog : public SERIAL_FIXTURE {
+ protected:
+  void MakePolled(std::size_t slot, const char* frame) {
+    cards.With(slot, [&](PERIFCARD& card) {
+      card.typeCode = kDigitalInput;
+      card.stateWord = kInputCard;
+      card.pollFlag = 1;
+      card.pollFrame = HexList(frame);
+    });
   }
+
+  /// A worker that has looked for an adapter in vain.
+  SERIAL_INTERFACE& MakeUnconnected() {
+    MakeWorker(kSearchDevices, "", {});
+    EXPECT_FALSE(serial->Init());
+    return *serial;
+  }
+
+  /// So many bytes, as the queues count them, of lines for the master loop.
+  void FillInbound(std::size_t bytes) {
+    while (inbound.Bytes() < bytes) {
+      inbound.ToQueue(HexList("61"));
+    }
+    ASSERT_EQ(inbound.Bytes(), bytes);
+  }
+
+  /// Bodies of ten bytes as a queue counts them, each with its number.
+  static QList Numbered(std::size_t number) {
+    QList body = HexList("10 05 06");
+    for (int i = 0; i < 6; ++i) {
+      body.push_back(static_cast<char>(number >> (4 * i) & 0xF));
+    }
+    return body;
+  }
+};
+
+TEST_F(SerialBacklog, NoCardIsPolledWhile32KibOfLinesWaitForTheMasterLoop) {
+  SERIAL_INTERFACE& worker = Connect({.polling = true});
+  MakePolled(3, "20 03 02");
+  FillInbound(32U * 1024);
   EXPECT_TRUE(worker.OnTask());
   EXPECT_TRUE(worker.BusQueue(3).IsEmpty());
 
   inbound.DeQueue();
   EXPECT_TRUE(worker.OnTask());
   EXPECT_EQ(TakeAll(worker.BusQueue(3)).size(), 1U);
+}
+
+TEST_F(SerialBacklog, LinesOfCardsThatReportWithoutAPollAreLostWhere48KibWaitAndTheLogSaysSoOnce) {
+  Connect();
+  MakePolled(3, "20 03 02");
+  FillInbound(48U * 1024);
+  TakeReply("21 03 01 02");
+  TakeReply("21 03 03 04");
+  EXPECT_EQ(inbound.Bytes(), 48U * 1024);
+  const LINES log = Log();
+  EXPECT_EQ(std::count(log.begin(), log.end(), kLinesLost), 1);
+  // What is stored is true all the same.
+  EXPECT_EQ(Card(3).values[0], 3);
+
+  inbound.DeQueue();
+  TakeReply("21 03 05 04");
+  const LINES lines = TakeLines();
+  EXPECT_EQ(lines.back(), "a3b0d05");
+  const LINES after = Log();
+  EXPECT_EQ(std::count(after.begin(), after.end(), kLinesLost), 1);
 }
 
 TEST_F(SerialBacklog, LinksLostAgainAndAgainDoNotPileUpPolls) {
@@ -47,13 +102,141 @@ TEST_F(SerialBacklog, LinksLostAgainAndAgainDoNotPileUpPolls) {
   EXPECT_EQ(worker.BusQueue(8).Size(), 16U);
 }
 
-TEST_F(SerialBacklog, TheBusIsAsFarBehindAsItsLongestQueue) {
-  SERIAL_INTERFACE& worker = MakeWorker();
-  EXPECT_EQ(worker.BusBacklog(), 0U);
-  for (const std::size_t queue : {0U, 5U, 5U, 5U, 16U, 16U}) {
-    worker.BusQueue(queue).ToQueue(HexList("10"));
+TEST_F(SerialBacklog, OtherRequestsOfACardDoNotKeepItsPollsOut) {
+  SERIAL_INTERFACE& worker = Connect({.polling = true});
+  MakePolled(3, "20 03 02");
+  line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
+  for (int i = 0; i < 20; ++i) {
+    worker.BusQueue(3).ToQueue(HexList("10 03 01 00"));
   }
-  EXPECT_EQ(worker.BusBacklog(), 3U);
+  for (int pass = 0; pass < 3; ++pass) {
+    worker.OnTask();
+  }
+  EXPECT_EQ(worker.BusQueue(3).Size(), 20U - 3 + 3);
+}
+
+TEST_F(SerialBacklog, EmptyRequestsBeforeAFrameAreAnsweredInTheSamePass) {
+  SERIAL_INTERFACE& worker = Connect();
+  for (int i = 0; i < 100; ++i) {
+    worker.BusQueue(3).ToQueue({});
+  }
+  worker.BusQueue(3).ToQueue(HexList("20 03 02"));
+  worker.BusQueue(3).ToQueue({});
+  worker.BusQueue(3).ToQueue(HexList("20 03 02"));
+  line.Expect("03 20 03 02", "01 06");
+  worker.OnTask();
+  EXPECT_EQ(worker.BusQueue(3).Size(), 2U);
+  line.Expect("03 20 03 02", "01 06");
+  worker.OnTask();
+  EXPECT_TRUE(worker.BusQueue(3).IsEmpty());
+}
+
+TEST_F(SerialBacklog, ACardWhoseClientKeepsSendingEmptyRequestsIsPolledAsOftenAsItsNeighbour) {
+  SERIAL_INTERFACE& worker = Connect({.polling = true});
+  MakePolled(3, "20 03 02");
+  MakePolled(4, "20 04 02");
+  line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
+  constexpr int kPasses = 30;
+  for (int pass = 0; pass <= kPasses; ++pass) {
+    for (int i = 0; i < 31; ++i) {
+      worker.QueueRequest(3, {});
+    }
+    worker.OnTask();
+  }
+  const std::vector<BYTES> requests = line.Requests();
+  EXPECT_EQ(std::count(requests.begin(), requests.end(), Hex("03 20 03 02")), kPasses);
+  EXPECT_EQ(std::count(requests.begin(), requests.end(), Hex("03 20 04 02")), kPasses);
+}
+
+TEST_F(SerialBacklog, WithALinkItIsBehindFrom4KibInAQueueOnAndDropsNothing) {
+  SERIAL_INTERFACE& worker = Connect();
+  for (const std::size_t number :
+       {std::size_t{0}, std::size_t{15}, SERIAL_INTERFACE::kGeneralQueue}) {
+    std::size_t queued = 0;
+    for (; worker.BusQueue(number).Bytes() < 4096; ++queued) {
+      EXPECT_FALSE(worker.IsBehind());
+      worker.QueueRequest(number, Numbered(queued));
+    }
+    EXPECT_TRUE(worker.IsBehind());
+    worker.QueueRequest(number, Numbered(queued));
+    EXPECT_EQ(worker.BusQueue(number).Size(), queued + 1);
+    for (std::size_t i = 0; i <= queued; ++i) {
+      ASSERT_EQ(worker.BusQueue(number).DeQueue(), Numbered(i));
+    }
+  }
+  EXPECT_EQ(Log().size(), 2U);  // the controller was found
+}
+
+TEST_F(SerialBacklog, WithoutALinkAQueueKeepsTheLatestThatFitAndTheLogSaysSoOnceForEachAbsence) {
+  SERIAL_INTERFACE& worker = MakeUnconnected();
+  constexpr std::size_t kFit = 4096 / 10;
+  for (int absence = 1; absence <= 2; ++absence) {
+    for (const std::size_t number : {std::size_t{5}, SERIAL_INTERFACE::kGeneralQueue}) {
+      for (std::size_t i = 0; i < 3 * kFit; ++i) {
+        worker.QueueRequest(number, Numbered(i));
+        EXPECT_FALSE(worker.IsBehind());
+      }
+      ASSERT_EQ(worker.BusQueue(number).Size(), kFit);
+      for (std::size_t i = 2 * kFit; i < 3 * kFit; ++i) {
+        ASSERT_EQ(worker.BusQueue(number).DeQueue(), Numbered(i));
+      }
+    }
+    const LINES log = Log();
+    EXPECT_EQ(std::count(log.begin(), log.end(), kOldestLost), absence);
+    // The link is there for a moment.
+    commands.ListDevices({line.Entry()});
+    line.AnswerWith([](const BYTES& body) {
+      return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54");
+    });
+    for (int pass = 0; pass < 3 && worker.LinkStatus() != kControllerFound; ++pass) {
+      worker.OnTask();
+    }
+    ASSERT_EQ(worker.LinkStatus(), kControllerFound);
+    worker.QueueRequest(5, HexList("10 05"));
+    worker.OnTask();
+    ASSERT_EQ(worker.LinkStatus(), kNotConnected);
+  }
+}
+
+TEST_F(SerialBacklog, WithoutALinkAnEmptyRequestPushesOutNoFrame) {
+  SERIAL_INTERFACE& worker = MakeUnconnected();
+  constexpr std::size_t kFit = 4090 / 10;
+  for (std::size_t i = 0; i < kFit; ++i) {
+    worker.QueueRequest(5, Numbered(i));
+  }
+  for (int i = 0; i < 100; ++i) {
+    worker.QueueRequest(5, {});
+  }
+  EXPECT_EQ(worker.BusQueue(5).Bytes(), 4096U);
+  EXPECT_EQ(worker.BusQueue(5).DeQueue(), Numbered(0));
+  EXPECT_EQ(Log(), LINES{kNoDevice});
+}
+
+TEST_F(SerialBacklog, PollsThatGaveWayToLaterRequestsAreQueuedAgain) {
+  SERIAL_INTERFACE& worker = Connect({.polling = true});
+  MakePolled(3, "20 03 02");
+  line.AnswerWith(
+      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
+  worker.OnTask();  // queues a poll
+  worker.OnTask();  // loses the link with it, and queues another
+  ASSERT_EQ(worker.LinkStatus(), kNotConnected);
+  ASSERT_EQ(worker.BusQueue(3).Size(), 1U);
+  for (std::size_t i = 0; i <= 4096 / 10; ++i) {
+    worker.QueueRequest(3, Numbered(i));
+  }
+  ASSERT_EQ(worker.BusQueue(3).DeQueue(), Numbered(1));
+  TakeAll(worker.BusQueue(3));
+  line.AnswerWith(
+      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 06"); });
+  // Sixteen may wait: none of them is counted that is not there.
+  for (int i = 0; i < 20; ++i) {
+    worker.BusQueue(0).ToQueue(HexList("10 00"));
+  }
+  cards.With(3, [](PERIFCARD& card) { card.pollFlag = 1; });
+  worker.OnTask();
+  ASSERT_EQ(worker.LinkStatus(), kControllerFound);
+  worker.OnTask();
+  EXPECT_EQ(worker.BusQueue(3).Size(), 1U);
 }
 
 }  // namespace

@@ -172,9 +172,9 @@ class LCD_CODES {
   VOQUEUE m_busQueue;
   VOQUEUE m_caeOutput;
   LOGGER m_logger;
-  OUT_COMMAND_PARSER m_parser{"\n",        "\n",
-                              m_cards,     [this](std::size_t) -> VOQUEUE& { return m_busQueue; },
-                              m_caeOutput, m_logger};
+  OUT_COMMAND_PARSER m_parser{
+      "\n",        "\n",    m_cards, [this](std::size_t, QList body) { m_busQueue.ToQueue(body); },
+      m_caeOutput, m_logger};
 };
 
 TEST(Manual, ListsEveryLcdCode) {

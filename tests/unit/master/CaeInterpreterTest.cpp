@@ -99,8 +99,9 @@ class CaeInterpreter : public testing::Test {
     INTERFACE_DESCRIPTOR descriptor;
     descriptor.inpSeparator = inpSeparator;
     descriptor.outSeparator = outSeparator;
-    interpreter = std::make_unique<CAE_INTERPRETER>(descriptor, output, generalQueue, inputLines,
-                                                    cards, daemon);
+    interpreter = std::make_unique<CAE_INTERPRETER>(
+        descriptor, output, [this](QList body) { generalQueue.ToQueue(std::move(body)); },
+        inputLines, cards, daemon);
   }
 
   /// Takes what waits in a queue, message by message, as it would go out.
@@ -719,23 +720,6 @@ TEST_F(CaeInterpreter, ForcedDiscoveryListsCardsThatDoNotAnswerInTimeAsEmpty) {
 TEST_F(CaeInterpreter, ForcedDiscoveryIsNotMistakenForDiscovery) {
   const LINES answer = Answer("FORCEDISCOVER\r\n");
   EXPECT_EQ(std::count(answer.begin(), answer.end(), "DISCOVER LIST:\r\n"), 0);
-}
-
-TEST_F(CaeInterpreter, QueuesNoFurtherRequestWhile1024Wait) {
-  constexpr std::size_t kLimit = 1024;
-  while (generalQueue.Size() < kLimit - 1) {
-    generalQueue.ToQueue({'0'});
-  }
-  for (const CARD_VECTOR& vector : CardVectors()) {
-    SetType(2, vector.cardType);
-    EXPECT_EQ(Answer(std::string(vector.line) + "\r\n"), Handled({vector.failure}));
-    EXPECT_EQ(generalQueue.Size(), kLimit) << vector.line;
-  }
-  EXPECT_EQ(Answer("FORCEDISCOVER\r\n"), Handled(Listing("FORCED DISCOVER LIST:", "EMPTY")));
-  EXPECT_EQ(generalQueue.Size(), kLimit);
-  static_cast<void>(generalQueue.DeQueue());
-  Answer("FORCEDISCOVER\r\n");
-  EXPECT_EQ(generalQueue.Size(), kLimit);
 }
 
 }  // namespace

@@ -23,8 +23,8 @@ class OutCommandParser : public testing::Test {
   void Make(const std::string& ioInpSeparator, const std::string& caeOutSeparator) {
     parser = std::make_unique<OUT_COMMAND_PARSER>(
         ioInpSeparator, caeOutSeparator, cards,
-        [this](std::size_t address) -> VOQUEUE& { return busQueues.at(address); }, caeOutput,
-        logger);
+        [this](std::size_t address, QList body) { busQueues.at(address).ToQueue(std::move(body)); },
+        caeOutput, logger);
   }
 
   /// A card as identification leaves it, without its presets.
@@ -423,13 +423,19 @@ TEST_F(OutCommandParser, OtherExceptionsPassTheGuard) {
 
 // --- an operator who never comes ----------------------------------------------------------------
 
-TEST_F(OutCommandParser, ReportsOfRefusedCommandsEndAt4096WaitingMessagesAndTheLogSaysSoOnce) {
+TEST_F(OutCommandParser, ReportsOfRefusedCommandsEndWhere320KibWaitAndTheLogSaysSoOnce) {
+  constexpr std::size_t kMark = 320 * 1024;
   const FOLDER folder;
   logger.SetFileName(folder.File("log"));
-  for (int i = 0; i < 3000; ++i) {
+  std::size_t refused = 0;
+  for (; caeOutput.Bytes() < kMark; ++refused) {
     Parse("bad\r\n");
   }
-  EXPECT_EQ(caeOutput.Size(), 4096U);
+  EXPECT_EQ(ReadLog(folder.File("log")), LINES());
+  for (int i = 0; i < 1000; ++i) {
+    Parse("bad\r\n");
+  }
+  EXPECT_EQ(caeOutput.Size(), 2 * refused);
   EXPECT_EQ(ReadLog(folder.File("log")),
             LINES({"[ERR] too many messages wait on CAE interface, refused commands are not "
                    "reported"}));

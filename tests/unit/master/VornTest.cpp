@@ -6,6 +6,7 @@
 #include "tests/support/Wait.h"
 #include "tests/support/unit/Commands.h"
 #include "tests/support/unit/FarEnd.h"
+#include "tests/support/unit/Gate.h"
 #include "tests/support/unit/SystemCalls.h"
 #include "vorn/master/VORN.h"
 
@@ -121,11 +122,10 @@ class Vorn : public testing::Test {
 
   /// A read of 255 bytes with a dozen commands, all answered at once: no card is at address 2.
   static std::string AskedAtOnce() {
-    std::string read =
+    const std::string read =
         "SETANMASK:2=0 LCDSELFTEST: LCDINITLIGHT: STORESRVPOS: MOVESTRPOS: SETSC GETSC SETMSR "
         "GETMSR STOREMSRS POLLON: POLLOFF: GETLASTINPST:\r\n";
-    read.resize(255, '-');
-    return read;
+    return std::string(255 - read.size(), '-') + read;
   }
 
   /// Waits until the bus has asked for the cards and its answer is in the table.
@@ -368,7 +368,7 @@ TEST_F(Vorn, AnInputChangeWithoutAnIoClientIsDroppedForTheMonitorToo) {
   EXPECT_TRUE(mon.Receives("a3b1d00\n\r"));
 }
 
-TEST_F(Vorn, PausesPollingWhile1024LinesWaitForAnIoClientThatDoesNotRead) {
+TEST_F(Vorn, PausesPollingWhile32KibOfLinesWaitForAnIoClientThatDoesNotRead) {
   config.speedPercent = "100";
   config.io.outSeparator = std::string(200, '-') + "\n";  // long lines fill the connection sooner
   Start();
@@ -378,10 +378,12 @@ TEST_F(Vorn, PausesPollingWhile1024LinesWaitForAnIoClientThatDoesNotRead) {
   EXPECT_TRUE(io.Receives(kIoGreeting));
   changesAtEachPoll = true;
   Ask(cae, "ENABLEPOLL", {"CIA: GLOBAL POLLING IS ENABLED"});
-  // So many lines for the client, and as many that pause the polling; two at each poll.
+  // Lines of 209 bytes for the client, 32 KiB of them, and 32 KiB without separator, of eight, that
+  // pause the polling; two at each poll.
   EXPECT_TRUE(WaitUntil([&] {
     const int before = changes;
-    return before >= 1024 && !WaitUntil([&] { return changes > before; }, support::kSilence);
+    return before >= (32 * 1024 / 209 + 32 * 1024 / 8) / 2 &&
+           !WaitUntil([&] { return changes > before; }, support::kSilence);
   }));
   AskVersion(cae);
   const int paused = changes;
@@ -415,17 +417,27 @@ TEST_F(Vorn, ARefusedIoCommandIsReportedToTheOperatorAndCopiedToTheMonitor) {
   EXPECT_TRUE(mon.Receives("bad\n\r"));
 }
 
-TEST_F(Vorn, HoldsTheIoClientBackWhileTheBusIs1024FramesBehindAndLosesNothing) {
-  commands.ListDevices({});
+TEST_F(Vorn, HoldsTheIoClientBackWhileTheBusIsBehindAndLosesNothing) {
   Start();
   TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
   TCP_CLIENT io = ConnectIo();
   TCP_CLIENT mon = ConnectMon();
+  const std::size_t before = line.Requests().size();
+  GATE gate;
+  line.AnswerWith([&](const BYTES& body) {
+    gate.Pass();
+    return Answer(body);
+  });
+  io.SendAndWaitUntilRead("a5b0d00\n");
+  ASSERT_TRUE(mon.Receives("a5b0d00\n\r"));
+  ASSERT_TRUE(gate.WaitUntilReached());
+  // Six bytes a frame: behind the first, which is on the line, 683 are 4 KiB.
   std::string commandsOfOneRead;
   for (int i = 0; i < 31; ++i) {
     commandsOfOneRead += "a5b0d00\n";
   }
-  for (int i = 0; i < 34; ++i) {  // 1054 frames
+  for (int i = 0; i < 23; ++i) {
     io.SendAndWaitUntilRead(commandsOfOneRead);
     ASSERT_TRUE(mon.Receives(commandsOfOneRead + "\r"));
   }
@@ -433,11 +445,51 @@ TEST_F(Vorn, HoldsTheIoClientBackWhileTheBusIs1024FramesBehindAndLosesNothing) {
   AskVersion(cae);
   AskVersion(cae);
   EXPECT_TRUE(mon.ReceivesNothing());
-  commands.ListDevices({line.Entry()});
+  gate.Open();
   EXPECT_TRUE(mon.Receives("a5b0d01\n\r"));
+  EXPECT_TRUE(WaitUntil([&] { return line.Requests().size() == before + 1 + 23 * 31 + 1; }));
 }
 
-TEST_F(Vorn, MakesNoCopiesWhile1024WaitForAMonitorThatDoesNotReadAndSaysSoOnce) {
+TEST_F(Vorn, GoesOnWithIoWithoutAnAdapterAndSendsEachCardTheLatestWhenThereIsOne) {
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
+  commands.ListDevices({});
+  line.AnswerWith([](const BYTES&) { return BYTES(); });
+  io.Send("a5b0d00\n");
+  ASSERT_TRUE(WaitUntil([&] { return Logged("[INF] comm timeout " + line.Path()); }));
+  EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));
+  std::vector<BYTES> frames;
+  for (int read = 0; read < 40; ++read) {
+    std::string commandsOfOneRead;
+    for (int i = 0; i < 31; ++i) {
+      const auto value = static_cast<std::uint8_t>(frames.size());
+      commandsOfOneRead += "a5b0d" + ToHex(BYTES{value}) + "\n";
+      frames.push_back({0x05, 0x10, 0x05, 0x02, value, 0xFF});
+    }
+    io.SendAndWaitUntilRead(commandsOfOneRead);
+    ASSERT_TRUE(mon.Receives(commandsOfOneRead + "\r"));
+  }
+  AskVersion(cae);
+  const LINES log = Log();
+  EXPECT_EQ(std::count(log.begin(), log.end(),
+                       "[ERR] too many messages wait for the card bus, the oldest are lost"),
+            1);
+  frames.erase(frames.begin(), frames.end() - 4096 / 6);  // six bytes each, as a queue counts them
+  line.AnswerWith([this](const BYTES& body) { return Answer(body); });
+  commands.ListDevices({line.Entry()});
+  const auto sent = [&] {
+    std::vector<BYTES> requests = line.Requests();
+    std::erase_if(requests, [](const BYTES& frame) { return frame[1] != 0x10; });
+    return std::vector<BYTES>(requests.begin() + 1, requests.end());  // the first cost the link
+  };
+  EXPECT_TRUE(WaitUntil([&] { return sent().size() >= frames.size(); }));
+  EXPECT_EQ(sent(), frames);
+}
+
+TEST_F(Vorn, MakesNoCopiesWhile64KibWaitForAMonitorThatDoesNotReadAndSaysSoOnce) {
   config.speedPercent = "100";
   Start();
   TCP_CLIENT cae = ConnectCae();
@@ -446,7 +498,7 @@ TEST_F(Vorn, MakesNoCopiesWhile1024WaitForAMonitorThatDoesNotReadAndSaysSoOnce) 
   EXPECT_TRUE(mon.Receives(kMonGreeting));
   constexpr const char* kFull =
       "[ERR] too many messages wait on MON interface, copies are not made";
-  const std::string flood(100 * 255, '\n');  // a hundred reads without a command for a card
+  const std::string flood(250 * 255, '\n');  // 250 reads without a command for a card
   const auto sendFlood = [&] {
     io.Send(flood);
     io.SendAndWaitUntilRead("bad\n");
@@ -463,7 +515,7 @@ TEST_F(Vorn, MakesNoCopiesWhile1024WaitForAMonitorThatDoesNotReadAndSaysSoOnce) 
   for (std::string some; !(some = mon.Read(4096, support::kSilence)).empty();) {
     copies += some;
   }
-  EXPECT_GE(std::count(copies.begin(), copies.end(), '\r'), 1024);
+  EXPECT_GE(copies.size(), 64U * 1024);
   io.Send("good\n");
   EXPECT_TRUE(mon.Receives("good\n\r"));
 }
@@ -480,6 +532,36 @@ TEST_F(Vorn, ExitOnIoEndsOnlyThatConnection) {
   TCP_CLIENT again = ConnectIo();
   again.Send("a5b0d00\n");
   EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));  // EXIT was not copied
+}
+
+TEST_F(Vorn, AnExitThatWaitedEndsNobodyElsesConnection) {
+  Start();
+  TCP_CLIENT mon = ConnectMon();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT io = ConnectIo();
+  // The master loop is in a command's second while both send their last words and leave.
+  commands.HoldPauses(1);
+  const std::size_t pauses = commands.Pauses().size();
+  cae.SendAndWaitUntilRead("REBOOT:5\r\n");
+  ASSERT_TRUE(WaitUntil([&] { return commands.Pauses().size() > pauses; }));
+  io.SendAndWaitUntilRead("a5b0d00\n");
+  io.SendAndWaitUntilRead("EXIT\n");
+  cae.SendAndWaitUntilRead("EXIT\r\n");
+  io.Close();
+  cae.Close();
+  TCP_CLIENT nextIo = ConnectIo();
+  TCP_CLIENT nextCae = ConnectCae();
+  commands.ReleasePauses(1);
+  EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));  // commands of who has left are carried out
+  EXPECT_TRUE(nextCae.Receives("CIA: Card is REBOOTED\r\n\rRBT:0x5:OK\r\n\r>\r\n\r"));
+  AskVersion(nextCae);
+  nextIo.Send("a5b0d01\n");
+  EXPECT_TRUE(mon.Receives("a5b0d01\n\r"));
+  EXPECT_TRUE(nextIo.ReceivesNothing());
+  Exit(nextIo, "\n");
+  EXPECT_TRUE(nextIo.IsClosed());
+  EXPECT_FALSE(Logged("[INF] connection is closed by command on CAE interface"));
 }
 
 TEST_F(Vorn, ExitOnIoNeedsItsSeparatorAndNothingElse) {
@@ -552,35 +634,33 @@ TEST_F(Vorn, SpeedPacesAllFiveLoops) {
   EXPECT_TRUE(WaitUntil([&] { return calls.ThreadsThatPaused(2'525'000) == 5; }));
 }
 
-TEST_F(Vorn, TakesNoCommandWhile5120AnswersWaitForTheOperator) {
+TEST_F(Vorn, TakesNoCommandWhile352KibOfAnswersWaitForTheOperator) {
   config.speedPercent = "100";
   Start();
   TCP_CLIENT cae = ConnectCae();
+  cae.Send(AskedAtOnce());
+  const std::size_t answer = cae.ReadUntil("\r>\r\n\r").size();
   const CALLS_RECORDED calls;
-  constexpr int kReads = 1000;
+  constexpr std::size_t kReads = 1000;
   std::thread asking([&] {
-    for (int i = 0; i < kReads; ++i) {
+    for (std::size_t i = 0; i < kReads; ++i) {
       cae.Send(AskedAtOnce());
     }
     cae.SendAndWaitUntilRead("");
     cae.Send("SPEED=50\r\n");
   });
   // Most of the answers have gone out when the last command is carried out.
-  std::ptrdiff_t answers = 0;
-  const auto read = [&] {
-    const std::string some = cae.Read(4096, std::chrono::milliseconds(20));
-    answers += std::count(some.begin(), some.end(), '\n');
-    return !some.empty();
-  };
+  std::size_t answered = 0;
   EXPECT_TRUE(WaitUntil([&] {
-    read();
+    answered += cae.Read(4096, std::chrono::milliseconds(20)).size();
     return calls.ThreadsThatPaused(2'525'000) > 0;
   }));
   asking.join();
-  EXPECT_GT(answers, kReads * 12 - 5120 - 2000);  // these are under way
+  // What waits, and what the connection holds.
+  EXPECT_GT(answered, kReads * answer - 352U * 1024 - 64U * 1024);
 }
 
-TEST_F(Vorn, KeepsNoMoreThan5120AnswersForOperatorsWhoAskAndGoAndSaysSoOnce) {
+TEST_F(Vorn, KeepsNoMoreThan352KibOfAnswersForOperatorsWhoAskAndGoAndSaysSoOnce) {
   config.speedPercent = "100";
   Start();
   constexpr const char* kFull =
@@ -599,8 +679,7 @@ TEST_F(Vorn, KeepsNoMoreThan5120AnswersForOperatorsWhoAskAndGoAndSaysSoOnce) {
   TCP_CLIENT cae(config.cae.port);
   const std::string waited = cae.ReadUntil(kCaeGreeting);
   EXPECT_TRUE(waited.ends_with(kCaeGreeting));
-  constexpr std::ptrdiff_t kOneAnswer = 64;  // lines, at most
-  EXPECT_LT(std::count(waited.begin(), waited.end(), '\n'), 5120 + kOneAnswer);
+  EXPECT_LT(waited.size(), 352U * 1024 + 4096);  // one answer may go over it
   EXPECT_TRUE(WaitUntil([&] {
     cae.Send("DRVVER\r\n");
     return cae.ReadUntil("\r\n\r>\r\n\r").ends_with("CIA: DRIVER VERSION 1.20\r\n\r>\r\n\r");
@@ -609,7 +688,7 @@ TEST_F(Vorn, KeepsNoMoreThan5120AnswersForOperatorsWhoAskAndGoAndSaysSoOnce) {
   EXPECT_EQ(std::count(log.begin(), log.end(), kFull), 1);
 }
 
-TEST_F(Vorn, TakesNoCommandWhile2048LinesWaitThatTheOperatorHasAskedFor) {
+TEST_F(Vorn, TakesNoCommandWhile40KibOfLinesWaitThatTheOperatorHasAskedFor) {
   config.speedPercent = "100";
   config.io.outSeparator = std::string(200, '-') + "\n";  // long lines fill the connection sooner
   Start();
@@ -619,8 +698,9 @@ TEST_F(Vorn, TakesNoCommandWhile2048LinesWaitThatTheOperatorHasAskedFor) {
   EXPECT_TRUE(io.Receives(kIoGreeting));
   const std::string question = "GETLASTINPST:3=0";
   const LINES answer = {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"};
-  // So many lines for the client, and as many for the master loop: up to here each is answered.
-  for (int i = 0; i < 1024 + 2048; ++i) {
+  // Lines of 209 bytes for the client, 32 KiB of them, and 40 KiB of eight for the master loop: up
+  // to here each is answered.
+  for (int i = 0; i < 32 * 1024 / 209 + 40 * 1024 / 8; ++i) {
     Ask(cae, question, answer);
   }
   constexpr int kMoreThanTheConnectionHolds = 100'000;
