@@ -21,7 +21,7 @@ namespace {
 
 using fuzz::Require;
 
-constexpr std::size_t kInputLimit = 49152;  // bytes of message, one more for each
+constexpr std::size_t kInputLimit = 40960;  // bytes of message, one more for each
 constexpr std::size_t kLongestSend = 256;
 constexpr std::size_t kLongestRead = 255;
 constexpr const char* kSeparator = "\r\n";

@@ -50,10 +50,10 @@ class SerialBacklog : public SERIAL_FIXTURE {
   }
 };
 
-TEST_F(SerialBacklog, NoCardIsPolledWhile32KibOfLinesWaitForTheMasterLoop) {
+TEST_F(SerialBacklog, NoCardIsPolledWhile24KibOfLinesWaitForTheMasterLoop) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
   MakePolled(3, "20 03 02");
-  FillInbound(32U * 1024);
+  FillInbound(24U * 1024);
   EXPECT_TRUE(worker.OnTask());
   EXPECT_TRUE(worker.BusQueue(3).IsEmpty());
 
@@ -62,13 +62,13 @@ TEST_F(SerialBacklog, NoCardIsPolledWhile32KibOfLinesWaitForTheMasterLoop) {
   EXPECT_EQ(TakeAll(worker.BusQueue(3)).size(), 1U);
 }
 
-TEST_F(SerialBacklog, LinesOfCardsThatReportWithoutAPollAreLostWhere48KibWaitAndTheLogSaysSoOnce) {
+TEST_F(SerialBacklog, LinesOfCardsThatReportWithoutAPollAreLostWhere32KibWaitAndTheLogSaysSoOnce) {
   Connect();
   MakePolled(3, "20 03 02");
-  FillInbound(48U * 1024);
+  FillInbound(32U * 1024);
   TakeReply("21 03 01 02");
   TakeReply("21 03 03 04");
-  EXPECT_EQ(inbound.Bytes(), 48U * 1024);
+  EXPECT_EQ(inbound.Bytes(), 32U * 1024);
   const LINES log = Log();
   EXPECT_EQ(std::count(log.begin(), log.end(), kLinesLost), 1);
   // What is stored is true all the same.
