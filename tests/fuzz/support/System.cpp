@@ -197,6 +197,8 @@ int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* excepti
                   timeval* timeout);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout);
 ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags);
+// What a hardened build makes of a recv whose size it cannot see.
+ssize_t __wrap___recv_chk(int socket, void* buffer, size_t size, size_t room, int flags);
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags);
 int __wrap_shutdown(int socket, int how);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
@@ -347,6 +349,10 @@ ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags) {
   auto* const bytes = static_cast<char*>(buffer);
   return (flags & MSG_PEEK) != 0 ? SYSTEM::Current()->Peek(found->tcpPort, bytes, size)
                                  : SYSTEM::Current()->Receive(found->tcpPort, bytes, size);
+}
+
+ssize_t __wrap___recv_chk(int socket, void* buffer, size_t size, size_t /*room*/, int flags) {
+  return __wrap_recv(socket, buffer, size, flags);
 }
 
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags) {

@@ -126,6 +126,8 @@ int __wrap_accept4(int socket, sockaddr* address, socklen_t* size, int flags);
 int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
                   timeval* timeout) SYMBOL_OF("__wrap_", "select");
 ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags);
+// What a hardened build makes of a recv whose size it cannot see.
+ssize_t __wrap___recv_chk(int socket, void* buffer, size_t size, size_t room, int flags);
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags);
 
 int __wrap_socket(int domain, int type, int protocol) {
@@ -174,6 +176,10 @@ ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags) {
   const ssize_t result = call.Fails() ? -1 : __real_recv(socket, buffer, size, flags);
   call.End();
   return result;
+}
+
+ssize_t __wrap___recv_chk(int socket, void* buffer, size_t size, size_t /*room*/, int flags) {
+  return __wrap_recv(socket, buffer, size, flags);
 }
 
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags) {
