@@ -48,24 +48,21 @@ class SystemFaults : public FAULT_TEST {
   }
 
   /// A client leaves and another comes, which are four log lines.
-  void ExchangeIoClient() {
-    io->Close();
-    Reconnect(PART::kIo);
+  void ExchangeClient(PART part) {
+    Client(part)->Close();
+    Reconnect(part);
   }
+  void ExchangeIoClient() { ExchangeClient(PART::kIo); }
 
   /// The log is written again.
-  void ExpectLogToGoOn() {
-    const int before = CountLines(ClosedByClient("IO"));
-    ExchangeIoClient();
-    EXPECT_TRUE(WaitForLines(ClosedByClient("IO"), before + 1));
+  void ExpectLogToGoOn(PART part = PART::kIo) {
+    const std::string line = ClosedByClient(Interface(part).name);
+    const int before = CountLines(line);
+    ExchangeClient(part);
+    EXPECT_TRUE(WaitForLines(line, before + 1));
   }
 
-  void SetDescriptorLimit(rlim_t count) const {
-    rlimit limit{};
-    ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
-    limit.rlim_cur = count;
-    ASSERT_EQ(prlimit(Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
-  }
+  void SetDescriptorLimit(rlim_t count) const { SetLimit(RLIMIT_NOFILE, count); }
 
   /// The limit under which so many numbers are free once the adapter is gone.
   rlim_t LimitThatLeaves(unsigned int count) const {
@@ -93,10 +90,33 @@ class SystemFaults : public FAULT_TEST {
   }
 
  private:
+  void SetLimit(decltype(RLIMIT_FSIZE) resource, rlim_t value) const {
+    rlimit limit{};
+    ASSERT_EQ(prlimit(Pid(), resource, nullptr, &limit), 0);
+    limit.rlim_cur = value;
+    ASSERT_EQ(prlimit(Pid(), resource, &limit, nullptr), 0);
+  }
+
   bool m_isMounted = false;
 };
 
 // --- the log ------------------------------------------------------------------------------------
+
+/// One line of so many bytes.
+std::string LineOf(std::size_t size) {
+  std::string line = "2026-01-01 12:00:00 [INF] earlier";
+  line.resize(size - 1, '.');
+  return line + "\n";
+}
+
+/// A line that is cut behind so many bytes is left with a part of its time stamp.
+constexpr std::size_t kRoomForHalfALine = 10;
+constexpr const char* kHalfALine = "BAD LINE: 20";
+
+/// What the log has had since it had this size.
+std::string Since(const support::LOG_FILE& log, std::size_t size) {
+  return log.Text().substr(size);
+}
 
 TEST_F(SystemFaults, AFullDiskLosesLogLinesAndNothingElse) {
   if (!PutLogOnADisk()) {
@@ -104,22 +124,29 @@ TEST_F(SystemFaults, AFullDiskLosesLogLinesAndNothingElse) {
   }
   config.speedPercent = "50";
   StartForFaults();
-  BeginFault({.touched = {PART::kIo}});
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const std::string ballast = Disk() + "/ballast";
-  fs::remove(Disk() + "/vorn.log");  // its last page would have room for some lines
   {
     const sim::DESCRIPTOR file(open(ballast.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-    const std::string block(4096, 'x');
+    const std::string block(page, 'x');
     while (write(file.Get(), block.data(), block.size()) > 0) {
     }
+    // The log's own page has room for a part of a line.
+    const sim::DESCRIPTOR logEnd(open(log.Path().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    const std::string line = LineOf(page - log.Text().size() % page - kRoomForHalfALine);
+    ASSERT_EQ(write(logEnd.Get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
   }
+  BeginFault({.touched = {PART::kIo}, .lines = {kHalfALine}});
+  const std::size_t sizeBefore = log.Text().size();
   for (int i = 0; i < 3; ++i) {
     ExchangeIoClient();
   }
   ExpectService();
-  EXPECT_EQ(log.Text(), "");
+  const std::string halfALine = Since(log, sizeBefore);
+  EXPECT_EQ(halfALine.size(), kRoomForHalfALine);
   fs::remove(ballast);
   ExpectLogToGoOn();
+  EXPECT_TRUE(Since(log, sizeBefore).starts_with(halfALine + "\n2"));
   EndFault();
 }
 

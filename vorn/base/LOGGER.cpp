@@ -3,11 +3,15 @@
 #include "vorn/base/FileDescriptor.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
+#include <shared_mutex>
+#include <type_traits>
 
 namespace {
 
@@ -30,6 +34,53 @@ FILE* OpenForAppend(const std::string& fileName) {
     file.Release();  // fclose closes it now
   }
   return stream;
+}
+
+/// Whether the last byte of the log that `file` appends to is another than a line feed: a full
+/// disk, a limit of the file's size or the end of a process has cut its last line, or a writer is
+/// in the middle of one. False where this cannot be seen, and of what is no regular file.
+bool EndsInMidLine(int file, const std::string& fileName) {
+  struct stat written {};
+  if (fstat(file, &written) != 0 || !S_ISREG(written.st_mode) || written.st_size == 0) {
+    return false;
+  }
+  const FILE_DESCRIPTOR reader(
+      open(fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat read {};
+  // Under its name there may be another file by now.
+  if (!reader.IsOpen() || fstat(reader.Get(), &read) != 0 || read.st_dev != written.st_dev ||
+      read.st_ino != written.st_ino) {
+    return false;
+  }
+  char last = '\n';
+  return pread(reader.Get(), &last, 1, written.st_size - 1) == 1 && last != '\n';
+}
+
+/// Hands the text to the file in one write.
+void Append(FILE* stream, const char* text) {
+  std::fputs(text, stream);
+  std::fflush(stream);
+}
+
+/// Held shared by all who look at the log's end and write, who so do not exclude one another. The
+/// kernel shows a line that crosses a page for a moment as half of one, and two may find the same
+/// half: who has found one looks again alone, and ends it alone.
+std::shared_mutex g_writing;
+static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "exit runs while workers write");
+
+/// Appends `lineFeedAndLine`, without its first byte where the log ends as it should.
+void AppendLine(FILE* stream, const std::string& fileName, const char* lineFeedAndLine) {
+  const int file = fileno(stream);
+  const char* const line = lineFeedAndLine + 1;
+  {
+    const std::shared_lock together(g_writing);
+    if (!EndsInMidLine(file, fileName)) {
+      Append(stream, line);
+      return;
+    }
+  }
+  const std::unique_lock alone(g_writing);
+  Append(stream, EndsInMidLine(file, fileName) ? lineFeedAndLine : line);
 }
 
 }  // namespace
@@ -62,13 +113,13 @@ void LOGGER::WriteLog(const std::string& tag, const std::string& text) {
   std::array<char, kTimeBufferSize> time{};
   std::strftime(time.data(), time.size(), "%Y-%m-%d %H:%M:%S", &local);
 
-  std::array<char, kLineBufferSize> line{};
-  const int length = std::snprintf(line.data(), line.size(), "%s [%s] %s\n", time.data(),
-                                   tag.c_str(), text.c_str());
-  if (length >= static_cast<int>(line.size())) {
-    line[line.size() - 2] = '\n';  // cut to fit, yet still a line
+  std::array<char, kLineBufferSize + 1> lineFeedAndLine{};
+  lineFeedAndLine.front() = '\n';
+  const int length = std::snprintf(lineFeedAndLine.data() + 1, kLineBufferSize, "%s [%s] %s\n",
+                                   time.data(), tag.c_str(), text.c_str());
+  if (length >= static_cast<int>(kLineBufferSize)) {
+    lineFeedAndLine[kLineBufferSize - 1] = '\n';  // cut to fit, yet still a line
   }
-  std::fputs(line.data(), stream);
-  std::fflush(stream);
+  AppendLine(stream, m_fileName, lineFeedAndLine.data());
   std::fclose(stream);
 }

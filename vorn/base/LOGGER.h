@@ -15,6 +15,10 @@ constexpr const char* kErr = "ERR";
 /// Any thread may write on a logger. Copies (each worker holds one) share file name and level but
 /// not the lock: their lines rely on reaching the append-mode file in one flush each. Level and
 /// file name are set before a copy is handed to another thread.
+///
+/// Where a write error, or the end of a process, has left a part of a line at the file's end, the
+/// next line begins with a line feed: every whole line stands on a line of its own. Only where
+/// there is such a part do writers wait for those of other copies.
 class LOGGER {
  public:
   LOGGER() = default;

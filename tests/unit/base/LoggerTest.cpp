@@ -7,12 +7,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
+#include <barrier>
 #include <cstddef>
 #include <ctime>
 #include <filesystem>
@@ -92,6 +93,60 @@ TEST_F(LoggerTest, AppendsToWhatTheFileHolds) {
   EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] before", "[INF] now"}));
 }
 
+TEST_F(LoggerTest, EndsWhatIsLeftOfALineBeforeTheNext) {
+  for (const std::string& half : {std::string("2026-01-01 12:00:00 [INF] bef"), std::string("x"),
+                                  std::string("whole\n2"), std::string(10, '\0')}) {
+    support::WriteFile(m_path, half);
+    m_logger.WriteLog(kInf, "now");
+    m_logger.WriteLog(kInf, "later");
+    const std::string text = m_log.Text();
+    EXPECT_TRUE(text.starts_with(half + "\n2")) << support::Visible(text);
+    std::filesystem::remove(m_path);
+    support::WriteFile(m_path, text.substr(std::min(text.size(), half.size() + 1)));
+    EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] now", "[INF] later"}));
+  }
+}
+
+TEST_F(LoggerTest, PutsNothingBeforeTheLineInAnEmptyFile) {
+  support::WriteFile(m_path, "");
+  m_logger.WriteLog(kInf, "now");
+  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] now"}));
+}
+
+TEST_F(LoggerTest, AddsNothingToAnEmptyLineAtTheEnd) {
+  support::WriteFile(m_path, "\n");
+  m_logger.WriteLog(kInf, "now");
+  EXPECT_EQ(m_log.Text().substr(0, 2), "\n2");
+}
+
+TEST_F(LoggerTest, WritesTheLongestLineWholeBehindWhatIsLeftOfOne) {
+  support::WriteFile(m_path, "half");
+  m_logger.WriteLog(kInf, std::string(2000, 'x'));
+  EXPECT_EQ(m_log.Text().size(), sizeof "half\n" - 1 + 999);
+  EXPECT_TRUE(m_log.Text().ends_with("x\n"));
+}
+
+TEST_F(LoggerTest, WritesOnWhereTheFileCanOnlyBeWritten) {
+  support::WriteFile(m_path, "half");
+  ASSERT_EQ(chmod(m_path.c_str(), 0200), 0);
+  constexpr uid_t kNobody = 65534;
+  const bool isRoot = geteuid() == 0;  // who may read everything
+  if (isRoot) {
+    ASSERT_EQ(chmod(m_folder.Path().c_str(), 0711), 0);
+    ASSERT_EQ(chown(m_path.c_str(), kNobody, kNobody), 0);
+    setfsuid(kNobody);
+  }
+  const bool isReadable = FILE_DESCRIPTOR(open(m_path.c_str(), O_RDONLY | O_CLOEXEC)).IsOpen();
+  m_logger.WriteLog(kInf, "line");
+  if (isRoot) {
+    setfsuid(0);
+  }
+  ASSERT_EQ(chmod(m_path.c_str(), 0600), 0);
+  EXPECT_FALSE(isReadable);
+  EXPECT_EQ(m_log.Text().substr(0, 5), "half2");
+  EXPECT_TRUE(m_log.Text().ends_with(" [INF] line\n"));
+}
+
 TEST_F(LoggerTest, WritesEveryLineUpToLevel1) {
   for (const int level : {-5, 0, 1}) {
     m_logger.SetLevel(level);
@@ -130,6 +185,9 @@ TEST_F(LoggerTest, LeavesNothingOpenOtherwise) {
   LoggerOf(m_folder.File("missing/log")).WriteLog(kInf, "line");
   LoggerOf(m_folder.Path()).WriteLog(kInf, "line");
   LoggerOf("/dev/full").WriteLog(kInf, "line");
+  const std::string half = m_folder.File("half");
+  support::WriteFile(half, "half");
+  LoggerOf(half).WriteLog(kInf, "line");
   EXPECT_EQ(OpenDescriptorCount(), before);
 }
 
@@ -203,19 +261,6 @@ TEST_F(LoggerTest, SurvivesAFullDisk) {
   EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] kept"}));
 }
 
-TEST_F(LoggerTest, SurvivesALimitOfTheFileSize) {
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  rlimit small = before;
-  small.rlim_cur = 10;
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);  // the kernel's own word on it
-  setrlimit(RLIMIT_FSIZE, &small);
-  m_logger.WriteLog(kInf, "cut");
-  setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, handler);
-  EXPECT_LE(m_log.Text().size(), 10U);
-}
-
 TEST_F(LoggerTest, DropsTheLineWhenNoDescriptorIsLeft) {
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
@@ -231,6 +276,21 @@ TEST_F(LoggerTest, DropsTheLineWhenNoDescriptorIsLeft) {
   EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] kept", "[INF] kept too"}));
 }
 
+TEST_F(LoggerTest, WritesOnWhereOneDescriptorIsLeft) {
+  support::WriteFile(m_path, "half\n");
+  const int lowestFree = FILE_DESCRIPTOR(open("/dev/null", O_RDONLY | O_CLOEXEC)).Get();
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  rlimit one = before;  // for the writing, and none for the look at the file's end
+  one.rlim_cur = static_cast<rlim_t>(lowestFree) + 1;
+  m_logger.WriteLog(kInf, "kept");
+  setrlimit(RLIMIT_NOFILE, &one);
+  m_logger.WriteLog(kInf, "kept too");
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(m_log.AllLines(),
+            (std::vector<std::string>{"BAD LINE: half", "[INF] kept", "[INF] kept too"}));
+}
+
 TEST_F(LoggerTest, DoesNotWaitForTheReaderOfAPipe) {
   ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
   m_logger.WriteLog(kInf, "nobody reads");
@@ -242,6 +302,20 @@ TEST_F(LoggerTest, DoesNotWaitForTheReaderOfAPipe) {
   ASSERT_GT(count, 0);
   EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(count)).substr(kTimeStampLength),
             " [INF] somebody reads\n");
+}
+
+TEST_F(LoggerTest, NeitherReadsFromAPipeNorAddsToItsLine) {
+  ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
+  const FILE_DESCRIPTOR pipe(open(m_path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_TRUE(pipe.IsOpen());
+  ASSERT_EQ(write(pipe.Get(), "half", 4), 4);
+  m_logger.WriteLog(kInf, "line");
+  char bytes[200];
+  const ssize_t count = read(pipe.Get(), bytes, sizeof bytes);
+  ASSERT_GT(count, 0);
+  const std::string text(bytes, static_cast<std::size_t>(count));
+  EXPECT_EQ(text.substr(0, 5), "half2");
+  EXPECT_EQ(text.substr(std::min(text.size(), 4 + kTimeStampLength)), " [INF] line\n");
 }
 
 TEST_F(LoggerTest, DoesNotWaitForAFullPipe) {
@@ -280,14 +354,14 @@ TEST_F(LoggerTest, ChangesOfOneCopyLeaveTheOthersAlone) {
 
 TEST_F(LoggerTest, KeepsLinesWholeWhenManyWrite) {
   constexpr int kThreads = 4;
-  constexpr int kLines = 200;
+  constexpr int kLines = 1000;
   std::vector<LOGGER> copies(2, m_logger);  // two threads share each
   std::vector<std::thread> threads;
   threads.reserve(kThreads);
   for (std::size_t i = 0; i < kThreads; ++i) {
     threads.emplace_back([&, i] {
       for (int line = 0; line < kLines; ++line) {
-        copies[i % 2].WriteLog(kInf, std::string(300, static_cast<char>('a' + i)));
+        copies[i % 2].WriteLog(kInf, std::string(900, static_cast<char>('a' + i)));
       }
     });
   }
@@ -296,6 +370,30 @@ TEST_F(LoggerTest, KeepsLinesWholeWhenManyWrite) {
   }
   EXPECT_EQ(m_log.AllLines().size(), static_cast<std::size_t>(kThreads * kLines));
   for (std::size_t i = 0; i < kThreads; ++i) {
-    EXPECT_EQ(m_log.Count("[INF] " + std::string(300, static_cast<char>('a' + i))), kLines);
+    EXPECT_EQ(m_log.Count("[INF] " + std::string(900, static_cast<char>('a' + i))), kLines);
+  }
+}
+
+TEST_F(LoggerTest, EndsWhatIsLeftOfALineOnceWhenManyWrite) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 200;
+  std::vector<LOGGER> copies(kThreads, m_logger);
+  for (int round = 0; round < kRounds; ++round) {
+    support::WriteFile(m_path, "half");
+    std::barrier start(kThreads);
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (LOGGER& copy : copies) {
+      threads.emplace_back([&] {
+        start.arrive_and_wait();
+        copy.WriteLog(kInf, "line");
+      });
+    }
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+    ASSERT_EQ(m_log.AllLines(),
+              (std::vector<std::string>{"BAD LINE: half", "[INF] line", "[INF] line", "[INF] line",
+                                        "[INF] line"}));
   }
 }
