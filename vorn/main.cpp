@@ -28,15 +28,21 @@ void KeepStandardStreams() {
   }
 }
 
-/// Arms the stop flag. A client or a reader of standard output that vanished is an error of the
-/// write that meets it, never the end of the daemon.
+/// A client or a reader of standard output that vanished, or a file that has reached a limit of its
+/// size, is an error of the write that meets it, never the end of the daemon.
+void MakeWriteErrorsHarmless() {
+  // Caught rather than ignored: what the daemon runs would inherit that, and a `grep` whose reader
+  // has ended with the daemon would complain instead of ending.
+  for (const int signal : {SIGPIPE, SIGXFSZ}) {
+    std::signal(signal, [](int) {});
+  }
+}
+
+/// Arms the stop flag.
 void InstallSignalHandling(SIGNAL_FLAG& flag) {
   pSignalFlag = &flag;
   std::signal(SIGINT, SIGhandler);
   std::signal(SIGTERM, SIGhandler);
-  // Caught rather than ignored: what the daemon runs would inherit that, and a `grep` whose reader
-  // has ended with the daemon would complain instead of ending.
-  std::signal(SIGPIPE, [](int) {});
   // Whatever the parent had set: the pauses wait for their child, and the daemon can be stopped.
   std::signal(SIGCHLD, SIG_DFL);
   sigset_t stopping;
@@ -48,6 +54,7 @@ void InstallSignalHandling(SIGNAL_FLAG& flag) {
 
 /// The daemon's life behind the fork; the process's exit status.
 int RunDaemon(SIGNAL_FLAG& signalFlag) {
+  MakeWriteErrorsHarmless();  // the pid file's and the words on it included
   std::ofstream pidFile(kPidPath, std::ios::trunc);
   if (pidFile.fail()) {
     std::cout << "Couldn't open pid file." << std::endl;

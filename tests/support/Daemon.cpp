@@ -178,6 +178,12 @@ int DAEMON::Start(const START& start) {
       const rlimit limit{*start.descriptorLimit, *start.descriptorLimit};
       setrlimit(RLIMIT_NOFILE, &limit);
     }
+    if (start.fileSizeLimit) {
+      rlimit limit{};
+      getrlimit(RLIMIT_FSIZE, &limit);
+      limit.rlim_cur = *start.fileSizeLimit;
+      setrlimit(RLIMIT_FSIZE, &limit);
+    }
     if (start.refuseFork) {
       RefuseClones(0, CLONE_VM);
     }

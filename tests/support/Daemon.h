@@ -24,6 +24,7 @@ struct START {
   int descriptorsInUse = 0;    // so many low descriptor numbers are taken already
   bool closedStreams = false;  // no standard input, output, error
   std::optional<unsigned int> descriptorLimit{};  // so many may be open
+  std::optional<unsigned int> fileSizeLimit{};    // in bytes; may be raised again
 };
 
 /// One run of the daemon, started as a user would and observed from outside: as the nearest

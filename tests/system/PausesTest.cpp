@@ -118,13 +118,33 @@ TEST_F(Pauses, ACommandThatIsRunEndsWithoutAWordWhenNobodyReadsIt) {
   const std::vector<pid_t> children = support::Children(Pid());
   ASSERT_FALSE(children.empty());
   // Between its birth and its first own instruction a child blocks every signal.
-  const auto keepsFrom = [](pid_t child, const char* field) {
+  const auto keepsFrom = [](pid_t child, const char* field, int signal) {
     const std::string signals = support::StatusField(child, field);  // empty once it has ended
-    return !signals.empty() && (std::stoull(signals, nullptr, 16) & (1ULL << (SIGPIPE - 1))) != 0;
+    return !signals.empty() && (std::stoull(signals, nullptr, 16) & (1ULL << (signal - 1))) != 0;
   };
   for (const pid_t child : children) {
     for (const char* const field : {"SigIgn", "SigBlk"}) {
-      EXPECT_TRUE(support::WaitUntil([&] { return !keepsFrom(child, field); })) << field;
+      EXPECT_TRUE(support::WaitUntil([&] { return !keepsFrom(child, field, SIGPIPE); })) << field;
+    }
+  }
+}
+
+TEST_F(Pauses, ACommandThatIsRunIgnoresNoSignalThatTheDaemonOutlives) {
+  pauses.Hold(1);
+  pauses.Hold(2);
+  Start();
+  TCP_CLIENT client = ConnectCae();
+  client.Send("EXIT\r\n");
+  ASSERT_TRUE(pauses.WaitUntilBegun(1));  // on main
+  ASSERT_TRUE(pauses.WaitUntilBegun(2));  // on a worker
+  const std::vector<pid_t> children = support::Children(Pid());
+  ASSERT_GE(children.size(), 2U);
+  for (const pid_t child : children) {
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+      const std::string ignored = support::StatusField(child, "SigIgn");  // empty once it has ended
+      EXPECT_TRUE(ignored.empty() ||
+                  (std::stoull(ignored, nullptr, 16) & (1ULL << (signal - 1))) == 0)
+          << signal;
     }
   }
 }

@@ -65,14 +65,23 @@ TEST_F(Startup, ThePidFileHoldsOnlyTheDecimalPidAndStaysAfterTheEnd) {
 TEST_F(Startup, APidFileThatCannotBeOpenedEndsTheDaemonWithStatus1) {
   fs::remove_all("/run/vorn");
   support::WriteFile(support::kConfigPath, config.Text());
-  const int status = daemon.Start();
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "of the caller's process";
-  const std::optional<int> end = daemon.WaitForEnd();
-  ASSERT_TRUE(end);
-  EXPECT_TRUE(WIFEXITED(*end));
-  EXPECT_EQ(WEXITSTATUS(*end), 1);
-  EXPECT_EQ(daemon.Output(), "Couldn't open pid file.\n");
-  EXPECT_FALSE(fs::exists(log.Path()));
+  struct OUTPUT {
+    std::optional<unsigned int> fileSizeLimit;
+    std::string text;
+  };
+  // Where the words on it find no room, it ends the same.
+  for (const OUTPUT& output : {OUTPUT{0, ""}, OUTPUT{{}, "Couldn't open pid file.\n"}}) {
+    support::START start;
+    start.fileSizeLimit = output.fileSizeLimit;
+    const int status = daemon.Start(start);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "of the caller's process";
+    const std::optional<int> end = daemon.WaitForEnd();
+    ASSERT_TRUE(end);
+    EXPECT_TRUE(WIFEXITED(*end)) << "ended by signal " << WTERMSIG(*end);
+    EXPECT_EQ(WEXITSTATUS(*end), 1);
+    EXPECT_EQ(daemon.Output(), output.text);
+    EXPECT_FALSE(fs::exists(log.Path()));
+  }
   expectedOutput.reset();
   isEndExpected = false;
   fs::create_directory("/run/vorn");

@@ -63,6 +63,7 @@ class SystemFaults : public FAULT_TEST {
   }
 
   void SetDescriptorLimit(rlim_t count) const { SetLimit(RLIMIT_NOFILE, count); }
+  void SetFileSizeLimit(rlim_t bytes) const { SetLimit(RLIMIT_FSIZE, bytes); }
 
   /// The limit under which so many numbers are free once the adapter is gone.
   rlim_t LimitThatLeaves(unsigned int count) const {
@@ -109,6 +110,10 @@ std::string LineOf(std::size_t size) {
   return line + "\n";
 }
 
+/// A log of this size comes to a limit before the files of what stands in for the daemon's
+/// surroundings.
+constexpr std::size_t kLargeLog = 1U << 20;
+
 /// A line that is cut behind so many bytes is left with a part of its time stamp.
 constexpr std::size_t kRoomForHalfALine = 10;
 constexpr const char* kHalfALine = "BAD LINE: 20";
@@ -148,6 +153,68 @@ TEST_F(SystemFaults, AFullDiskLosesLogLinesAndNothingElse) {
   ExpectLogToGoOn();
   EXPECT_TRUE(Since(log, sizeBefore).starts_with(halfALine + "\n2"));
   EndFault();
+}
+
+TEST_F(SystemFaults, ALogAtALimitOfFileSizeLosesLinesAndNothingElse) {
+  config.speedPercent = "50";
+  support::WriteFile(log.Path(), LineOf(kLargeLog));
+  StartForFaults();
+  for (const PART part : {PART::kIo, PART::kCae}) {
+    SCOPED_TRACE(Interface(part).name);
+    BeginFault({.touched = {part}, .lines = {kHalfALine}});
+    const std::size_t sizeBefore = log.Text().size();
+    SetFileSizeLimit(sizeBefore + kRoomForHalfALine);
+    // Which the main thread logs.
+    Client(part)->Send("EXIT" + Interface(part).inpSeparator);
+    const std::string farewell = "VORN: Bye Bye..." + Interface(part).outSeparator + "\r";
+    EXPECT_TRUE(Client(part)->Receives(farewell));
+    EXPECT_TRUE(Client(part)->IsClosed());
+    Reconnect(part);
+    ExpectService();
+    const std::string halfALine = Since(log, sizeBefore);
+    EXPECT_EQ(halfALine.size(), kRoomForHalfALine);
+    SetFileSizeLimit(RLIM_INFINITY);
+    ExpectLogToGoOn(part);
+    EXPECT_TRUE(Since(log, sizeBefore).starts_with(halfALine + "\n2"));
+    EndFault();
+  }
+}
+
+TEST_F(SystemFaults, ALogAtALimitOfFileSizeHarmsNoStart) {
+  support::WriteFile(log.Path(), LineOf(kLargeLog));
+  support::START start;
+  start.fileSizeLimit = kLargeLog;
+  Start(start);
+  Reconnect(PART::kCae);
+  Synchronise(*cae);
+  EXPECT_EQ(support::ReadFile(support::kPidPath), std::to_string(Pid()));
+  EXPECT_EQ(log.Text().size(), kLargeLog);
+}
+
+TEST_F(SystemFaults, ALogAtALimitOfFileSizeHarmsNoStop) {
+  support::WriteFile(log.Path(), LineOf(kLargeLog));
+  Start();
+  ASSERT_TRUE(log.WaitForLine(Waiting("CAE")));
+  ASSERT_TRUE(log.WaitForLine(kNoDevice));
+  SetFileSizeLimit(kLargeLog);
+  Stop(SIGTERM);
+  EXPECT_EQ(log.LinesWith("signal"), std::vector<std::string>{});
+}
+
+TEST_F(SystemFaults, WhereNoFileMayBeWrittenItRunsAndStops) {
+  support::START start;
+  start.fileSizeLimit = 0;
+  start.environment["PATH"] = support::PAUSES::PathWithRealSleep();  // the stand-in writes
+  Start(start);
+  Reconnect(PART::kCae);
+  Synchronise(*cae);
+  EXPECT_EQ(support::ReadFile(support::kPidPath), "");  // opened, and no room for a digit
+  EXPECT_TRUE(fs::exists(log.Path()));
+  EXPECT_EQ(log.Text(), "");
+  if (support::kInstrumented) {
+    SetFileSizeLimit(RLIM_INFINITY);  // what counts and reports at the end, writes
+  }
+  Stop(SIGTERM);
 }
 
 TEST_F(SystemFaults, ALogFolderThatIsTakenAwayOrReadOnlyLosesLogLinesAndNothingElse) {
