@@ -27,13 +27,37 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace {
+
+constexpr int kUsageError = 2;
 
 constexpr char kFooter[] =
     "Commands come on the standard input and over the control socket; 'help' lists them. "
     "Example:\n  vornsim --dev-dir /tmp --control /tmp/rack &\n"
     "  vornsim ctl --control /tmp/rack press 3.6";
+
+constexpr char kControlFooter[] =
+    "The rack takes COMMAND as if it were typed there; 'vornsim ctl help' lists the commands. "
+    "Example:\n  vornsim ctl --control /tmp/rack press 3.6\n"
+    "Status: 0 OK, 1 the command was refused, 2 nobody answers or the command line is wrong.";
+
+/// All behind ctl's own options goes to the rack as it is, so the parser knows no argument to tell
+/// of.
+class CONTROL_HELP : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App* /*app*/, std::string name) const override {
+    return "Usage: " + name + " [OPTIONS] COMMAND [ARGUMENT]...\n";
+  }
+};
+
+int FailUsage(const std::string& why, const std::string& program) {
+  std::fprintf(stderr, "vornsim: %s ('%s --help' explains)\n", why.c_str(), program.c_str());
+  return kUsageError;
+}
 
 void AddControlOption(CLI::App& app, std::string& path) {
   app.add_option("--control", path, "Unix socket for commands (vornsim ctl)")
@@ -83,8 +107,16 @@ int Run(int argc, char** argv) {
   std::string controlPath;
   AddControlOption(*control, controlPath);
   control->prefix_command();  // all behind the first word of the command belongs to it
+  control->formatter(std::make_shared<CONTROL_HELP>());
+  control->footer(kControlFooter);
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0)
+      return app.exit(error);  // help, or the version
+    return FailUsage(error.what(), *control ? "vornsim ctl" : "vornsim");
+  }
   if (printRack) {
     std::fputs(sim::DefaultRackText(), stdout);
     return 0;
@@ -93,10 +125,11 @@ int Run(int argc, char** argv) {
     const std::vector<std::string> words = control->remaining();
     if (controlPath.empty())
       controlPath = options.controlPath;
-    if (words.empty() || controlPath.empty()) {
-      std::fputs("vornsim: ctl needs --control PATH (or VORNSIM_CONTROL) and a command\n", stderr);
-      return 2;
-    }
+    if (words.empty() || controlPath.empty())
+      return FailUsage("ctl needs --control PATH (or VORNSIM_CONTROL) and a command",
+                       "vornsim ctl");
+    if (words.front().starts_with("-"))
+      return FailUsage("ctl has no option " + words.front(), "vornsim ctl");
     return sim::RunControlClient(controlPath, words);
   }
   options.adapter.latencyTimer = std::chrono::milliseconds(latencyTimerMs);

@@ -302,8 +302,6 @@ TEST_F(Vornsim, CtlSaysWhenNobodyIsThere) {
   EXPECT_EQ(program.Errors(),
             "vornsim: no rack answers at " + path + ": No such file or directory\n");
   EXPECT_EQ(program.Status(), 2);
-  VORNSIM nothing({"ctl", "--control", path});
-  EXPECT_EQ(nothing.Status(), 2);
 }
 
 TEST_F(Vornsim, PacesTheLine) {
@@ -418,14 +416,47 @@ TEST_F(Vornsim, HelpNamesEachOptionAndVersionTheVersion) {
   EXPECT_EQ(version.RestOfOutput().rfind("vornsim ", 0), 0U);
 }
 
-TEST_F(Vornsim, RefusesOptionsThatAreWrong) {
-  for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--bogus"},
-                                                {"--number", "1000"},
-                                                {"--baud", "fast"},
-                                                {"--latency-timer", "-1"},
-                                                {"bogus"}}) {
-    VORNSIM program(wrong);
-    EXPECT_NE(program.Status(), 0) << wrong[0];
+TEST_F(Vornsim, HelpOfCtlNamesItsArgument) {
+  for (const std::vector<std::string>& asked :
+       {std::vector<std::string>{"ctl", "--help"}, {"ctl", "-h"}}) {
+    VORNSIM help(asked);
+    const std::string text = help.RestOfOutput();
+    EXPECT_NE(text.find("Usage: vornsim ctl [OPTIONS] COMMAND [ARGUMENT]...\n"), std::string::npos)
+        << text;
+    EXPECT_NE(text.find("--control PATH"), std::string::npos) << text;
+    EXPECT_EQ(help.Status(), 0);
+  }
+}
+
+TEST_F(Vornsim, EndsWithStatus2AndOneLineWhereTheCommandLineIsWrong) {
+  struct WRONG {
+    std::vector<std::string> arguments;
+    std::string error;
+  };
+  const std::string path = folder.File("nobody");
+  for (const WRONG& wrong : {
+           WRONG{{"--bogus"}, "The following argument was not expected: --bogus"},
+           WRONG{{"bogus"}, "The following argument was not expected: bogus"},
+           WRONG{{"--number", "1000"}, "--number: Value 1000 not in range 0 to 999"},
+           WRONG{{"--baud", "fast"}, "--baud: Value fast not in range 50 to 12000000"},
+           WRONG{{"--latency-timer", "-1"}, "--latency-timer: Value -1 not in range 0 to 255"},
+           WRONG{{"--rack"}, "--rack: 1 required FILE missing"},
+       }) {
+    VORNSIM program(With(wrong.arguments));
+    EXPECT_EQ(program.Errors(), "vornsim: " + wrong.error + " ('vornsim --help' explains)\n");
+    EXPECT_EQ(program.Status(), 2) << wrong.error;
+  }
+  const std::string needs = "ctl needs --control PATH (or VORNSIM_CONTROL) and a command";
+  for (const WRONG& wrong : {
+           WRONG{{"ctl"}, needs},
+           WRONG{{"ctl", "list"}, needs},
+           WRONG{{"ctl", "--control", path}, needs},
+           WRONG{{"ctl", "--control"}, "--control: 1 required PATH missing"},
+           WRONG{{"ctl", "--control", path, "--bogus"}, "ctl has no option --bogus"},
+       }) {
+    VORNSIM program(wrong.arguments);
+    EXPECT_EQ(program.Errors(), "vornsim: " + wrong.error + " ('vornsim ctl --help' explains)\n");
+    EXPECT_EQ(program.Status(), 2) << wrong.error;
   }
 }
 
