@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <initializer_list>
+#include <string>
 
 namespace sim {
 
@@ -36,11 +38,18 @@ std::string Marked(double value, const GLYPHS& glyphs) {
   return Repeat(glyphs.barEmpty, at) + glyphs.mark + Repeat(glyphs.barEmpty, kBar - 1 - at);
 }
 
-/// Eight lamps, number 0 first; a 1 bit is on.
-std::string Lamps(int bits, const GLYPHS& glyphs) {
+/// Lamps or keys, each behind its number; of each block, whose bits they are, a 1 is on.
+std::string Lamps(std::initializer_list<int> blocks, const GLYPHS& glyphs) {
+  constexpr int kBits = 8;
   std::string lamps;
-  for (int bit = 0; bit < 8; ++bit)
-    lamps += (bits >> bit & 1) != 0 ? glyphs.lampOn : glyphs.lampOff;
+  int number = 0;
+  for (const int bits : blocks) {
+    lamps += lamps.empty() ? "" : "  ";
+    for (int bit = 0; bit < kBits; ++bit, ++number) {
+      lamps += (lamps.empty() ? "" : " ") + std::to_string(number) +
+               ((bits >> bit & 1) != 0 ? glyphs.lampOn : glyphs.lampOff);
+    }
+  }
   return lamps;
 }
 
@@ -58,10 +67,10 @@ LINES Channels(int count, TEXT text) {
 
 LINES Draw(const CARD& card, const GLYPHS& glyphs) {
   if (const auto* out = dynamic_cast<const DIGITAL_OUTPUT_CARD*>(&card)) {
-    return {"lamps  0 " + Lamps(~out->Value(0), glyphs) + "   8 " + Lamps(~out->Value(1), glyphs)};
+    return {"lamps  " + Lamps({~out->Value(0), ~out->Value(1)}, glyphs)};
   }
   if (const auto* in = dynamic_cast<const DIGITAL_INPUT_CARD*>(&card))
-    return {"keys   0 " + Lamps(in->Value(0), glyphs) + "   8 " + Lamps(in->Value(1), glyphs)};
+    return {"keys   " + Lamps({in->Value(0), in->Value(1)}, glyphs)};
   if (const auto* servo = dynamic_cast<const SERVO_CARD*>(&card)) {
     return Channels(SERVO_CARD::kServos, [&](int i) {
       return Marked(servo->Position(i), glyphs) + " " + Hex(servo->Value(i));

@@ -336,20 +336,20 @@ TEST_F(RackCommands, ThePictureShowsEachCard) {
   Good("turn 8 3");
   Good("set F.0 FF");
   Good("set F.4 40");
-  EXPECT_EQ(
-      Picture(simulation, kAsciiGlyphs),
-      (Lines{Link(0) + "   0 requests",
-             "0 servo        0 |--------- 00   1 ---------| FF   2 -----|---- 80",
-             "               3 -----|---- 80   4 -----|---- 80   5 -----|---- 80",
-             "1 motor        0 ---------| +100%   1 -----|----   +0%   2 |--------- -100%",
-             "3 digital-in   keys   0 ......*.   8 ........",
-             "5 digital-out  lamps  0 ........   8 ..*.....", "8 keys         key 12   encoder 3",
-             "9 ir           sent 43 4F", "E lcd          +--------------------+  light on",
-             "               |                    |", "               |   Tail of the cat  |",
-             "               |                    |", "               |                    |",
-             "               +--------------------+",
-             "F analogue     0 ########## FF   1 ---------- 00   2 ---------- 00",
-             "               3 ---------- 00   4 ###------- 40   5 ---------- 00"}));
+  EXPECT_EQ(Picture(simulation, kAsciiGlyphs),
+            (Lines{Link(0) + "   0 requests",
+                   "0 servo        0 |--------- 00   1 ---------| FF   2 -----|---- 80",
+                   "               3 -----|---- 80   4 -----|---- 80   5 -----|---- 80",
+                   "1 motor        0 ---------| +100%   1 -----|----   +0%   2 |--------- -100%",
+                   "3 digital-in   keys   0. 1. 2. 3. 4. 5. 6* 7.   8. 9. 10. 11. 12. 13. 14. 15.",
+                   "5 digital-out  lamps  0. 1. 2. 3. 4. 5. 6. 7.   8. 9. 10* 11. 12. 13. 14. 15.",
+                   "8 keys         key 12   encoder 3", "9 ir           sent 43 4F",
+                   "E lcd          +--------------------+  light on",
+                   "               |                    |", "               |   Tail of the cat  |",
+                   "               |                    |", "               |                    |",
+                   "               +--------------------+",
+                   "F analogue     0 ########## FF   1 ---------- 00   2 ---------- 00",
+                   "               3 ---------- 00   4 ###------- 40   5 ---------- 00"}));
   Good("unplug");
   Good("fault no-answer");
   EXPECT_EQ(Picture(simulation, kUtf8Glyphs)[0],
