@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kPrompt[] = "rack> ";
 /// Lines and prompt need so many lines below the picture to be of use.
-constexpr int kFewestLines = 4;
+constexpr std::size_t kFewestLines = 4;
 
 constexpr char kSaveCursor[] = "\0337";
 constexpr char kRestoreCursor[] = "\0338";
@@ -52,11 +52,16 @@ int Width(const std::string& line) {
          static_cast<int>(std::count_if(line.begin(), line.end(), isContinued));
 }
 
-/// A line that is too wide would go on in the next one, over the picture.
-bool Fits(const std::vector<std::string>& picture, const winsize& size) {
-  return static_cast<int>(picture.size()) + 1 + kFewestLines <= size.ws_row &&
-         std::all_of(picture.begin(), picture.end(),
-                     [&size](const std::string& line) { return Width(line) <= size.ws_col; });
+/// What a terminal must have at least: a line that is too wide would go on in the next one, over
+/// the picture.
+winsize Needed(const std::vector<std::string>& picture) {
+  int width = 0;
+  for (const std::string& line : picture)
+    width = std::max(width, Width(line));
+  winsize needed{};
+  needed.ws_row = static_cast<unsigned short>(picture.size() + 1 + kFewestLines);
+  needed.ws_col = static_cast<unsigned short>(width);
+  return needed;
 }
 
 }  // namespace
@@ -144,11 +149,17 @@ void TERMINAL::Arrange(std::size_t pictureLines) {
 
 void TERMINAL::Draw(const std::vector<std::string>& picture) {
   const winsize size = Size();
-  const std::size_t wanted = Fits(picture, size) ? picture.size() : 0;
+  const winsize needed = Needed(picture);
+  const bool fits = needed.ws_row <= size.ws_row && needed.ws_col <= size.ws_col;
+  const std::size_t wanted = fits ? picture.size() : 0;
   if (size.ws_row != m_height || size.ws_col != m_width || wanted != m_drawn.size()) {
     m_height = size.ws_row;
     m_width = size.ws_col;
     Arrange(wanted);
+    if (!fits) {
+      Print("too small for the picture: " + std::to_string(needed.ws_col) + " columns and " +
+            std::to_string(needed.ws_row) + " lines would do\n");
+    }
   }
   std::string text;
   for (std::size_t i = 0; i < wanted; ++i) {

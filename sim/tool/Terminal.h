@@ -29,7 +29,7 @@ class TERMINAL {
   void Print(const std::string& text) const;
 
   /// Draws the picture anew where it differs from the last. A terminal that is too small for it,
-  /// in height or width, keeps the whole of its height for the lines.
+  /// in height or width, keeps the whole of its height for the lines, one of which says so.
   void Draw(const std::vector<std::string>& picture);
 
  private:

@@ -477,14 +477,27 @@ TEST_F(Vornsim, OnATerminalDrawsThePictureInPlaceAndCompletes) {
   EXPECT_EQ(program.Status(), 0);
 }
 
-TEST_F(Vornsim, OnATerminalTooSmallForThePictureThereIsNoneUntilItGrows) {
-  for (const winsize& tooSmall : {winsize{40, 60, 0, 0}, winsize{15, 100, 0, 0}}) {
+TEST_F(Vornsim, ATerminalTooSmallForThePictureIsToldSoUntilItGrows) {
+  const std::string note = "too small for the picture: 77 columns and 21 lines would do\r\n";
+  const winsize justLargeEnough{21, 77, 0, 0};
+  for (const winsize& tooSmall : {winsize{40, 76, 0, 0}, winsize{20, 100, 0, 0}}) {
     VORNSIM program(With({}), VORNSIM::ON::kTerminal, tooSmall);
-    program.ReadUntil("rack> ");
+    program.ReadUntil(note);
     ASSERT_TRUE(program.Type("press 3.6\n"));
     EXPECT_EQ(program.ReadUntil("OK").find("digital-in"), std::string::npos);
-    program.Resize({40, 100, 0, 0});
-    program.ReadUntil("3 digital-in   keys   0. 1. 2. 3. 4. 5. 6* 7.");
+    program.Resize(justLargeEnough);
+    EXPECT_EQ(program.ReadUntil("3 digital-in   keys   0. 1. 2. 3. 4. 5. 6* 7.").find("too small"),
+              std::string::npos);
+    program.Resize(tooSmall);
+    program.ReadUntil(note);
+    // The picture itself can become what there is room for, and too large again.
+    program.Resize({15, 77, 0, 0});
+    program.ReadUntil(note);
+    ASSERT_TRUE(program.Type("pull E\n"));
+    program.ReadUntil("card E pulled");
+    program.ReadUntil("5 digital-out  lamps  0.");
+    ASSERT_TRUE(program.Type("plug E lcd\n"));
+    program.ReadUntil(note);
     ASSERT_TRUE(program.Type("quit\n"));
     program.ReadUntil("unplugged");
     EXPECT_EQ(program.Status(), 0);
