@@ -19,6 +19,8 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <sstream>
+#include <string>
 #include <system_error>
 
 namespace sim {
@@ -172,7 +174,9 @@ std::vector<std::string> Complete(const std::string& before) {
 int PROGRAM::Run() {
   const RESULT prepared = Prepare();
   if (!prepared) {
-    std::fprintf(stderr, "vornsim: %s\n", prepared.text.c_str());
+    std::istringstream errors(prepared.text);  // of a scenario there may be several
+    for (std::string error; std::getline(errors, error);)
+      std::fprintf(stderr, "vornsim: %s\n", error.c_str());
     return 1;
   }
   if (!m_options.plain && TerminalAvailable()) {

@@ -24,28 +24,36 @@ std::string TakeWord(std::string& line) {
 RESULT SCENARIO::Parse(const std::string& text, const std::string& name) {
   std::istringstream lines(text);
   std::string line;
+  std::string errors;
   std::chrono::milliseconds last{0};
   for (int number = 1; std::getline(lines, line); ++number) {
-    const auto fail = [&](const std::string& why) {
-      return RESULT::Error(
-          std::string(name).append(":").append(std::to_string(number)).append(": ").append(why));
+    const auto refuse = [&](const std::string& why) {
+      errors.append(errors.empty() ? "" : "\n").append(name).append(":");
+      errors.append(std::to_string(number)).append(": ").append(why);
     };
     const std::string word = TakeWord(line);
     if (word.empty() || word[0] == '#')
       continue;
-    if (word != "at" && word != "after")
-      return fail("expected at SECONDS or after SECONDS, found '" + word + "'");
+    if (word != "at" && word != "after") {
+      refuse("expected at SECONDS or after SECONDS, found '" + word + "'");
+      continue;
+    }
     try {
       const auto seconds = ReadSeconds(TakeWord(line));
       last = word == "at" ? seconds : last + seconds;
     } catch (const ARGUMENT_ERROR& error) {
-      return fail(error.what());
+      refuse(error.what());
+      continue;
     }
     if (line.empty())
-      return fail("expected a command");
-    if (const RESULT checked = Check(line); !checked)
-      return fail(checked.text);
+      refuse("expected a command");
+    else if (const RESULT checked = Check(line); !checked)
+      refuse(checked.text);
     m_steps.push_back({last, line});
+  }
+  if (!errors.empty()) {
+    m_steps.clear();
+    return RESULT::Error(errors);
   }
   std::stable_sort(m_steps.begin(), m_steps.end(),
                    [](const STEP& a, const STEP& b) { return a.when < b.when; });

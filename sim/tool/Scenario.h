@@ -23,8 +23,8 @@ class SCENARIO {
     std::string command;
   };
 
-  /// Reads the text; all commands are checked before the first is run. An error begins with
-  /// "NAME:LINE: ".
+  /// Reads the text; all commands are checked before the first is run. The error is a line for each
+  /// line of the text that is wrong, which begins with "NAME:LINE: "; there is nothing to run then.
   RESULT Parse(const std::string& text, const std::string& name);
 
   /// Time of the next step since the start; nothing when all are done.

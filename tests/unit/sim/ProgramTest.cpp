@@ -375,10 +375,12 @@ TEST_F(Vornsim, RefusesATraceOrScriptThatIsWrong) {
   VORNSIM replay(With({"--replay", trace}));
   EXPECT_EQ(replay.Errors(), "vornsim: " + trace + ": line 2: expected seconds, found 'soon'\n");
   EXPECT_EQ(replay.Status(), 1);
-  const std::string script = Write("script", "at 0 list\nat 1 bogus\n");
+  const std::string script = Write("script", "at 0 list\nat 1 bogus\nat 2\n");
   VORNSIM scripted(With({"--script", script}));
-  EXPECT_EQ(scripted.Errors(),
-            "vornsim: " + script + ":2: there is no command 'bogus'; 'help' lists them\n");
+  EXPECT_EQ(scripted.Errors(), "vornsim: " + script +
+                                   ":2: there is no command 'bogus'; 'help' lists them\n"
+                                   "vornsim: " +
+                                   script + ":3: expected a command\n");
   EXPECT_EQ(scripted.Status(), 1);
   VORNSIM unwritable(With({"--record", folder.File("no/such/folder")}));
   EXPECT_EQ(unwritable.Status(), 1);

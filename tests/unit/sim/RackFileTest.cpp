@@ -145,5 +145,19 @@ TEST(Scenario, IsCheckedBeforeItRuns) {
   EXPECT_EQ(errorOf("at 1 press"), "s.txt:1: usage: press A.K ...");
 }
 
+TEST(Scenario, HasAnErrorForEachLineThatIsWrongAndThenNoStep) {
+  SCENARIO scenario;
+  EXPECT_EQ(scenario
+                .Parse("# four of six\nat 1 list\npress 3.6\n\nat noon press 3.6\nafter 1 list\n"
+                       "after 1\nat 2 bogus",
+                       "s.txt")
+                .text,
+            "s.txt:3: expected at SECONDS or after SECONDS, found 'press'\n"
+            "s.txt:5: 'noon' is no number of seconds (0 to 1000000, a fraction allowed)\n"
+            "s.txt:7: expected a command\n"
+            "s.txt:8: there is no command 'bogus'; 'help' lists them");
+  EXPECT_EQ(scenario.Next(), std::nullopt);
+}
+
 }  // namespace
 }  // namespace sim
