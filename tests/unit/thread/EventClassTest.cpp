@@ -1,4 +1,5 @@
 #include "tests/support/Wait.h"
+#include "tests/unit/thread/Faults.h"
 #include "tests/unit/thread/TestThreads.h"
 #include "thread/EventClass.h"
 
@@ -94,4 +95,26 @@ TEST(EventClass, NeverMissesAConditionMadeTrueBeforeTheSet) {
   }
   waiter.join();
   EXPECT_EQ(seen, kRounds);
+}
+
+TEST(EventClass, ASetOfAThreadThatHasWaitedBeforeReachesTheNextWaiterOnItsWayToItsWait) {
+  CEventClass event;
+  event.Wait([] { return true; });
+  event.Reset();
+  GATE isLooking;
+  std::future<void> woken = std::async(std::launch::async, [&] {
+    event.Wait([&] {
+      isLooking.Pass();
+      return false;
+    });
+    event.Reset();
+  });
+  ASSERT_TRUE(isLooking.WaitUntilReached());
+  // The Set has to take the mutex that the waiter looks under, and so comes when that one waits.
+  beforeMutexLock = [&] { isLooking.Open(); };
+  event.Set();
+  beforeMutexLock = nullptr;
+  isLooking.Open();
+  EXPECT_TRUE(IsReady(woken));
+  EXPECT_TRUE(SetUntilReady(event, woken));
 }

@@ -96,6 +96,17 @@ class RECORDING_TASK : public CTask {
   const bool m_result;
 };
 
+/// Holds its thread at a gate on the way out, when the kernel loop is over.
+struct HELD_END {
+  ~HELD_END() {
+    if (gate != nullptr) {
+      gate->Pass();
+    }
+  }
+  GATE* gate = nullptr;
+};
+thread_local HELD_END heldEnd;
+
 class TASK_RUNNER : public CThread {
  public:
   ~TASK_RUNNER() { StopAndJoin(); }
@@ -205,9 +216,11 @@ TEST(Thread, BlocksTheProcessesSignalsButNotItsOwnFaults) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGALRM, SIGCHLD, SIGWINCH}) {
     EXPECT_EQ(sigismember(&blocked, signal), 1) << signal;
   }
-  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
     EXPECT_EQ(sigismember(&blocked, fault), 0) << fault;
   }
+  // What it runs inherits the block, and is to end when nobody reads it.
+  EXPECT_EQ(sigismember(&blocked, SIGPIPE), 0);
 }
 
 TEST(Thread, LeavesItsMakersSignalsAsTheyWere) {
@@ -559,6 +572,32 @@ TEST(Thread, KernelProcessRunsOnePass) {
   EXPECT_EQ(thread.Passes(), 1);
 }
 
+TEST(Thread, KernelProcessShutsDownWhenAPassReturnsFalse) {
+  TEST_THREAD thread([] { return false; });
+  ASSERT_TRUE(thread.PingThread(0));
+  EXPECT_FALSE(thread.KernelProcess());
+  EXPECT_EQ(thread.ThreadState(), kThreadShuttingDown);
+}
+
+TEST(Thread, KernelProcessShutsDownWhenAnItemReturnsFalse) {
+  int last = 0;
+  GATE gate;
+  TEST_THREAD thread({}, [&](void* item) {
+    if (item != &last) {
+      gate.Pass();
+    }
+    return item != &last;
+  });
+  int first = 0;
+  std::future<bool> event = std::async(std::launch::async, [&] { return thread.Event(&first); });
+  ASSERT_TRUE(gate.WaitUntilReached());  // so the thread itself does not take the next one
+  EXPECT_TRUE(thread.Push(&last));
+  EXPECT_FALSE(thread.KernelProcess());
+  EXPECT_EQ(thread.ThreadState(), kThreadShuttingDown);
+  gate.Open();
+  EXPECT_TRUE(event.get());
+}
+
 // --- ping -------------------------------------------------------------------------------------
 
 TEST(Thread, PingOfAStoppedThreadGivesUpAfterItsTimeOut) {
@@ -575,6 +614,13 @@ TEST(Thread, PingWaitsMoreThanItsTimeOutInIdleTimes) {
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_FALSE(thread.PingThread(100000));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(15));
+}
+
+TEST(Thread, PingOfAThreadThatEndedByItselfGivesUp) {
+  TEST_THREAD thread(kIntervalDriven, 1, [] { return false; });
+  ASSERT_TRUE(thread.WaitForPasses(1));
+  ASSERT_TRUE(thread.WaitForState(kThreadDown));
+  EXPECT_FALSE(thread.PingThread(1000));
 }
 
 TEST(Thread, PingWithoutATimeOutWaitsUntilTheThreadRuns) {
@@ -609,6 +655,18 @@ TEST(Thread, StopOfAnIntervalDrivenThreadLeavesTheFlagOfTheRefusedEvent) {
     ASSERT_EQ(thread.ThreadState(), kThreadDown);
     ASSERT_EQ(thread.ErrorFlags(), 0x10U);
   }
+}
+
+TEST(Thread, IsDownAfterAStopWhoseEventIsRefusedWhenTheThreadHasEndedAlready) {
+  TEST_THREAD thread(kIntervalDriven, 1, [] { return true; });
+  ASSERT_TRUE(thread.WaitForPasses(1));
+  // The stop takes the lock to ask for the end, then to offer its event.
+  beforeMutexLock = [&] {
+    beforeMutexLock = [&] { EXPECT_TRUE(thread.WaitForState(kThreadDown)); };
+  };
+  thread.Stop();
+  EXPECT_EQ(thread.ErrorFlags(), 0x10U);
+  EXPECT_EQ(thread.ThreadState(), kThreadDown);
 }
 
 TEST(Thread, RunsNoPassAfterStop) {
@@ -733,6 +791,13 @@ TEST(Thread, RequestStopReturnsBeforeThePassHasEnded) {
   EXPECT_EQ(held.thread.ThreadState(), kThreadBusy);
 }
 
+TEST(Thread, EndsAfterThePassInWhichItsEndWasRequested) {
+  TEST_THREAD thread(kIntervalDriven, 1, [] { return true; });
+  ASSERT_TRUE(thread.WaitForPasses(1));
+  thread.RequestStop();
+  EXPECT_TRUE(thread.WaitForState(kThreadDown));
+}
+
 TEST(Thread, IsDestroyedInEveryState) {
   constexpr int kRounds = 200;
   for (int round = 0; round < kRounds; ++round) {
@@ -770,4 +835,45 @@ TEST(Thread, DestructionWaitsForThePass) {
   EXPECT_FALSE(IsReady(destroyed, kSilence));
   gate.Open();
   EXPECT_TRUE(IsReady(destroyed));
+}
+
+TEST(Thread, DestructionWaitsUntilTheThreadIsGone) {
+  GATE gate;
+  auto thread = std::make_unique<TEST_THREAD>(kIntervalDriven, 1, [&] {
+    heldEnd.gate = &gate;
+    return true;
+  });
+  ASSERT_TRUE(thread->WaitForPasses(1));
+  std::future<void> destroyed = std::async(std::launch::async, [&] { thread.reset(); });
+  ASSERT_TRUE(gate.WaitUntilReached());
+  EXPECT_FALSE(IsReady(destroyed, kSilence));
+  gate.Open();
+  EXPECT_TRUE(IsReady(destroyed));
+}
+
+TEST(Thread, StartAfterItsEndWaitsUntilTheOldThreadIsGone) {
+  GATE gate;
+  std::atomic<bool> isOld{true};
+  TEST_THREAD thread(kIntervalDriven, 1, [&] {
+    heldEnd.gate = isOld ? &gate : nullptr;
+    return !isOld;
+  });
+  ASSERT_TRUE(gate.WaitUntilReached());
+  isOld = false;
+  std::future<bool> started = std::async(std::launch::async, [&] { return thread.Start(); });
+  EXPECT_FALSE(IsReady(started, kSilence));
+  gate.Open();
+  ASSERT_TRUE(IsReady(started));
+  EXPECT_TRUE(started.get());
+  EXPECT_TRUE(thread.WaitForPasses(2));
+}
+
+TEST(Thread, OnceItIsGoneItsHandleMayBeAnotherThreads) {
+  auto gone = std::make_unique<TEST_THREAD>();
+  gone->StopAndJoin();
+  TEST_THREAD other;  // gets the stack, and with it the handle, of the one that is gone
+  ASSERT_TRUE(other.PingThread(0));
+  std::future<void> destroyed = std::async(std::launch::async, [&] { gone.reset(); });
+  EXPECT_TRUE(IsReady(destroyed));
+  other.Stop();  // lets the future end where it waits for the wrong one
 }
