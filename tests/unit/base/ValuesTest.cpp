@@ -99,3 +99,23 @@ TEST(SpeedToDelay, SaturatesAt32Bits) {
   EXPECT_EQ(SpeedToDelayUs(kMin), kMax);
   EXPECT_EQ(SpeedToDelayUs(kMax), kMin);
 }
+
+TEST(SpeedToDelay, HasTheSevenDigitsOfSinglePrecisionFarOutsideItsRange) {
+  // In double precision, or in integers, the results in the comments.
+  EXPECT_EQ(SpeedToDelayUs(3563), -174862);         // -174863
+  EXPECT_EQ(SpeedToDelayUs(-3367), 175066);         // 175067
+  EXPECT_EQ(SpeedToDelayUs(1'000'000), -50489896);  // -50489898
+  EXPECT_EQ(SpeedToDelayUs(-1'000'000), 50500004);  // 50500000
+}
+
+TEST(SpeedToDelay, SaturatesFromTheFirstResultOnThatNeeds33Bits) {
+  // Between neighbours of single precision lie 128 below the limits of 32 bits.
+  EXPECT_EQ(SpeedToDelayUs(-42'528'578), kMax - 127);
+  for (const std::int32_t percent : {-42'528'579, -42'528'580, -42'528'582, -50'000'000}) {
+    EXPECT_EQ(SpeedToDelayUs(percent), kMax) << percent;
+  }
+  EXPECT_EQ(SpeedToDelayUs(42'528'781), kMin + 128);
+  for (const std::int32_t percent : {42'528'782, 42'528'786, 42'528'788, 50'000'000}) {
+    EXPECT_EQ(SpeedToDelayUs(percent), kMin) << percent;
+  }
+}
