@@ -376,3 +376,55 @@ TEST_F(SocketInterface, CloseByCommandAtAnyMomentLeavesAWorkingInterface) {
   TCP_CLIENT next = Connect();
   EXPECT_EQ(next.ReadUntil(kCaeGreeting), kCaeGreeting);
 }
+
+// --- again and again --------------------------------------------------------------------------
+
+TEST_F(SocketInterface, WaitsTwoPausesAfterEachOfManyClosesBeforeItListens) {
+  constexpr int kRounds = 5;
+  Start();
+  std::vector<int> expected = {3};
+  for (int round = 1; round <= kRounds; ++round) {
+    ASSERT_TRUE(WaitUntilListening(round));
+    TCP_CLIENT client = ConnectAndGreet();
+    if (round % 2 == 0) {
+      m_worker->CloseByCommand();
+    }
+    client.Close();
+    ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == round + 1; }));
+    expected.insert(expected.end(), {2, 2, 3});
+    ASSERT_EQ(m_pauses->Begun(), expected) << "close " << round;
+  }
+  EXPECT_EQ(Count(kByClient) + Count(kByCommand), kRounds);
+}
+
+TEST_F(SocketInterface, RefusesClientsBeforeItClosesTheOneItHad) {
+  const RESERVED_PORT reserved;
+  Start("CAE", reserved.Port());
+  TCP_CLIENT client = ConnectAndGreet();
+  unit::GATE closing;
+  socketCalls.close.HoldAt(&closing);
+  client.CloseSending();
+  ASSERT_TRUE(closing.WaitUntilReached());
+  // Who connected now would be left half open.
+  EXPECT_TRUE(TCP_CLIENT::IsRefused(reserved.Port()));
+  EXPECT_TRUE(client.ReceivesNothing());
+  socketCalls.close.HoldAt(nullptr);
+  closing.Open();
+  EXPECT_TRUE(client.IsClosed());
+}
+
+TEST_F(SocketInterface, ConnectionThatIsAboutToBeServedEndsByCloseByCommand) {
+  Start();
+  unit::GATE accepted;
+  socketCalls.noDelay.HoldAt(&accepted);
+  TCP_CLIENT client = Connect();
+  ASSERT_TRUE(accepted.WaitUntilReached());
+  m_worker->CloseByCommand();
+  socketCalls.noDelay.HoldAt(nullptr);
+  accepted.Open();
+  EXPECT_TRUE(client.IsClosed());
+  ASSERT_TRUE(WaitUntilListening(2));
+  EXPECT_EQ(Count(kByCommand), 1);
+  TCP_CLIENT next = ConnectAndGreet();
+  EXPECT_TRUE(next.ReceivesNothing());
+}

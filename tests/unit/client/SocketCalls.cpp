@@ -1,5 +1,7 @@
 #include "tests/unit/client/SocketCalls.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/types.h>
@@ -81,7 +83,7 @@ bool CALL::Fails() {
 
 void SOCKET_CALLS::Reset() {
   for (CALL* const call :
-       {&socket, &reuseAddress, &bind, &listen, &accept, &select, &recv, &send}) {
+       {&socket, &reuseAddress, &noDelay, &bind, &listen, &accept, &select, &recv, &send, &close}) {
     call->Reset();
   }
   sendLimit = 0;
@@ -116,6 +118,7 @@ int __real_select(int count, fd_set* readable, fd_set* writable, fd_set* excepti
                   timeval* timeout) SYMBOL_OF("__real_", "select");
 ssize_t __real_recv(int socket, void* buffer, size_t size, int flags);
 ssize_t __real_send(int socket, const void* buffer, size_t size, int flags);
+int __real_close(int descriptor);
 
 int __wrap_socket(int domain, int type, int protocol);
 int __wrap_setsockopt(int socket, int level, int option, const void* value, socklen_t size)
@@ -129,14 +132,19 @@ ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags);
 // What a hardened build makes of a recv whose size it cannot see.
 ssize_t __wrap___recv_chk(int socket, void* buffer, size_t size, size_t room, int flags);
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags);
+int __wrap_close(int descriptor);
 
 int __wrap_socket(int domain, int type, int protocol) {
+  socketCalls.socket.PassGate();
   return socketCalls.socket.Fails() ? -1 : __real_socket(domain, type, protocol);
 }
 
 int __wrap_setsockopt(int socket, int level, int option, const void* value, socklen_t size) {
   if (level == SOL_SOCKET && option == SO_REUSEADDR && socketCalls.reuseAddress.Fails()) {
     return -1;
+  }
+  if (level == IPPROTO_TCP && option == TCP_NODELAY) {
+    socketCalls.noDelay.PassGate();
   }
   return __real_setsockopt(socket, level, option, value, size);
 }
@@ -199,6 +207,11 @@ ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags) {
                    : __real_send(socket, buffer, limit == 0 ? size : std::min(size, limit), flags);
   call.End();
   return result;
+}
+
+int __wrap_close(int descriptor) {
+  socketCalls.close.PassGate();
+  return __real_close(descriptor);
 }
 
 }  // extern "C"

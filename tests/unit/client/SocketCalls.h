@@ -43,12 +43,14 @@ class CALL {
 struct SOCKET_CALLS {
   CALL socket;
   CALL reuseAddress;  ///< setsockopt of SO_REUSEADDR
+  CALL noDelay;       ///< setsockopt of TCP_NODELAY, the first for a connection
   CALL bind;
   CALL listen;
   CALL accept;  ///< its gate stands behind the call
   CALL select;
   CALL recv;
   CALL send;
+  CALL close;                             ///< of a socket; the log has calls of its own
   std::atomic<std::size_t> sendLimit{0};  ///< a send of the worker takes at most so much; 0: all
 
   void Reset();

@@ -129,3 +129,21 @@ TEST_F(SocketInterface, TouchesItsInputQueueNoMoreAfterTerminate) {
   client.TrySend("more");
   worker.reset();
 }
+
+TEST_F(SocketInterface, ListensNoMoreWhenItIsToEndAfterItsPauseInTheClosedState) {
+  TCP_CLIENT client = StartWithClient();
+  unit::GATE gate;
+  socketCalls.socket.Fail(EMFILE);
+  socketCalls.socket.HoldAt(&gate);
+  client.Close();
+  ASSERT_TRUE(gate.WaitUntilReached());
+  // The next pause is one that ends in another try.
+  m_pauses->Hold(2);
+  socketCalls.socket.HoldAt(nullptr);
+  gate.Open();
+  ASSERT_TRUE(m_pauses->WaitUntilBegun(2, 3));
+  m_worker->RequestStop();
+  m_pauses->Release(2);
+  m_worker.reset();
+  EXPECT_EQ(m_log.LinesWith("listening").size(), 1U);
+}
