@@ -496,5 +496,23 @@ TEST_F(SerialPass, AWorkerThatIsReleasedWhileItListsDevicesTriesNoneOfThem) {
   EXPECT_EQ(line.Requests().size(), 0U);
 }
 
+TEST_F(SerialPass, AnExchangeThatTheStopCutsShortIsNoTimeoutAndTheLastOne) {
+  Connect();
+  const LINES before = Log();
+  line.AnswerWith([&](const BYTES&) {
+    serial->ClosePort();
+    return BYTES();
+  });
+  serial->BusQueue(3).ToQueue(HexList("10 03"));
+  serial->BusQueue(5).ToQueue(HexList("10 05"));
+  EXPECT_TRUE(serial->OnTask());
+  EXPECT_EQ(Log(), before);
+  EXPECT_EQ(line.Requests().size(), 2U);  // the handshake before
+  EXPECT_TRUE(serial->OnTask());
+  EXPECT_EQ(Log(), before);
+  EXPECT_EQ(serial->LinkStatus(), 0);
+  EXPECT_EQ(line.Openings(), std::vector<int>());
+}
+
 }  // namespace
 }  // namespace unit

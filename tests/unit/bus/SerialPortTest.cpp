@@ -311,5 +311,12 @@ TEST_F(SerialPort, HardwareCheckNamesThePortItIsGiven) {
   EXPECT_EQ(log[3], "[INF] hardware found on the port version: 1.07");
 }
 
+TEST_F(SerialPort, FixedPathThatNoLongerAnswersIsUnconfirmedAgain) {
+  SERIAL_INTERFACE& worker = Connect();
+  line.Expect(kHandshakeFrame, "");
+  EXPECT_FALSE(worker.Init());
+  EXPECT_EQ(worker.LinkStatus(), 1);
+}
+
 }  // namespace
 }  // namespace unit
