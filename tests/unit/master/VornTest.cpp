@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <future>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -750,6 +751,123 @@ TEST_F(Vorn, WhatAMonitorTypesHasNoEffect) {
   TCP_CLIENT io = ConnectIo();
   io.Send("a5b0d00\n");
   EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));
+}
+
+// --- release, worker by worker ------------------------------------------------------------------
+
+/// Released on a thread of its own, while one worker or another is held.
+class VornReleased : public Vorn {
+ protected:
+  ~VornReleased() override {
+    for (const int seconds : {1, 2, 3}) {
+      commands.ReleasePauses(seconds);
+    }
+    if (released.valid()) {
+      released.wait();
+    }
+  }
+
+  /// The workers, without a master loop.
+  void StartWorkers() {
+    Make();
+    ASSERT_TRUE(vorn->InitProgramData());
+    vorn->InitInterfaces();
+  }
+
+  /// Returns when the first worker is being ended.
+  void BeginRelease() {
+    released = std::async(std::launch::async, [this] { vorn.reset(); });
+    ASSERT_TRUE(WaitUntil([&] { return TCP_CLIENT::IsRefused(config.cae.port); }));
+  }
+  bool IsReleased(std::chrono::milliseconds limit = support::kLimit) const {
+    return released.wait_for(limit) == std::future_status::ready;
+  }
+
+  std::ptrdiff_t PausesOf(const std::string& seconds) const {
+    const LINES all = commands.Pauses();
+    return std::count(all.begin(), all.end(), seconds);
+  }
+  std::ptrdiff_t CountLines(const std::string& text) const {
+    const LINES log = Log();
+    return std::count(log.begin(), log.end(), text);
+  }
+
+  std::future<void> released;
+};
+
+TEST_F(VornReleased, AllWorkersAreToldBeforeOneIsWaitedFor) {
+  StartWorkers();
+  TCP_CLIENT cae = ConnectCae();
+  TCP_CLIENT io = ConnectIo();
+  ASSERT_TRUE(WaitUntil(
+      [&] { return Logged("[INF] hardware found on " + line.Path() + " version: 1.07"); }));
+  ASSERT_TRUE(WaitUntil([&] { return PausesOf("3") == 3; }));
+  // CAE stays in the pause before it accepts, IO in the first after its client's leave.
+  commands.HoldPauses(3);
+  cae.Close();
+  ASSERT_TRUE(WaitUntil([&] { return PausesOf("3") == 4; }));
+  commands.HoldPauses(2);
+  const std::ptrdiff_t closed = PausesOf("2");
+  io.Close();
+  ASSERT_TRUE(WaitUntil([&] { return PausesOf("2") == closed + 1; }));
+  BeginRelease();
+  commands.ReleasePauses(2);
+  // IO ends with that pause, though CAE is waited for first.
+  EXPECT_FALSE(WaitUntil([&] { return PausesOf("2") > closed + 1; }, support::kSilence));
+  EXPECT_FALSE(IsReleased(std::chrono::milliseconds(0)));
+  commands.ReleasePauses(3);
+  ASSERT_TRUE(IsReleased());
+  EXPECT_EQ(PausesOf("2"), closed + 1);
+  EXPECT_EQ(CountLines("[INF] IO interface listening on port " + std::to_string(config.io.port)),
+            1);
+}
+
+TEST_F(VornReleased, TheBusIsLeftAloneWhileTheOtherWorkersAreWaitedFor) {
+  config.initPollState = "TRUE";
+  commands.HoldPauses(3);
+  StartWorkers();
+  ASSERT_TRUE(WaitUntil([&] { return line.Requests().size() > 10; }));  // it polls
+  BeginRelease();
+  // The exchanges of one pass may still come.
+  EXPECT_TRUE(WaitUntil([&] {
+    const std::size_t before = line.Requests().size();
+    return !WaitUntil([&] { return line.Requests().size() > before; }, support::kSilence);
+  }));
+  EXPECT_FALSE(IsReleased(std::chrono::milliseconds(0)));
+}
+
+TEST_F(VornReleased, AWorkerThatReadsItsClientStillHasItsQueue) {
+  // Half a second for each pass of the interfaces, and none for the bus.
+  WriteFile(
+      folder.File("vornconf.xml"),
+      support::Document({support::DebuglogElement(config.logFile), support::SpeedElement("-9900"),
+                         support::InterfacesElement({support::InterfaceElement(config.cae)}),
+                         support::SpeedElement("100")}));
+  vorn.emplace(flag, folder.File("vornconf.xml"));
+  ASSERT_TRUE(vorn->InitProgramData());
+  vorn->InitInterfaces();
+  TCP_CLIENT cae = ConnectCae();
+  cae.Send("HELP\r\n");  // taken after the pause of the pass that has just begun
+  BeginRelease();
+  EXPECT_TRUE(IsReleased());
+}
+
+TEST_F(VornReleased, TheWorkerOnTheBusStillHasItsQueueForTheReplyThatItWaitsFor) {
+  config.initPollState = "TRUE";
+  GATE reply;
+  line.AnswerWith([&](const BYTES& body) {
+    if (body.front() == 0x20) {
+      reply.Pass();
+      return Frame({'!', body[1], 0x40, 0});  // a change, which is queued
+    }
+    return Answer(body);
+  });
+  StartWorkers();
+  ASSERT_TRUE(reply.WaitUntilReached());
+  BeginRelease();
+  EXPECT_FALSE(IsReleased(support::kSilence));
+  reply.Open();
+  EXPECT_TRUE(IsReleased());
 }
 
 }  // namespace
