@@ -174,6 +174,15 @@ int DAEMON::Start(const START& start) {
       TakeDescriptors(start.descriptorsInUse);
     }
     signal(SIGTERM, SIG_DFL);
+    for (const int number : start.ignoredSignals) {
+      signal(number, SIG_IGN);
+    }
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const int number : start.blockedSignals) {
+      sigaddset(&blocked, number);
+    }
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
     if (start.descriptorLimit) {
       const rlimit limit{*start.descriptorLimit, *start.descriptorLimit};
       setrlimit(RLIMIT_NOFILE, &limit);

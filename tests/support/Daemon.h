@@ -25,6 +25,8 @@ struct START {
   bool closedStreams = false;  // no standard input, output, error
   std::optional<unsigned int> descriptorLimit{};  // so many may be open
   std::optional<unsigned int> fileSizeLimit{};    // in bytes; may be raised again
+  std::vector<int> blockedSignals{};              // as the parent has left them to it
+  std::vector<int> ignoredSignals{};
 };
 
 /// One run of the daemon, started as a user would and observed from outside: as the nearest

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <thread>
 
@@ -153,6 +154,36 @@ TEST_F(Startup, StaysSmallInMemory) {
   if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()), 4096);
   }
+}
+
+TEST_F(Startup, WhatItsParentBlocksOrIgnoresEndsItAllTheSame) {
+  support::START start;
+  start.blockedSignals = {SIGINT, SIGTERM};
+  start.ignoredSignals = {SIGINT, SIGTERM};
+  for (const int signal : {SIGINT, SIGTERM}) {
+    SCOPED_TRACE(signal);
+    fs::remove(log.Path());
+    Start(start);
+    ASSERT_TRUE(log.WaitForLine(Listening(config.mon)));
+    Stop(signal);
+    EXPECT_EQ(log.Count("[INF] vorn is stopped by SIGTERM or SIGINT"), 1);
+  }
+}
+
+TEST_F(Startup, WaitsForItsChildrenThoughItsParentIgnoresTheEndOfThem) {
+  support::START start;
+  start.ignoredSignals = {SIGCHLD};
+  Start(start);
+  TCP_CLIENT client = ConnectCae();
+  const std::uint64_t ignored = std::stoull(support::StatusField(Pid(), "SigIgn"), nullptr, 16);
+  EXPECT_EQ(ignored & (1ULL << (SIGCHLD - 1)), 0U);
+}
+
+TEST_F(Startup, ABrokenPipeEndsNothing) {
+  Start();
+  TCP_CLIENT client = ConnectCae();
+  daemon.Signal(SIGPIPE);
+  Synchronise(client);
 }
 
 }  // namespace
