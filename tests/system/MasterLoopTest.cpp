@@ -1,7 +1,11 @@
 #include "tests/support/ListeningPorts.h"
+#include "tests/support/ProcessInfo.h"
 #include "tests/system/SystemTest.h"
 
 #include <signal.h>
+
+#include <algorithm>
+#include <filesystem>
 
 /// The switchboard: order of service, EXIT on the IO interface, and the end by a signal.
 
@@ -196,6 +200,35 @@ TEST_F(MasterLoop, TheMonitorGetsIoLinesOnlyWhileItIsConnected) {
   TCP_CLIENT mon = ConnectMon();
   io.Send("after");
   EXPECT_TRUE(mon.Receives("after\r"));
+}
+
+TEST_F(MasterLoop, ASignalInTheMiddleOfAnExchangeEndsTheDaemonAndIsNoTimeout) {
+  constexpr int kRounds = 12;  // the process ends a moment after the exchange
+  const auto isTimeout = [](const std::string& line) {
+    return line.find("comm timeout") != std::string::npos;
+  };
+  adapter.Faults().Add(
+      {.kind = sim::FAULT_KIND::kNoAnswer, .code = sim::request::kIdentify, .times = std::nullopt});
+  pauses.SetLength(1, support::milliseconds(1));  // before the cards are asked for
+  for (int round = 0; round < kRounds;) {
+    std::filesystem::remove(log.Path());
+    const std::uint64_t before = adapter.Requests().Last();
+    StartLinked();
+    ASSERT_TRUE(WaitForFrame("01 30", before));
+    daemon.Signal(SIGSTOP);  // its threads go on together, the signal delivered
+    ASSERT_TRUE(
+        support::WaitUntil([&] { return support::StatusField(Pid(), "State").starts_with("T"); }));
+    daemon.Signal(SIGTERM);
+    daemon.Signal(SIGCONT);
+    ExpectEnd();
+    Unplug();
+    EXPECT_EQ(EndInLog(), EndBy("15"));
+    const std::vector<std::string> lines = log.AllLines();
+    const auto signalled = std::find(lines.begin(), lines.end(), EndBy("15")[3]);
+    EXPECT_TRUE(std::none_of(signalled, lines.end(), isTimeout));
+    // Where the exchange was over before the signal came, another try.
+    round += std::none_of(lines.begin(), signalled, isTimeout) ? 1 : 0;
+  }
 }
 
 }  // namespace
