@@ -149,4 +149,23 @@ TEST_F(Pauses, ACommandThatIsRunIgnoresNoSignalThatTheDaemonOutlives) {
   }
 }
 
+TEST_F(Pauses, AreTheSameAfterEveryClose) {
+  config.autoDiscover = "FALSE";
+  StartLinked();
+  ASSERT_TRUE(pauses.WaitUntilBegun(3, 3));
+  std::vector<int> expected = {3, 3, 3};
+  for (int round = 0; round < 4; ++round) {
+    TCP_CLIENT io = ConnectIo();
+    if (round % 2 == 0) {
+      io.Close();
+    } else {
+      io.Send("EXIT\n");
+      expected.push_back(1);
+    }
+    ASSERT_TRUE(pauses.WaitUntilBegun(3, 3 + round + 1));
+    expected.insert(expected.end(), {2, 2, 3});
+    ASSERT_EQ(pauses.Begun(), expected) << "close " << round + 1;
+  }
+}
+
 }  // namespace
