@@ -169,6 +169,21 @@ TEST_F(Configuration, APercentBeyond32BitsSaturatesAndHarmsNothing) {
   EXPECT_EQ(log.Count(DelayLine("-2147483648")), 1);
 }
 
+TEST_F(Configuration, APercentFarOutsideItsRangeIsTakenByTheFormulaInSinglePrecision) {
+  EXPECT_EQ(SpeedLine("1000000"), DelayLine("-50489896"));
+  EXPECT_EQ(SpeedLine("42528781"), DelayLine("-2147483520"));
+  EXPECT_EQ(SpeedLine("42528782"), DelayLine("-2147483648"));
+  for (const char* const percent : {"-42528580", "-99999999999999999999"}) {
+    SCOPED_TRACE(percent);
+    config.speedPercent = percent;
+    Start();
+    EXPECT_TRUE(log.WaitForLine(DelayLine("2147483647")));
+    daemon.Kill();  // half an hour a pass
+    fs::remove(log.Path());
+  }
+  isEndExpected = false;
+}
+
 TEST_F(Configuration, OnlyThreeSpellingsOfTrueAreTrue) {
   for (const char* text : {"TRUE", "True", "true"}) {
     SCOPED_TRACE(text);
