@@ -66,7 +66,8 @@ void Append(FILE* stream, const char* text) {
 /// kernel shows a line that crosses a page for a moment as half of one, and two may find the same
 /// half: who has found one looks again alone, and ends it alone.
 std::shared_mutex g_writing;
-static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "exit runs while workers write");
+static_assert(
+    std::is_trivially_destructible_v<std::shared_mutex>);  // exit runs while workers write
 
 /// Appends `lineFeedAndLine`, without its first byte where the log ends as it should.
 void AppendLine(FILE* stream, const std::string& fileName, const char* lineFeedAndLine) {
