@@ -1,7 +1,5 @@
 #pragma once
 
-#include <mutex>
-
 // Schedule noise: in a build with VORN_SCHEDULE_NOISE every lock, unlock, wake-up and queue
 // operation lets other threads run now and then, so that orders of events show up in a test run
 // that a machine would else show once in a year. Most of it is where threads meet: a thread that
@@ -19,22 +17,6 @@ void MakeScheduleNoise();
 /// are a thread's first ones.
 void MakeMeetingNoise();
 
-/// A std::mutex with noise around it.
-class CLock {
- public:
-  void lock() {
-    MakeScheduleNoise();
-    m_mutex.lock();
-  }
-  void unlock() {
-    m_mutex.unlock();
-    MakeScheduleNoise();
-  }
-
- private:
-  std::mutex m_mutex;
-};
-
 #else
 
 inline void MakeScheduleNoise() {
@@ -42,7 +24,5 @@ inline void MakeScheduleNoise() {
 
 inline void MakeMeetingNoise() {
 }
-
-using CLock = std::mutex;
 
 #endif

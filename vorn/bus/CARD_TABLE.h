@@ -1,6 +1,6 @@
 #pragma once
 
-#include "thread/ScheduleNoise.h"
+#include "thread/Lock.h"
 #include "vorn/bus/PERIFCARD.h"
 
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "thread/ScheduleNoise.h"
+#include "thread/Lock.h"
 #include "thread/Thread.h"
 #include "vorn/base/FileDescriptor.h"
 #include "vorn/base/LOGGER.h"
