@@ -9,6 +9,7 @@
 #include "vorn/base/Budget.h"
 #include "vorn/bus/SERIAL_INTERFACE.h"
 #include "vorn/client/SOCKET_INTERFACE.h"
+#include "vorn/master/Farewell.h"
 #include "vorn/master/HelpTexts.h"
 #include "vorn/master/VORN.h"
 

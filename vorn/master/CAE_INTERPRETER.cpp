@@ -1,6 +1,7 @@
 #include "vorn/master/CAE_INTERPRETER.h"
 
 #include "vorn/base/Values.h"
+#include "vorn/master/Farewell.h"
 #include "vorn/master/HelpTexts.h"
 #include "vorn/master/TextParts.h"
 

@@ -4,7 +4,7 @@
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
 #include "vorn/config/ConfigReader.h"
-#include "vorn/master/HelpTexts.h"
+#include "vorn/master/Farewell.h"
 
 #include <csignal>
 #include <utility>

@@ -1,4 +1,5 @@
 #include "tests/support/GoldenHelp.h"
+#include "vorn/master/Farewell.h"
 #include "vorn/master/HelpTexts.h"
 
 #include <gtest/gtest.h>
