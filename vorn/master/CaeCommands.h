@@ -3,6 +3,7 @@
 #include "vorn/bus/CardTypes.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -53,17 +54,17 @@ enum class CAE_MATCH : std::uint8_t {
 };
 
 /// For a command that does not ask for one card type.
-constexpr std::uint8_t kAnyCard = 0;
+constexpr std::nullopt_t kAnyCard = std::nullopt;
 
 struct CAE_COMMAND {
   using RUN = void (CAE_INTERPRETER::*)(const CAE_LINE&, const CAE_COMMAND&);
 
   const char* keyword;
   CAE_MATCH match;
-  RUN run;                     ///< null: the line is not handled by this row
-  std::uint8_t cardType;       ///< a CARD_CODE that the addressed card must have, or kAnyCard
-  const char* wrongCardReply;  ///< where it has another
-  const char* failureReply;    ///< where the card does not acknowledge
+  RUN run;                            ///< null: the line is not handled by this row
+  std::optional<CARD_CODE> cardType;  ///< what the addressed card must be, or kAnyCard
+  const char* wrongCardReply;         ///< where it is another
+  const char* failureReply;           ///< where the card does not acknowledge
 
   bool Matches(const CAE_LINE& line) const;
 };
