@@ -154,7 +154,9 @@ void CThread::StopAndJoin() {
   pthread_join(m_handle, nullptr);
 }
 
-bool CThread::Accepts() {
+/// True for an event-driven thread. What is not one is put into the fault state: an event for it is
+/// its owner's mistake.
+bool CThread::FaultUnlessEventDriven() {
   const CScopedLock lock(m_lock);
   if (m_type.load(std::memory_order_relaxed) == kEventDriven) {
     return true;
@@ -165,7 +167,7 @@ bool CThread::Accepts() {
 }
 
 bool CThread::Event(void* item) {
-  if (!Accepts() || !Push(item)) {
+  if (!FaultUnlessEventDriven() || !Push(item)) {
     return false;
   }
   m_event.Set();
@@ -173,7 +175,7 @@ bool CThread::Event(void* item) {
 }
 
 bool CThread::Event(CTask* task) {
-  if (!Accepts()) {
+  if (!FaultUnlessEventDriven()) {
     return false;
   }
   if (task == nullptr) {

@@ -107,7 +107,7 @@ class CThread {
   void Kernel();
   void SetState(ThreadState_t state);
   bool Running();
-  bool Accepts();
+  bool FaultUnlessEventDriven();
 
   CEventClass m_event;
   bool m_running = false;
