@@ -32,7 +32,7 @@ class CTask {
 
  private:
   TaskStatus_t m_status = kTaskNew;  // guarded by m_lock
-  std::atomic<pthread_t> m_threadId{
-      0};  // relaxed: a bare identification, nothing is read through it
+  // Relaxed: a bare identification, nothing is read through it.
+  std::atomic<pthread_t> m_threadId{0};
   CMutexClass m_lock;
 };

@@ -143,8 +143,8 @@ int SOCKET_INTERFACE::Init() {
   if (setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0) {
     LogError("couldn't set socket options for" + name + " interface");
   }
-  SetOption(listener.Get(), SOL_SOCKET, SO_RCVBUF,
-            kReceiveBufferBytes);  // accepted ones inherit it
+  // Accepted sockets inherit it.
+  SetOption(listener.Get(), SOL_SOCKET, SO_RCVBUF, kReceiveBufferBytes);
   if (!BindToPort(listener.Get())) {
     LogError("couldn't bind socket for" + name + " interface");
   }
