@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+using support::kSilence;
 using support::TCP_CLIENT;
 using support::WaitUntil;
 
@@ -397,19 +398,23 @@ TEST_F(SocketInterface, WaitsTwoPausesAfterEachOfManyClosesBeforeItListens) {
   EXPECT_EQ(Count(kByClient) + Count(kByCommand), kRounds);
 }
 
-TEST_F(SocketInterface, RefusesClientsBeforeItClosesTheOneItHad) {
+TEST_F(SocketInterface, RefusesClientsAndClosesItsListenerBeforeItClosesTheClientItHad) {
   const RESERVED_PORT reserved;
   Start("CAE", reserved.Port());
   TCP_CLIENT client = ConnectAndGreet();
-  unit::GATE closing;
-  socketCalls.close.HoldAt(&closing);
+  unit::GATE first;
+  unit::GATE second;
+  socketCalls.close.HoldAt(&first);
   client.CloseSending();
-  ASSERT_TRUE(closing.WaitUntilReached());
+  ASSERT_TRUE(first.WaitUntilReached());
   // Who connected now would be left half open.
   EXPECT_TRUE(TCP_CLIENT::IsRefused(reserved.Port()));
-  EXPECT_TRUE(client.ReceivesNothing());
+  socketCalls.close.HoldAt(&second);
+  first.Open();
+  ASSERT_TRUE(second.WaitUntilReached());
+  EXPECT_FALSE(client.IsClosed(kSilence));
   socketCalls.close.HoldAt(nullptr);
-  closing.Open();
+  second.Open();
   EXPECT_TRUE(client.IsClosed());
 }
 
