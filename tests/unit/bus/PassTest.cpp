@@ -1,5 +1,6 @@
 // The worker's pass: connecting, serving its queues in turn, losing the link, polling.
 
+#include "tests/support/unit/Gate.h"
 #include "tests/support/unit/SystemCalls.h"
 #include "tests/unit/bus/SerialFixture.h"
 
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <fstream>
+#include <future>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 
@@ -512,6 +515,28 @@ TEST_F(SerialPass, AnExchangeThatTheStopCutsShortIsNoTimeoutAndTheLastOne) {
   EXPECT_EQ(Log(), before);
   EXPECT_EQ(serial->LinkStatus(), 0);
   EXPECT_EQ(line.Openings(), std::vector<int>());
+}
+
+TEST_F(SerialPass, AWorkerThatIsReleasedTakesTheReplyThatItWaitsForFirst) {
+  commands.ListDevices({line.Entry()});
+  GATE reply;
+  line.AnswerWith([&](const BYTES& body) {
+    if (body.front() == '@') {
+      return Hex(kHandshakeReply);
+    }
+    reply.Pass();
+    return Hex("04 21 03 40 00");
+  });
+  cards.With(3, [](PERIFCARD& card) { card.typeCode = 4; });
+  auto worker = std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, logger,
+                                                   inbound, cards, false, false);
+  worker->BusQueue(3).ToQueue(HexList("20 03 02"));
+  ASSERT_TRUE(reply.WaitUntilReached());
+  const std::future<void> released = std::async(std::launch::async, [&] { worker.reset(); });
+  EXPECT_EQ(released.wait_for(support::kSilence), std::future_status::timeout);
+  reply.Open();
+  released.wait();
+  EXPECT_EQ(TakeLines(), LINES({"a3b0d40"}));
 }
 
 }  // namespace
