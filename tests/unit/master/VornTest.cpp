@@ -799,27 +799,31 @@ TEST_F(VornReleased, AllWorkersAreToldBeforeOneIsWaitedFor) {
   StartWorkers();
   TCP_CLIENT cae = ConnectCae();
   TCP_CLIENT io = ConnectIo();
+  TCP_CLIENT mon = ConnectMon();
   ASSERT_TRUE(WaitUntil(
       [&] { return Logged("[INF] hardware found on " + line.Path() + " version: 1.07"); }));
-  ASSERT_TRUE(WaitUntil([&] { return PausesOf("3") == 3; }));
-  // CAE stays in the pause before it accepts, IO in the first after its client's leave.
+  // CAE stays in the pause before it accepts, IO and MON in the first after their clients' leave.
   commands.HoldPauses(3);
   cae.Close();
   ASSERT_TRUE(WaitUntil([&] { return PausesOf("3") == 4; }));
   commands.HoldPauses(2);
   const std::ptrdiff_t closed = PausesOf("2");
   io.Close();
-  ASSERT_TRUE(WaitUntil([&] { return PausesOf("2") == closed + 1; }));
+  mon.Close();
+  ASSERT_TRUE(WaitUntil([&] { return PausesOf("2") == closed + 2; }));
   BeginRelease();
   commands.ReleasePauses(2);
-  // IO ends with that pause, though CAE is waited for first.
-  EXPECT_FALSE(WaitUntil([&] { return PausesOf("2") > closed + 1; }, support::kSilence));
+  // They end with that pause, though CAE is waited for first.
+  EXPECT_FALSE(WaitUntil([&] { return PausesOf("2") > closed + 2; }, support::kSilence));
   EXPECT_FALSE(IsReleased(std::chrono::milliseconds(0)));
   commands.ReleasePauses(3);
   ASSERT_TRUE(IsReleased());
-  EXPECT_EQ(PausesOf("2"), closed + 1);
-  EXPECT_EQ(CountLines("[INF] IO interface listening on port " + std::to_string(config.io.port)),
-            1);
+  EXPECT_EQ(PausesOf("2"), closed + 2);
+  for (const support::INTERFACE* const interface : {&config.io, &config.mon}) {
+    EXPECT_EQ(CountLines("[INF] " + interface->name + " interface listening on port " +
+                         std::to_string(interface->port)),
+              1);
+  }
 }
 
 TEST_F(VornReleased, TheBusIsLeftAloneWhileTheOtherWorkersAreWaitedFor) {
@@ -837,19 +841,23 @@ TEST_F(VornReleased, TheBusIsLeftAloneWhileTheOtherWorkersAreWaitedFor) {
 }
 
 TEST_F(VornReleased, AWorkerThatReadsItsClientStillHasItsQueue) {
-  // Half a second for each pass of the interfaces, and none for the bus.
-  WriteFile(
-      folder.File("vornconf.xml"),
-      support::Document({support::DebuglogElement(config.logFile), support::SpeedElement("-9900"),
-                         support::InterfacesElement({support::InterfaceElement(config.cae)}),
-                         support::SpeedElement("100")}));
-  vorn.emplace(flag, folder.File("vornconf.xml"));
-  ASSERT_TRUE(vorn->InitProgramData());
-  vorn->InitInterfaces();
-  TCP_CLIENT cae = ConnectCae();
-  cae.Send("HELP\r\n");  // taken after the pause of the pass that has just begun
-  BeginRelease();
-  EXPECT_TRUE(IsReleased());
+  for (const support::INTERFACE* const interface : {&config.cae, &config.io}) {
+    SCOPED_TRACE(interface->name);
+    // Half a second for each of its passes, and hardly any for those of the others.
+    WriteFile(
+        folder.File("vornconf.xml"),
+        support::Document({support::DebuglogElement(config.logFile), support::SpeedElement("-9900"),
+                           support::InterfacesElement({support::InterfaceElement(*interface)}),
+                           support::SpeedElement("100")}));
+    vorn.emplace(flag, folder.File("vornconf.xml"));
+    ASSERT_TRUE(vorn->InitProgramData());
+    vorn->InitInterfaces();
+    TCP_CLIENT client =
+        Connect(interface->port, interface == &config.cae ? kCaeGreeting : kIoGreeting);
+    client.Send("HELP\r\n");  // taken after the pause of the pass that has just begun
+    vorn.reset();
+    EXPECT_TRUE(TCP_CLIENT::IsRefused(interface->port));
+  }
 }
 
 TEST_F(VornReleased, TheWorkerOnTheBusStillHasItsQueueForTheReplyThatItWaitsFor) {
@@ -868,6 +876,16 @@ TEST_F(VornReleased, TheWorkerOnTheBusStillHasItsQueueForTheReplyThatItWaitsFor)
   EXPECT_FALSE(IsReleased(support::kSilence));
   reply.Open();
   EXPECT_TRUE(IsReleased());
+}
+
+// --- signals that do not end it -----------------------------------------------------------------
+
+TEST_F(Vorn, AnyOtherNumberClosesThePortAsWell) {
+  Start();
+  ASSERT_TRUE(WaitUntil([&] { return !line.Openings().empty(); }));
+  flag = SIGUSR1;
+  EXPECT_TRUE(WaitUntil([&] { return line.Openings().empty(); }));
+  EXPECT_FALSE(Logged("[INF] vorn is stopped by SIGTERM or SIGINT"));
 }
 
 }  // namespace
