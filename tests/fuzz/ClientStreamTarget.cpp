@@ -21,7 +21,6 @@ namespace {
 
 using fuzz::Require;
 
-constexpr std::size_t kInputLimit = 40960;  // bytes of message, one more for each
 constexpr std::size_t kLongestSend = 256;
 constexpr std::size_t kLongestRead = 255;
 constexpr const char* kSeparator = "\r\n";
@@ -31,12 +30,13 @@ constexpr int kMostPasses = 20000;
 struct ROLE {
   const char* name;
   const char* greeting;
+  std::size_t inputLimit;  // bytes of message, one more for each
 };
 constexpr std::array<ROLE, 4> kRoles = {{
-    {"CAE", "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n"},
-    {"IO", "VORN IO interface is ready\r\n"},
-    {"MON", "VORN MON interface is ready\r\n"},
-    {"other", ""},
+    {"CAE", "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n", 1024},
+    {"IO", "VORN IO interface is ready\r\n", 40960},
+    {"MON", "VORN MON interface is ready\r\n", 1024},
+    {"other", "", 1024},
 }};
 
 class NETWORK : public fuzz::SYSTEM {
@@ -170,7 +170,7 @@ class NETWORK : public fuzz::SYSTEM {
 
   ssize_t Peek(int, char* bytes, std::size_t count) override {
     Require(count == kLongestRead, "a read has room for 255");
-    Require(m_input.Bytes() < kInputLimit || m_left, "a client is held back");
+    Require(m_input.Bytes() < m_role.inputLimit || m_left, "a client is held back");
     if (m_segments.empty()) {
       if (!m_expected.empty()) {
         m_expected.pop_front();  // the one whose write tells that the client has left

@@ -11,14 +11,15 @@
 // 32; the one more pays for what holds the list. So all that can wait takes kMostWaitingBytes times
 // 32, or 16: with the program itself it stays under 32 MB, and under 16 MB on the board.
 
-/// The one number that the others follow from. A bus queue of this size is, at the speed of the
-/// line, worked off in a second.
-constexpr std::size_t kBudgetShare = 4096;
+/// The one number that the others follow from: some ninety commands of an operator, each of which
+/// may take a second. Four of it in a bus queue are worked off within seconds, too.
+constexpr std::size_t kBudgetShare = 1024;
 
 enum class QUEUE_KIND : std::uint8_t {
-  kClientInput,  ///< CAE and IO to the master loop
-  kBus,          ///< requests, a queue for each card and a general one
-  kInputLines,   ///< the cards to the master loop
+  kCaeInput,    ///< to the master loop
+  kIoInput,     ///< the same
+  kBus,         ///< requests, a queue for each card and a general one
+  kInputLines,  ///< the cards to the master loop
   kIoOutput,
   kMonOutput,
   kCaeOutput,
@@ -26,8 +27,10 @@ enum class QUEUE_KIND : std::uint8_t {
 
 /// Each is a mark in a queue: what happens where so much waits in it already.
 enum class MARK : std::uint8_t {
-  kClientIsHeldBack,
-  kLeftClientIsCut,
+  kOperatorIsHeldBack,
+  kLeftOperatorIsCut,
+  kMachineIsHeldBack,
+  kLeftMachineIsCut,
   kBusIsBehind,
   kPollingPauses,
   kOperatorWaitsForLines,
@@ -48,36 +51,42 @@ struct BUDGET_ROW {
 };
 
 // clang-format off
-constexpr std::array<BUDGET_ROW, 10> kBudget = {{
+constexpr std::array<BUDGET_ROW, 12> kBudget = {{
     // mark                          queue                     queues  shares
-    {MARK::kClientIsHeldBack,        QUEUE_KIND::kClientInput,  2, 10,
-     "messages from a client of CAE or IO",
+    {MARK::kOperatorIsHeldBack,      QUEUE_KIND::kCaeInput,     1,   1,
+     "messages from a CAE client",
      "the worker does not read; TCP holds the client back; nothing is lost"},
-    {MARK::kLeftClientIsCut,         QUEUE_KIND::kClientInput,  2, 12,
-     "the same, once the client has left",
+    {MARK::kLeftOperatorIsCut,       QUEUE_KIND::kCaeInput,     1,  24,
+     "messages from a CAE client that has left",
      "the worker reads no more of it, and the log says so"},
-    {MARK::kBusIsBehind,             QUEUE_KIND::kBus,         17,  1,
+    {MARK::kMachineIsHeldBack,       QUEUE_KIND::kIoInput,      1,  40,
+     "messages from an IO client",
+     "the worker does not read; TCP holds the client back; nothing is lost"},
+    {MARK::kLeftMachineIsCut,        QUEUE_KIND::kIoInput,      1,  64,
+     "messages from an IO client that has left",
+     "the worker reads no more of it, and the log says so"},
+    {MARK::kBusIsBehind,             QUEUE_KIND::kBus,         17,   4,
      "requests for one card, or for no single one",
      "with a link the master loop takes no IO message; without one the oldest are dropped, and the log says so"},
-    {MARK::kPollingPauses,           QUEUE_KIND::kInputLines,   1,  6,
+    {MARK::kPollingPauses,           QUEUE_KIND::kInputLines,   1,  24,
      "input lines for the master loop",
      "no card is polled; what changes meanwhile is reported by a later poll"},
-    {MARK::kOperatorWaitsForLines,   QUEUE_KIND::kInputLines,   1,  7,
+    {MARK::kOperatorWaitsForLines,   QUEUE_KIND::kInputLines,   1,  28,
      "the same, with those that the operator has asked for again",
      "the master loop takes no CAE command"},
-    {MARK::kLinesAreLost,            QUEUE_KIND::kInputLines,   1,  8,
+    {MARK::kLinesAreLost,            QUEUE_KIND::kInputLines,   1,  32,
      "the same, with those of cards that report without a poll",
      "further ones are dropped, and the log says so"},
-    {MARK::kLinesWaitForIo,          QUEUE_KIND::kIoOutput,     1,  6,
+    {MARK::kLinesWaitForIo,          QUEUE_KIND::kIoOutput,     1,  24,
      "input lines for an IO client that does not read",
      "they wait for the master loop, until that pauses the polling"},
-    {MARK::kCopiesAreNotMade,        QUEUE_KIND::kMonOutput,    1, 52,
+    {MARK::kCopiesAreNotMade,        QUEUE_KIND::kMonOutput,    1, 208,
      "copies for a MON client",
      "further ones are not made, and the log says so"},
-    {MARK::kReportsAreNotMade,       QUEUE_KIND::kCaeOutput,    1, 72,
+    {MARK::kReportsAreNotMade,       QUEUE_KIND::kCaeOutput,    1, 288,
      "messages for the operator",
      "further reports of refused IO commands are not made, and the log says so"},
-    {MARK::kOperatorWaitsForAnswers, QUEUE_KIND::kCaeOutput,    1, 76,
+    {MARK::kOperatorWaitsForAnswers, QUEUE_KIND::kCaeOutput,    1, 304,
      "the same, where they are answers",
      "the master loop takes no CAE command; when the operator has gone, his commands run without an answer, and the log says so"},
 }};

@@ -23,7 +23,7 @@ constexpr std::size_t kReadSize = 255;
 /// Where so many polls of a card wait, no further one is queued: one would do. A lost link leaves a
 /// poll behind in each queue that its pass did not reach, and since every pass adds as many as it
 /// serves, they would add up for as long as an adapter is flaky. So many of the longest fit.
-constexpr std::size_t kMostPollsWaiting = kBudgetShare / (kLongestFrameBody + 1);
+constexpr std::size_t kMostPollsWaiting = BytesAt(MARK::kBusIsBehind) / (kLongestFrameBody + 1);
 
 constexpr int kPauseAfterConnectS = 1;
 constexpr int kPauseAfterFailureS = 2;

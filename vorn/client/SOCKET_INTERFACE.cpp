@@ -24,16 +24,25 @@ struct INTERFACE_ROLE {
   const char* name;
   const char* greeting;
   bool inputDiscarded;  ///< nobody reads its input queue
+  MARK heldBack;        ///< where its client is not read while so much waits in that queue
+  MARK cut;             ///< the same where the client has left
 };
 
+constexpr char kCaeGreeting[] = "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n";
+constexpr char kIoGreeting[] = "VORN IO interface is ready\r\n";
+constexpr char kMonGreeting[] = "VORN MON interface is ready\r\n";
+
+// clang-format off
 constexpr INTERFACE_ROLE kRoles[] = {
-    // name   greeting                                                              input discarded
-    {"CAE", "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n", false},
-    {"IO", "VORN IO interface is ready\r\n", false},
-    {"MON", "VORN MON interface is ready\r\n", true},
+    // name  greeting      discarded  held back                  cut
+    {"CAE",  kCaeGreeting, false,     MARK::kOperatorIsHeldBack, MARK::kLeftOperatorIsCut},
+    {"IO",   kIoGreeting,  false,     MARK::kMachineIsHeldBack,  MARK::kLeftMachineIsCut},
+    {"MON",  kMonGreeting, true,      MARK::kOperatorIsHeldBack, MARK::kLeftOperatorIsCut},
 };
 
-constexpr INTERFACE_ROLE kOtherRole = {"", nullptr, false};
+constexpr INTERFACE_ROLE kOtherRole =
+    {"",     nullptr,      false,     MARK::kOperatorIsHeldBack, MARK::kLeftOperatorIsCut};
+// clang-format on
 
 const INTERFACE_ROLE& RoleOf(const std::string& name) {
   const auto* const found =
@@ -319,13 +328,14 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
   if (ready == 0 || !FD_ISSET(client, &readable)) {
     return INPUT::kGoesOn;
   }
+  const INTERFACE_ROLE& role = RoleOf(m_descriptor.name);
   const std::size_t waiting = m_inputQueue.Bytes();
   // A client that has left is read to its end all the same, as far as there is room: it must not
   // keep the only slot for as long as the master loop is behind.
-  if (waiting >= BytesAt(MARK::kClientIsHeldBack) && !HasLeft(client)) {
+  if (waiting >= BytesAt(role.heldBack) && !HasLeft(client)) {
     return INPUT::kGoesOn;
   }
-  return waiting >= BytesAt(MARK::kLeftClientIsCut) ? LeaveUnread() : Receive();
+  return waiting >= BytesAt(role.cut) ? LeaveUnread() : Receive();
 }
 
 /// For a client that has left: what it has sent last is not taken any more.
