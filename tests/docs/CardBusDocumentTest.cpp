@@ -1,12 +1,18 @@
-// docs/card-bus.md: its card types are those of the table.
+// docs/card-bus.md: its card types and its words are those of the tables, the daemon's and the
+// simulated rack's, which know nothing of each other.
 
+#include "sim/rack/Protocol.h"
 #include "tests/docs/Markdown.h"
+#include "tests/support/unit/Bytes.h"
+#include "vorn/bus/CardBus.h"
 #include "vorn/bus/CardTypes.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <initializer_list>
 #include <map>
+#include <set>
 
 namespace docs {
 namespace {
@@ -54,6 +60,154 @@ TEST(CardBusDocument, ListsTheCardTypesOfTheTable) {
     known[listed ? std::to_string(code) : "any other"] = RowOf(type);
   }
   EXPECT_EQ(documented, known);
+}
+
+// --- words --------------------------------------------------------------------------------------
+
+const char* const kDocument = "docs/card-bus.md";
+
+/// The requests that a section's tables show, in its first code span of a cell: "50 A 01 C0+c V".
+std::map<std::string, std::string> Requests(const std::string& section, std::size_t column,
+                                            std::size_t name) {
+  std::map<std::string, std::string> requests;
+  for (const ROW& row : Tables(Section(ReadFile(kDocument), section))) {
+    const LINES spans = CodeSpans(row.at(column));
+    const LINES names = CodeSpans(row.at(name));
+    requests[names.empty() ? row.at(name) : names.front()] = spans.at(0);
+  }
+  return requests;
+}
+
+/// A body with the letters of the document in the places of address and value: its bytes A and V.
+constexpr std::uint8_t kAddress = 0x0A;
+constexpr std::uint8_t kValue = 0x5B;
+
+std::string Lettered(const QList& body, const std::string& channel = "") {
+  std::string text;
+  std::size_t at = 0;
+  for (const char byte : body) {
+    std::string word = unit::ToHex(QList{byte});
+    word = at == 1 && body.size() > 1 ? "A" : word;
+    word = at == 3 ? word + channel : word;
+    word = at == 4 ? "V" : word;
+    text += (text.empty() ? "" : " ") + word;
+    ++at;
+  }
+  return text;
+}
+
+/// What CAE's set-up commands put on the bus, by the command.
+std::map<std::string, std::string> DaemonsParameters() {
+  using namespace bus;  // NOLINT(google-build-using-namespace): its words, in a table of them
+  const auto write = [](const PARAMETER& parameter, const char* channel = "") {
+    return Lettered(WriteRequest(kAddress, parameter, 0, kValue), channel);
+  };
+  const auto read = [](const PARAMETER& parameter, const char* channel = "") {
+    return Lettered(ReadRequest(kAddress, parameter, 0), channel);
+  };
+  const auto act = [](std::uint8_t action) { return Lettered(ActionRequest(kAddress, action)); };
+  return {
+      {"REBOOT:", act(action::kReboot)},
+      {"LCDSELFTEST:", write(parameter::kLcdSelfTest)},
+      {"LCDINITLIGHT:", write(parameter::kLcdInitLight)},
+      {"SETANMASK:", write(parameter::kAnalogueMask)},
+      {"GETANMASK:", read(parameter::kAnalogueMask)},
+      {"STOREANMASK:", act(action::kStoreAnalogueMask)},
+      {"SETSCAc:", write(parameter::kServoEndA, "+c")},
+      {"SETSCBc:", write(parameter::kServoEndB, "+c")},
+      {"GETSCAc:", read(parameter::kServoEndA, "+c")},
+      {"GETSCBc:", read(parameter::kServoEndB, "+c")},
+      {"STORESRVPOS:", act(action::kStoreServoPositions)},
+      {"MOVESTRPOS:", act(action::kMoveToStoredPositions)},
+      {"SETMSRp:", write(parameter::kSilentRange, "+p")},
+      {"GETMSRp:", read(parameter::kSilentRange, "+p")},
+      {"STOREMSRS:", act(action::kStoreSilentRanges)},
+  };
+}
+
+TEST(CardBusDocument, HasTheParametersAndActionsOfTheDaemon) {
+  std::map<std::string, std::string> documented = Requests("### Parameters and actions", 1, 2);
+  for (auto& [command, request] : documented) {
+    // The letter of the value says what it is: S, M or V.
+    if (request.ends_with(" S") || request.ends_with(" M")) {
+      request.back() = 'V';
+    }
+  }
+  EXPECT_EQ(documented, DaemonsParameters());
+}
+
+TEST(CardBusDocument, HasTheParametersAndActionsOfTheSimulatedRack) {
+  const auto hex = [](std::uint8_t code) { return unit::ToHex(unit::BYTES{code}); };
+  std::set<std::string> known;
+  for (const sim::PARAMETER& parameter : sim::kParameters) {
+    if (parameter.writeCode != 0) {
+      known.insert("50 A 01 " + hex(parameter.writeCode));
+    }
+    if (parameter.readCode != 0) {
+      known.insert("50 A 40 " + hex(parameter.readCode));
+    }
+  }
+  for (const sim::ACTION& action : sim::kActions) {
+    known.insert("50 A 01 " + hex(action.code));
+  }
+  std::set<std::string> documented;
+  for (const auto& [command, request] : Requests("### Parameters and actions", 1, 2)) {
+    documented.insert(request.substr(0, std::string("50 A 01 C0").size()));
+  }
+  EXPECT_EQ(documented, known);
+}
+
+/// First bytes of the requests and replies, as the document's tables have them.
+std::set<std::string> FirstBytes(const std::string& section) {
+  std::set<std::string> codes;
+  for (const ROW& row : Tables(Section(ReadFile(kDocument), section))) {
+    for (const std::string& span : CodeSpans(row.at(0))) {
+      codes.insert(span.substr(0, 2));
+    }
+  }
+  return codes;
+}
+
+TEST(CardBusDocument, HasTheCodesOfRequestsAndReplies) {
+  const auto hexes = [](std::initializer_list<int> codes) {
+    std::set<std::string> texts;
+    for (const int code : codes) {
+      texts.insert(unit::ToHex(unit::BYTES{static_cast<std::uint8_t>(code)}));
+    }
+    return texts;
+  };
+  const std::set<std::string> requests = FirstBytes("## Requests");
+  EXPECT_EQ(requests,
+            hexes({bus::request::kHandshake, bus::request::kIdentification, bus::request::kPoll,
+                   bus::request::kOutput, bus::request::kParameter}));
+  EXPECT_EQ(requests, hexes({sim::request::kHandshake, sim::request::kIdentify, sim::request::kPoll,
+                             sim::request::kOutput, sim::request::kParameter}));
+  std::set<std::string> replies =
+      hexes({bus::reply::kIdentification, bus::reply::kInputData, bus::reply::kQueryData});
+  EXPECT_EQ(replies, hexes({sim::reply::kIdentified, sim::reply::kInput, sim::reply::kQuery}));
+  for (int code = 0; code < 256; ++code) {
+    if (GetQListError({static_cast<char>(code)}) != kNoError) {
+      replies.merge(hexes({code}));
+    }
+  }
+  EXPECT_EQ(FirstBytes("## Replies"), replies);
+  for (const sim::ERROR_CODE& error : sim::kErrorCodes) {
+    EXPECT_NE(GetQListError({static_cast<char>(error.code)}), kNoError) << error.keyword;
+  }
+}
+
+TEST(CardBusDocument, HasTheRequestsAsTheyAreMade) {
+  const std::string document = ReadFile(kDocument);
+  std::set<std::string> bodies;
+  for (const ROW& row : Tables(Section(document, "## Requests"))) {
+    bodies.insert(CodeSpans(row.at(0)).at(0));
+  }
+  EXPECT_TRUE(bodies.contains(unit::ToHex(bus::HandshakeRequest())));
+  EXPECT_TRUE(bodies.contains(unit::ToHex(bus::IdentificationRequest())));
+  EXPECT_EQ(unit::ToHex(bus::PollRequest(kAddress, 2)), "20 0A 02");
+  EXPECT_TRUE(bodies.contains("20 A C"));
+  EXPECT_EQ(unit::ToHex(bus::HandshakeRequest()),
+            unit::ToHex(unit::BYTES(sim::kHandshakeBody.begin(), sim::kHandshakeBody.end())));
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ class IoExamples : public testing::Test {
   }
 
   CARD_TABLE m_cards;
-  std::array<VOQUEUE, kBusAddresses> m_bus;
+  std::array<VOQUEUE, bus::kAddresses> m_bus;
   VOQUEUE m_cae;
   LOGGER m_logger;
   OUT_COMMAND_PARSER m_parser{

@@ -26,7 +26,7 @@ class REPLYING : public fuzz::BUS {
  public:
   explicit REPLYING(fuzz::INPUT& input) : m_input(input) {
     const std::uint8_t choice = m_input.Byte();
-    for (std::size_t i = 0; i < kBusAddresses; ++i) {
+    for (std::size_t i = 0; i < bus::kAddresses; ++i) {
       m_types += static_cast<char>(kTypes.at((choice + i * (1U + choice / 64U)) % kTypes.size()));
     }
     m_maySilence = choice % kRunsToASilence == 0;
@@ -62,7 +62,7 @@ class REPLYING : public fuzz::BUS {
 
  private:
   void RequireSoundness() {
-    for (std::size_t address = 0; address < kBusAddresses; ++address) {
+    for (std::size_t address = 0; address < bus::kAddresses; ++address) {
       m_cards.With(address, [&](const PERIFCARD& card) { fuzz::RequireSound(card, address); });
       Require(m_worker->BusQueue(address).Size() <= 16, "polls do not pile up");
     }
@@ -93,7 +93,7 @@ class REPLYING : public fuzz::BUS {
     if (reply.size() < length && !std::exchange(m_maySilence, false)) {
       return Reply(Frame("A"));
     }
-    if (reply.size() > 1 && static_cast<std::uint8_t>(reply[1]) < kBusAddresses) {
+    if (reply.size() > 1 && static_cast<std::uint8_t>(reply[1]) < bus::kAddresses) {
       m_answered += "0123456789ABCDEF"[static_cast<std::size_t>(reply[1])];
     }
     Reply(std::string(1, static_cast<char>(length)) + reply);

@@ -240,7 +240,7 @@ class OPERATOR : private DAEMON_CONTROL {
 
   template <class Wanted>
   static void AddAddresses(const std::string& begin, Wanted&& wanted, LINES& expected) {
-    for (std::size_t address = 0; address < kBusAddresses; ++address) {
+    for (std::size_t address = 0; address < bus::kAddresses; ++address) {
       if (wanted(address)) {
         expected.push_back(begin + "0123456789ABCDEF"[address] + ":*");
       }
@@ -288,13 +288,13 @@ class OPERATOR : private DAEMON_CONTROL {
     }
     Require(body.size() >= 4 && body.size() <= 5 && body[0] == 'P', "a whole request", body);
     const auto address = static_cast<std::size_t>(body[1]);
-    Require(address < kBusAddresses, "an address is 0 to 15", body);
+    Require(address < bus::kAddresses, "an address is 0 to 15", body);
     Require(body[2] == '\x01' || body[2] == '\x40', "a write or a read", body);
     if (m_cardsSay == CARDS_SAY::kNothing) {
       return;
     }
     const std::size_t answering =
-        m_cardsSay == CARDS_SAY::kAnotherAddress ? (address + 1) % kBusAddresses : address;
+        m_cardsSay == CARDS_SAY::kAnotherAddress ? (address + 1) % bus::kAddresses : address;
     m_cards.With(answering, [&](PERIFCARD& card) {
       card.queryBytes.fill(0);
       card.queryBytes[0] = 'Q';

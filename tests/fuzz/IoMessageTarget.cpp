@@ -138,8 +138,8 @@ class MANUAL {
     return Frame(address, {static_cast<char>(found - kControls.begin())});
   }
 
-  std::array<std::uint8_t, kBusAddresses> m_cards{};
-  std::array<std::string, kBusAddresses> m_values;
+  std::array<std::uint8_t, bus::kAddresses> m_cards{};
+  std::array<std::string, bus::kAddresses> m_values;
 };
 
 // --- one run ------------------------------------------------------------------------------------
@@ -220,7 +220,7 @@ class CLIENT {
   const bool m_operatorListens;
   MANUAL m_manual;
   CARD_TABLE m_cards;
-  std::array<VOQUEUE, kBusAddresses> m_bus;
+  std::array<VOQUEUE, bus::kAddresses> m_bus;
   VOQUEUE m_console;
   LOGGER m_logger;
   std::deque<std::string> m_reports;  // to come

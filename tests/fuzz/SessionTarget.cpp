@@ -478,7 +478,7 @@ class SESSION : public fuzz::BUS {
         return Reply(Frame("o1.07"));
       case '0': {
         std::string cards;
-        for (std::size_t i = 0; i < kBusAddresses; ++i) {
+        for (std::size_t i = 0; i < bus::kAddresses; ++i) {
           cards += static_cast<char>(fuzz::CardAt(i, m_turn));
         }
         return Reply(Frame("1" + cards));

@@ -7,17 +7,6 @@
 
 namespace {
 
-struct REPLY_CLASS {
-  char firstByte;
-  QLIST_ERROR code;
-};
-
-constexpr REPLY_CLASS kReplyClasses[] = {
-    {'T', kTimeout},           {'\x12', kControlRefused}, {'#', kControllerRefused},
-    {'$', kControllerRefused}, {'N', kNotAccepted},       {'B', kBusRefused},
-    {'C', kBusRefused},
-};
-
 void PrintByte(std::uint8_t byte) {
   constexpr std::uint8_t kLastControl = 31;
   std::putchar(byte > kLastControl ? byte : '.');
@@ -53,16 +42,6 @@ std::uint8_t Convert_HexStr2Byte(const std::string& text) {
     return 0;
   }
   return text.size() == 1 ? HexNum2Byte('0', text[0]) : HexNum2Byte(text[0], text[1]);
-}
-
-QLIST_ERROR GetQListError(const QList& message) {
-  if (message.empty()) {
-    return kEmptyReply;
-  }
-  const auto* const found =
-      std::find_if(std::begin(kReplyClasses), std::end(kReplyClasses),
-                   [&](const REPLY_CLASS& row) { return row.firstByte == message.front(); });
-  return found == std::end(kReplyClasses) ? kNoError : found->code;
 }
 
 QList Convert_BinBuff2QList(const std::uint8_t* buffer) {

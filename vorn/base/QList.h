@@ -24,20 +24,6 @@ std::uint8_t HexNum2Byte(char high, char low);
 /// text gives 0.
 std::uint8_t Convert_HexStr2Byte(const std::string& text);
 
-/// What GetQListError makes of a reply.
-enum QLIST_ERROR : std::uint8_t {
-  kNoError = 0,
-  kTimeout = 1,            ///< "TME": no complete reply within the limit
-  kControlRefused = 2,     ///< control byte 0x12
-  kControllerRefused = 3,  ///< '#' or '$'
-  kNotAccepted = 4,        ///< 'N'
-  kEmptyReply = 5,
-  kBusRefused = 6,  ///< 'B' or 'C'
-};
-
-/// Classifies a reply by its first byte.
-QLIST_ERROR GetQListError(const QList& message);
-
 /// The buffer's first byte is a length n (0 to 255); the n bytes after it are the message, zeros
 /// included. The caller vouches for n + 1 readable bytes.
 QList Convert_BinBuff2QList(const std::uint8_t* buffer);

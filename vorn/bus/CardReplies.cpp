@@ -10,9 +10,6 @@
 
 namespace {
 
-/// Where the data of a reply begins: behind its code and the card's address.
-constexpr std::size_t kData = 2;
-
 /// Stores a changed value and flags it; true when it differed.
 bool StoreIfChanged(PERIFCARD& card, std::size_t channel, std::uint8_t value) {
   if (card.values[channel] == value) {
@@ -41,22 +38,23 @@ struct CARD_REPLY {
   };
   static constexpr KIND kKinds[] = {
       // code  shortest  addressed  taken by
-      {'1', 1 + kBusAddresses, false, &SERIAL_INTERFACE::TakeIdentification},
-      {'Q', 2, true, &SERIAL_INTERFACE::TakeQueryData},
-      {'!', 2, true, &SERIAL_INTERFACE::TakeInputData},
+      {bus::reply::kIdentification, 1 + bus::kAddresses, false,
+       &SERIAL_INTERFACE::TakeIdentification},
+      {bus::reply::kQueryData, 2, true, &SERIAL_INTERFACE::TakeQueryData},
+      {bus::reply::kInputData, 2, true, &SERIAL_INTERFACE::TakeInputData},
   };
   static constexpr INPUT_KIND kInputKinds[] = {
       // card type  shortest  taken by
-      {kDigitalInput, kData + 2, &SERIAL_INTERFACE::TakeDigitalInput},
-      {kKeyMatrix, kData + 1, &SERIAL_INTERFACE::TakeKeyMatrix},
-      {kAnalogueInput, kData + kAnalogueChannels, &SERIAL_INTERFACE::TakeAnalogueInput},
+      {kDigitalInput, bus::kReplyDataAt + 2, &SERIAL_INTERFACE::TakeDigitalInput},
+      {kKeyMatrix, bus::kReplyDataAt + 1, &SERIAL_INTERFACE::TakeKeyMatrix},
+      {kAnalogueInput, bus::kReplyDataAt + kAnalogueChannels, &SERIAL_INTERFACE::TakeAnalogueInput},
   };
 };
 
 void SERIAL_INTERFACE::TakeReply(const REPLY& reply) {
   for (const CARD_REPLY::KIND& kind : CARD_REPLY::kKinds) {
     if (reply[0] == kind.code && reply.size() >= kind.shortest &&
-        (!kind.addressed || reply[1] < kBusAddresses)) {
+        (!kind.addressed || reply[bus::kReplyAddressAt] < bus::kAddresses)) {
       (this->*kind.take)(reply);
     }
   }
@@ -65,7 +63,7 @@ void SERIAL_INTERFACE::TakeReply(const REPLY& reply) {
 // --- identification -----------------------------------------------------------------------------
 
 void SERIAL_INTERFACE::TakeIdentification(const REPLY& reply) {
-  for (std::size_t slot = 0; slot < kBusAddresses; ++slot) {
+  for (std::size_t slot = 0; slot < bus::kAddresses; ++slot) {
     m_cards.With(slot, [&](PERIFCARD& card) {
       Identify(card, static_cast<std::uint8_t>(slot), reply[1 + slot]);
     });
@@ -82,10 +80,9 @@ void SERIAL_INTERFACE::Identify(PERIFCARD& card, std::uint8_t address, std::uint
   std::fill_n(card.values.begin(), type.presetValues, type.preset);
   if (type.pollCount != 0) {
     card.pollFlag = 1;
-    const QList poll = {kPollRequest, static_cast<char>(address),
-                        static_cast<char>(type.pollCount)};
+    const QList poll = bus::PollRequest(address, type.pollCount);
     // In a body that fits no frame the card would never be polled again.
-    if (card.pollFrame.size() + poll.size() <= kLongestFrameBody) {
+    if (card.pollFrame.size() + poll.size() <= bus::kLongestRequest) {
       card.pollFrame.insert(card.pollFrame.end(), poll.begin(), poll.end());
     }
   }
@@ -95,7 +92,7 @@ void SERIAL_INTERFACE::Identify(PERIFCARD& card, std::uint8_t address, std::uint
 
 /// The change flags are left as they are, so that the lines of the card's last change go out again.
 void SERIAL_INTERFACE::TakeQueryData(const REPLY& reply) {
-  m_cards.With(reply[1], [&](PERIFCARD& card) {
+  m_cards.With(reply[bus::kReplyAddressAt], [&](PERIFCARD& card) {
     card.queryBytes.fill(0);
     std::copy_n(reply.begin(), std::min(reply.size(), card.queryBytes.size()),
                 card.queryBytes.begin());
@@ -106,7 +103,7 @@ void SERIAL_INTERFACE::TakeQueryData(const REPLY& reply) {
 // --- input data ---------------------------------------------------------------------------------
 
 void SERIAL_INTERFACE::TakeInputData(const REPLY& reply) {
-  const bool changed = m_cards.With(reply[1], [&](PERIFCARD& card) {
+  const bool changed = m_cards.With(reply[bus::kReplyAddressAt], [&](PERIFCARD& card) {
     const auto* const kind =
         std::find_if(std::begin(CARD_REPLY::kInputKinds), std::end(CARD_REPLY::kInputKinds),
                      [&](const CARD_REPLY::INPUT_KIND& row) { return row.type == card.typeCode; });
@@ -123,20 +120,20 @@ void SERIAL_INTERFACE::TakeInputData(const REPLY& reply) {
 }
 
 bool SERIAL_INTERFACE::TakeDigitalInput(PERIFCARD& card, const REPLY& reply) {
-  const bool first = StoreIfChanged(card, 0, reply[kData]);
-  const bool second = StoreIfChanged(card, 1, reply[kData + 1]);
+  const bool first = StoreIfChanged(card, 0, reply[bus::kReplyDataAt]);
+  const bool second = StoreIfChanged(card, 1, reply[bus::kReplyDataAt + 1]);
   return first || second;
 }
 
 bool SERIAL_INTERFACE::TakeKeyMatrix(PERIFCARD& card, const REPLY& reply) {
-  return StoreIfChanged(card, 0, reply[kData]);
+  return StoreIfChanged(card, 0, reply[bus::kReplyDataAt]);
 }
 
 /// Sums the samples up to a report's worth; the reply after that only makes the report.
 bool SERIAL_INTERFACE::TakeAnalogueInput(PERIFCARD& card, const REPLY& reply) {
   if (card.sampleCount < card.samplesPerReport || card.sampleCount <= 0) {
     for (std::size_t channel = 0; channel < kAnalogueChannels; ++channel) {
-      card.analogueSums[channel] += reply[kData + channel];
+      card.analogueSums[channel] += reply[bus::kReplyDataAt + channel];
     }
     ++card.sampleCount;
     return false;
@@ -154,7 +151,7 @@ bool SERIAL_INTERFACE::TakeAnalogueInput(PERIFCARD& card, const REPLY& reply) {
 // --- report -------------------------------------------------------------------------------------
 
 void SERIAL_INTERFACE::WriteToQueue(const std::uint8_t* reply) {
-  const std::uint8_t address = reply[1];
+  const std::uint8_t address = reply[bus::kReplyAddressAt];
   std::vector<std::string> lines;
   m_cards.With(address, [&](const PERIFCARD& card) {
     for (std::size_t channel = 0; channel < kCardValues; ++channel) {

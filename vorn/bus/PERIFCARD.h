@@ -1,6 +1,7 @@
 #pragma once
 
 #include "vorn/base/QList.h"
+#include "vorn/bus/CardBus.h"
 #include "vorn/bus/CardTypes.h"
 
 #include <array>
@@ -8,13 +9,8 @@
 #include <cstdint>
 #include <string>
 
-constexpr std::size_t kBusAddresses = 16;  ///< 0 to F
-constexpr std::size_t kCardValues = 16;    ///< values, change flags and query bytes in use
+constexpr std::size_t kCardValues = 16;  ///< values, change flags and query bytes in use
 constexpr std::size_t kAnalogueChannels = 6;
-/// The longest request body: with its length byte a frame is built in 255 bytes.
-constexpr std::size_t kLongestFrameBody = 254;
-/// What a body that polls a card begins with.
-constexpr char kPollRequest = 0x20;
 
 /// The record of one card slot. Plain data: CARD_TABLE guards it.
 struct PERIFCARD {

@@ -9,9 +9,6 @@
 
 namespace {
 
-constexpr char kIdentificationRequest = '0';
-constexpr char kHandshakeRequest = '@';
-
 /// The reply limit counts polling reads, not time: about 60 ms on the board, 50 ms on a PC. A
 /// 17-byte reply takes 0.4 ms at 460800 baud.
 constexpr std::uint32_t kReplyReads = 150000;
@@ -23,7 +20,7 @@ constexpr std::size_t kReadSize = 255;
 /// Where so many polls of a card wait, no further one is queued: one would do. A lost link leaves a
 /// poll behind in each queue that its pass did not reach, and since every pass adds as many as it
 /// serves, they would add up for as long as an adapter is flaky. So many of the longest fit.
-constexpr std::size_t kMostPollsWaiting = BytesAt(MARK::kBusIsBehind) / (kLongestFrameBody + 1);
+constexpr std::size_t kMostPollsWaiting = BytesAt(MARK::kBusIsBehind) / (bus::kLongestRequest + 1);
 
 constexpr int kPauseAfterConnectS = 1;
 constexpr int kPauseAfterFailureS = 2;
@@ -33,9 +30,8 @@ constexpr const char* kTimeoutReply = "TME";
 /// Classified as a good reply, dispatched on its 'L', and ignored.
 constexpr const char* kEmptyRequestReply = "LCE";
 
-std::uint32_t ReadLimitFor(char request) {
-  return request == kIdentificationRequest || request == kHandshakeRequest ? kLongReplyReads
-                                                                           : kReplyReads;
+std::uint32_t ReadLimitFor(const QList& request) {
+  return bus::IsSlow(request) ? kLongReplyReads : kReplyReads;
 }
 
 }  // namespace
@@ -90,7 +86,7 @@ void SERIAL_INTERFACE::Connect() {
   }
   m_isLossTold = false;
   if (m_autoDiscover) {
-    m_busQueues[kGeneralQueue].ToQueue({kIdentificationRequest});
+    m_busQueues[kGeneralQueue].ToQueue(bus::IdentificationRequest());
     sleepsec(kPauseAfterConnectS);
   }
 }
@@ -140,7 +136,7 @@ bool SERIAL_INTERFACE::Exchange(QList body) {
 }
 
 void SERIAL_INTERFACE::QueuePollFrames() {
-  for (std::size_t address = 0; address < kBusAddresses; ++address) {
+  for (std::size_t address = 0; address < bus::kAddresses; ++address) {
     bool polled = false;
     const QList frame = m_cards.With(address, [&](const PERIFCARD& card) {
       polled = card.stateWord == kInputCard && card.pollFlag != 0;
@@ -156,7 +152,7 @@ void SERIAL_INTERFACE::QueuePollFrames() {
 /// For a message that has left its queue.
 void SERIAL_INTERFACE::ForgetPoll(std::size_t number, const QList& body) {
   std::atomic<std::size_t>& waiting = m_pollsWaiting.at(number);
-  if (!body.empty() && body.front() == kPollRequest && waiting > 0) {
+  if (bus::IsPoll(body) && waiting > 0) {
     --waiting;
   }
 }
@@ -196,15 +192,15 @@ QList SERIAL_INTERFACE::Comm2HW(QList body) {
   if (body.empty()) {
     return Convert_CharBuff2QList(kEmptyRequestReply);
   }
-  if (body.size() > kLongestFrameBody) {
+  if (body.size() > bus::kLongestRequest) {
     return {};
   }
   SendFrame(body);
-  return AwaitReply(ReadLimitFor(body.front()));
+  return AwaitReply(ReadLimitFor(body));
 }
 
 void SERIAL_INTERFACE::SendFrame(const QList& body) {
-  std::array<std::uint8_t, kLongestFrameBody + 1> frame{};
+  std::array<std::uint8_t, bus::kLongestRequest + 1> frame{};
   frame[0] = static_cast<std::uint8_t>(body.size());
   Convert_QList2BinBuff(body, frame.data() + 1);
   m_waiting = true;

@@ -8,6 +8,7 @@
 #include "vorn/base/SharedField.h"
 #include "vorn/base/VOQUEUE.h"
 #include "vorn/bus/CARD_TABLE.h"
+#include "vorn/bus/CardBus.h"
 #include "vorn/config/INTERFACE_DESCRIPTOR.h"
 
 #include <array>

@@ -10,7 +10,6 @@
 #include <termios.h>
 
 #include <cerrno>
-#include <iterator>
 #include <list>
 #include <utility>
 
@@ -27,8 +26,6 @@ constexpr cc_t kReadTimeoutTenths = 50;  // 5 s; without effect on a non-blockin
 
 constexpr unsigned int kPauseBeforeHandshake =
     2000;  // Sleep units: 200 µs for a freshly opened port
-
-constexpr char kHandshake[] = {'@', 'o', '\x9A'};
 
 }  // namespace
 
@@ -130,7 +127,7 @@ bool SERIAL_INTERFACE::SetSerialParams() {
 bool SERIAL_INTERFACE::HardwareCheck(const std::string& port) {
   m_logger.WriteLog(kInf, "try to catch hardware on " + port);
   Sleep(kPauseBeforeHandshake);
-  const QList reply = Comm2HW(QList(std::begin(kHandshake), std::end(kHandshake)));
+  const QList reply = Comm2HW(bus::HandshakeRequest());
   switch (GetQListError(reply)) {
     case kNoError: {
       // Four characters behind the reply code; a shorter reply shows what it has.

@@ -15,12 +15,6 @@
 namespace {
 
 constexpr char kPrompt[] = ">";
-constexpr char kIdentificationRequest = '0';
-constexpr char kParameterRequest = 'P';
-constexpr std::uint8_t kAcknowledged = 'Q';
-/// Where a card's acknowledgement carries the value that was read.
-constexpr std::size_t kValueReadByte = 3;
-
 constexpr int kAcknowledgementWaitS = 1;
 constexpr int kDrainWaitS = 1;
 constexpr int kIdentificationWaitS = 1;
@@ -39,30 +33,8 @@ struct ON_OFF {
 };
 constexpr ON_OFF kOnOff[] = {{"OF", "OFF", 0x00}, {"ON", "ON", 0xFF}};
 
-/// A card's request bytes, the first of them where they write, read or act.
-namespace request {
-constexpr std::uint8_t kWrite = 0x01;
-constexpr std::uint8_t kRead = 0x40;
-
-constexpr std::uint8_t kReboot = 0xAB;
-constexpr std::uint8_t kLcdSelfTest = 0x01;
-constexpr std::uint8_t kLcdInitLight = 0x02;
-constexpr std::uint8_t kAnalogueMask = 0x01;
-constexpr std::uint8_t kStoreAnalogueMask = 0x02;
-constexpr std::uint8_t kStoreServoPositions = 0x74;
-constexpr std::uint8_t kMoveToStoredPositions = 0x3F;
-constexpr std::uint8_t kStoreSilentRanges = 0xCD;
-// These count on by channel.
-constexpr std::uint8_t kSetEndPositionA = 0xC0;
-constexpr std::uint8_t kSetEndPositionB = 0xD0;
-constexpr std::uint8_t kGetEndPositionA = 0x21;
-constexpr std::uint8_t kGetEndPositionB = 0x27;
-constexpr std::uint8_t kSetSilentRange = 0xC0;
-constexpr std::uint8_t kGetSilentRange = 0x01;
-}  // namespace request
-
-std::uint8_t OfChannel(std::uint8_t first, std::uint8_t channel) {
-  return static_cast<std::uint8_t>(first + channel);
+const bus::PARAMETER& ServoEnd(const CAE_LINE& line) {
+  return line.EndPositionText() == "B" ? bus::parameter::kServoEndB : bus::parameter::kServoEndA;
 }
 
 }  // namespace
@@ -118,24 +90,37 @@ bool CAE_INTERPRETER::RefusesCard(const CAE_LINE& line, const CAE_COMMAND& comma
 
 /// Sends the request and waits; false, and answered, when the card did not acknowledge in time.
 bool CAE_INTERPRETER::RequestOfCard(const CAE_LINE& line, const CAE_COMMAND& command,
-                                    std::initializer_list<std::uint8_t> request) {
+                                    QList request) {
   const std::uint8_t address = line.Address();
   m_cards.With(address, [](PERIFCARD& card) { card.queryBytes.fill(0); });
-  QList body = {kParameterRequest, static_cast<char>(address)};
-  body.insert(body.end(), request.begin(), request.end());
-  m_queueRequest(std::move(body));
+  m_queueRequest(std::move(request));
   m_daemon.PauseSeconds(kAcknowledgementWaitS);
   const bool accepted = m_cards.With(
-      address, [](const PERIFCARD& card) { return card.queryBytes[0] == kAcknowledged; });
+      address, [](const PERIFCARD& card) { return card.queryBytes[0] == bus::reply::kQueryData; });
   if (!accepted) {
     Reply(command.failureReply);
   }
   return accepted;
 }
 
+bool CAE_INTERPRETER::Write(const CAE_LINE& line, const CAE_COMMAND& command,
+                            const bus::PARAMETER& parameter, std::uint8_t channel,
+                            std::uint8_t value) {
+  return RequestOfCard(line, command, bus::WriteRequest(line.Address(), parameter, channel, value));
+}
+
+bool CAE_INTERPRETER::Read(const CAE_LINE& line, const CAE_COMMAND& command,
+                           const bus::PARAMETER& parameter, std::uint8_t channel) {
+  return RequestOfCard(line, command, bus::ReadRequest(line.Address(), parameter, channel));
+}
+
+bool CAE_INTERPRETER::Do(const CAE_LINE& line, const CAE_COMMAND& command, std::uint8_t action) {
+  return RequestOfCard(line, command, bus::ActionRequest(line.Address(), action));
+}
+
 std::uint8_t CAE_INTERPRETER::ValueRead(const CAE_LINE& line) {
   return m_cards.With(line.Address(),
-                      [](const PERIFCARD& card) { return card.queryBytes[kValueReadByte]; });
+                      [](const PERIFCARD& card) { return card.queryBytes[bus::kReplyValueAt]; });
 }
 
 // --- the daemon ---------------------------------------------------------------------------------
@@ -177,7 +162,7 @@ void CAE_INTERPRETER::ShowIoExamples(const CAE_LINE&, const CAE_COMMAND&) {
 // --- any card -----------------------------------------------------------------------------------
 
 void CAE_INTERPRETER::Reboot(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command, {request::kWrite, request::kReboot})) {
+  if (Do(line, command, bus::action::kReboot)) {
     Reply("CIA: Card is REBOOTED");
     Reply(FormatText("RBT:0x%X:OK", line.Address()));
   }
@@ -186,16 +171,16 @@ void CAE_INTERPRETER::Reboot(const CAE_LINE& line, const CAE_COMMAND& command) {
 // --- LCD controller -----------------------------------------------------------------------------
 
 void CAE_INTERPRETER::SetLcdSelfTest(const CAE_LINE& line, const CAE_COMMAND& command) {
-  SetLcdState(line, command, request::kLcdSelfTest, m_selfTestState, "SELFTEST");
+  SetLcdState(line, command, bus::parameter::kLcdSelfTest, m_selfTestState, "SELFTEST");
 }
 
 void CAE_INTERPRETER::SetLcdInitLight(const CAE_LINE& line, const CAE_COMMAND& command) {
-  SetLcdState(line, command, request::kLcdInitLight, m_initLightState, "INITLIGHT");
+  SetLcdState(line, command, bus::parameter::kLcdInitLight, m_initLightState, "INITLIGHT");
 }
 
 /// A text that is neither ON nor OFF leaves the state of the previous such command, and is echoed.
 void CAE_INTERPRETER::SetLcdState(const CAE_LINE& line, const CAE_COMMAND& command,
-                                  std::uint8_t parameter, std::uint8_t& state,
+                                  const bus::PARAMETER& parameter, std::uint8_t& state,
                                   const char* parameterName) {
   std::string echoed = line.StateText();
   const auto* const known = std::find_if(std::begin(kOnOff), std::end(kOnOff),
@@ -204,7 +189,7 @@ void CAE_INTERPRETER::SetLcdState(const CAE_LINE& line, const CAE_COMMAND& comma
     state = known->state;
     echoed = known->echoed;
   }
-  if (RequestOfCard(line, command, {request::kWrite, parameter, state})) {
+  if (Write(line, command, parameter, 0, state)) {
     Reply(std::string("CIA: ") + parameterName + " STATE IS SET TO " + echoed + " at address " +
           line.AddressText());
   }
@@ -213,21 +198,21 @@ void CAE_INTERPRETER::SetLcdState(const CAE_LINE& line, const CAE_COMMAND& comma
 // --- analogue input -----------------------------------------------------------------------------
 
 void CAE_INTERPRETER::SetAnalogueMask(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command, {request::kWrite, request::kAnalogueMask, line.Value()})) {
+  if (Write(line, command, bus::parameter::kAnalogueMask, 0, line.Value())) {
     Reply("CIA: Channel MASK of the card is SET");
     Reply(FormatText("AMS:0x%X:0x%.2X", line.Address(), line.Value()));
   }
 }
 
 void CAE_INTERPRETER::GetAnalogueMask(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command, {request::kRead, request::kAnalogueMask})) {
+  if (Read(line, command, bus::parameter::kAnalogueMask, 0)) {
     Reply("CIA: MASK is GOT from card");
     Reply(FormatText("AMV:0x%X:0x%.2X", line.Address(), ValueRead(line)));
   }
 }
 
 void CAE_INTERPRETER::StoreAnalogueMask(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command, {request::kWrite, request::kStoreAnalogueMask})) {
+  if (Do(line, command, bus::action::kStoreAnalogueMask)) {
     Reply("CIA: MASK IS STORED at address " + line.AddressText());
   }
 }
@@ -235,22 +220,19 @@ void CAE_INTERPRETER::StoreAnalogueMask(const CAE_LINE& line, const CAE_COMMAND&
 // --- RC servo controller ------------------------------------------------------------------------
 
 void CAE_INTERPRETER::StoreServoPositions(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command, {request::kWrite, request::kStoreServoPositions})) {
+  if (Do(line, command, bus::action::kStoreServoPositions)) {
     Reply("CIA: POSITIONS ARE STORED at address " + line.AddressText());
   }
 }
 
 void CAE_INTERPRETER::MoveToStoredPositions(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command, {request::kWrite, request::kMoveToStoredPositions})) {
+  if (Do(line, command, bus::action::kMoveToStoredPositions)) {
     Reply("CIA: SERVOS ARE MOVED TO STORED POSITIONS at address " + line.AddressText());
   }
 }
 
 void CAE_INTERPRETER::SetServoParameter(const CAE_LINE& line, const CAE_COMMAND& command) {
-  const std::uint8_t first =
-      line.EndPositionText() == "B" ? request::kSetEndPositionB : request::kSetEndPositionA;
-  if (RequestOfCard(line, command,
-                    {request::kWrite, OfChannel(first, line.Channel()), line.Value()})) {
+  if (Write(line, command, ServoEnd(line), line.Channel(), line.Value())) {
     Reply("CIA: SERVO PARAM of the card is SET");
     Reply(FormatText("SPS:0x%X:SC%s%s:0x%.2X", line.Address(), line.EndPositionText().c_str(),
                      line.ChannelText().c_str(), line.Value()));
@@ -258,9 +240,7 @@ void CAE_INTERPRETER::SetServoParameter(const CAE_LINE& line, const CAE_COMMAND&
 }
 
 void CAE_INTERPRETER::GetServoParameter(const CAE_LINE& line, const CAE_COMMAND& command) {
-  const std::uint8_t first =
-      line.EndPositionText() == "B" ? request::kGetEndPositionB : request::kGetEndPositionA;
-  if (RequestOfCard(line, command, {request::kRead, OfChannel(first, line.Channel())})) {
+  if (Read(line, command, ServoEnd(line), line.Channel())) {
     Reply("CIA: SERVO PARAM is GOT from card");
     Reply(FormatText("SPG:0x%X:SC%s%s:0x%.2X", line.Address(), line.EndPositionText().c_str(),
                      line.ChannelText().c_str(), ValueRead(line)));
@@ -270,9 +250,7 @@ void CAE_INTERPRETER::GetServoParameter(const CAE_LINE& line, const CAE_COMMAND&
 // --- DC motor controller ------------------------------------------------------------------------
 
 void CAE_INTERPRETER::SetSilentRange(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(
-          line, command,
-          {request::kWrite, OfChannel(request::kSetSilentRange, line.Channel()), line.Value()})) {
+  if (Write(line, command, bus::parameter::kSilentRange, line.Channel(), line.Value())) {
     Reply("CIA: MSR value of the card is SET");
     Reply(FormatText("MPS:0x%X:MSR%s:0x%.2X", line.Address(), line.ChannelText().c_str(),
                      line.Value()));
@@ -280,15 +258,14 @@ void CAE_INTERPRETER::SetSilentRange(const CAE_LINE& line, const CAE_COMMAND& co
 }
 
 void CAE_INTERPRETER::GetSilentRange(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command,
-                    {request::kRead, OfChannel(request::kGetSilentRange, line.Channel())})) {
+  if (Read(line, command, bus::parameter::kSilentRange, line.Channel())) {
     Reply("CIA: MSR value is GOT from card");
     Reply(FormatText("MSR%d:0x%X:0x%.2X", line.Channel(), line.Address(), ValueRead(line)));
   }
 }
 
 void CAE_INTERPRETER::StoreSilentRanges(const CAE_LINE& line, const CAE_COMMAND& command) {
-  if (RequestOfCard(line, command, {request::kWrite, request::kStoreSilentRanges})) {
+  if (Do(line, command, bus::action::kStoreSilentRanges)) {
     Reply("CIA: MSR values are STORED at address " + line.AddressText());
   }
 }
@@ -332,7 +309,7 @@ void CAE_INTERPRETER::ReplyPollingState() {
 
 void CAE_INTERPRETER::ShowPollState(const CAE_LINE&, const CAE_COMMAND&) {
   ReplyPollingState();
-  for (std::uint8_t address = 0; address < kBusAddresses; ++address) {
+  for (std::uint8_t address = 0; address < bus::kAddresses; ++address) {
     struct STATE {
       bool input;
       bool polled;
@@ -378,10 +355,10 @@ void CAE_INTERPRETER::ForceDiscover(const CAE_LINE&, const CAE_COMMAND&) {
   const bool polling = m_daemon.Polling();
   m_daemon.SetPolling(false);
   m_daemon.PauseSeconds(kDrainWaitS);
-  for (std::size_t address = 0; address < kBusAddresses; ++address) {
+  for (std::size_t address = 0; address < bus::kAddresses; ++address) {
     m_cards.With(address, [](PERIFCARD& card) { card.clearPerifCard(); });
   }
-  m_queueRequest({kIdentificationRequest});
+  m_queueRequest(bus::IdentificationRequest());
   m_daemon.PauseSeconds(kIdentificationWaitS);
   ListCards("FORCED DISCOVER LIST:");
   m_daemon.SetPolling(polling);
@@ -389,7 +366,7 @@ void CAE_INTERPRETER::ForceDiscover(const CAE_LINE&, const CAE_COMMAND&) {
 
 void CAE_INTERPRETER::ListCards(const char* title) {
   Reply(title);
-  for (std::uint8_t address = 0; address < kBusAddresses; ++address) {
+  for (std::uint8_t address = 0; address < bus::kAddresses; ++address) {
     const std::string name =
         m_cards.With(address, [](const PERIFCARD& card) { return std::string(card.name.data()); });
     Reply(FormatText("DTI:0x%X:%s", address, name.c_str()));

@@ -2,13 +2,13 @@
 
 #include "vorn/base/VOQUEUE.h"
 #include "vorn/bus/CARD_TABLE.h"
+#include "vorn/bus/CardBus.h"
 #include "vorn/config/INTERFACE_DESCRIPTOR.h"
 #include "vorn/master/CaeCommands.h"
 #include "vorn/master/DAEMON_CONTROL.h"
 
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <string>
 
 constexpr const char* kDriverVersion = "1.20";
@@ -71,11 +71,15 @@ class CAE_INTERPRETER {
   // What they share.
   void Reply(const std::string& text);
   bool RefusesCard(const CAE_LINE& line, const CAE_COMMAND& command);
-  bool RequestOfCard(const CAE_LINE& line, const CAE_COMMAND& command,
-                     std::initializer_list<std::uint8_t> request);
+  bool RequestOfCard(const CAE_LINE& line, const CAE_COMMAND& command, QList request);
+  bool Write(const CAE_LINE& line, const CAE_COMMAND& command, const bus::PARAMETER& parameter,
+             std::uint8_t channel, std::uint8_t value);
+  bool Read(const CAE_LINE& line, const CAE_COMMAND& command, const bus::PARAMETER& parameter,
+            std::uint8_t channel);
+  bool Do(const CAE_LINE& line, const CAE_COMMAND& command, std::uint8_t action);
   std::uint8_t ValueRead(const CAE_LINE& line);
-  void SetLcdState(const CAE_LINE& line, const CAE_COMMAND& command, std::uint8_t parameter,
-                   std::uint8_t& state, const char* parameterName);
+  void SetLcdState(const CAE_LINE& line, const CAE_COMMAND& command,
+                   const bus::PARAMETER& parameter, std::uint8_t& state, const char* parameterName);
   void SwitchPolling(const CAE_LINE& line, const CAE_COMMAND& command, bool on);
   void ReplyPollingState();
   void ListCards(const char* title);

@@ -10,25 +10,14 @@
 
 namespace {
 
-constexpr std::uint8_t kOutputRequest = 0x10;
-constexpr std::uint8_t kLcdTextCode = 9;
-constexpr std::size_t kLongestIrStream = 23;  // bytes
-/// A frame is assembled in 39 bytes; length, request, address, count, code, column, row and the
-/// closing zero leave this for the text.
-constexpr std::size_t kLongestLcdText = 31;
-
 struct LCD_CONTROL {
   const char* text;
   std::uint8_t code;
 };
 constexpr LCD_CONTROL kLcdControls[] = {
-    {"CL", 0},  // clear
-    {"LO", 1},  // backlight on
-    {"LF", 2},  // backlight off
-    {"CO", 3},  // cursor on
-    {"CF", 4},  // cursor off
-    {"BO", 5},  // blinking on
-    {"BF", 6},  // blinking off
+    {"CL", bus::lcd::kClear},       {"LO", bus::lcd::kLightOn},   {"LF", bus::lcd::kLightOff},
+    {"CO", bus::lcd::kCursorOn},    {"CF", bus::lcd::kCursorOff}, {"BO", bus::lcd::kBlinkingOn},
+    {"BF", bus::lcd::kBlinkingOff},
 };
 
 constexpr const char* kLcdTextMark = "PAp";
@@ -178,7 +167,7 @@ void OUT_COMMAND_PARSER::IrStream(const std::string& command) {
   const std::uint8_t address = HexAt(command, kAddressAt, 1);
   const std::string digits = PartOf(command, kStreamAt, std::string::npos);
   const std::size_t length = digits.size() / 2;  // an odd last digit is ignored
-  if (PartOf(command, kControlAt, 2) != kIrStreamMark || length > kLongestIrStream ||
+  if (PartOf(command, kControlAt, 2) != kIrStreamMark || length > bus::kLongestIrStream ||
       !IsCard(address, kIrRemote)) {
     Refuse(command);
     return;
@@ -205,12 +194,12 @@ void OUT_COMMAND_PARSER::LcdControl(const std::string& command) {
 
 void OUT_COMMAND_PARSER::LcdText(const std::string& command) {
   const std::uint8_t address = HexAt(command, kAddressAt, 1);
-  if (command.size() < kTextAt || command.size() - kTextAt > kLongestLcdText ||
+  if (command.size() < kTextAt || command.size() - kTextAt > bus::kLongestLcdText ||
       !IsCard(address, kAlphanumericLcd)) {
     Refuse(command);
     return;
   }
-  QList data = {static_cast<char>(kLcdTextCode), static_cast<char>(HexAt(command, kColumnAt, 2)),
+  QList data = {static_cast<char>(bus::lcd::kText), static_cast<char>(HexAt(command, kColumnAt, 2)),
                 static_cast<char>(HexAt(command, kRowAt, 2))};
   data.insert(data.end(), command.begin() + kTextAt, command.end());
   data.push_back('\0');
@@ -224,10 +213,7 @@ bool OUT_COMMAND_PARSER::IsCard(std::uint8_t address, CARD_CODE type) {
 }
 
 void OUT_COMMAND_PARSER::SendOutput(std::uint8_t address, const QList& data) {
-  QList body = {static_cast<char>(kOutputRequest), static_cast<char>(address),
-                static_cast<char>(data.size())};
-  body.insert(body.end(), data.begin(), data.end());
-  m_queueRequest(address, std::move(body));
+  m_queueRequest(address, bus::OutputRequest(address, data));
 }
 
 void OUT_COMMAND_PARSER::Refuse(const std::string& command) {

@@ -78,7 +78,7 @@ class BUS : public SYSTEM {
   static void RequireRequest(std::string_view body) {
     Require(!body.empty(), "no frame is empty");
     const auto address = [&](std::size_t at) {
-      return at < body.size() && static_cast<std::uint8_t>(body[at]) < kBusAddresses;
+      return at < body.size() && static_cast<std::uint8_t>(body[at]) < bus::kAddresses;
     };
     switch (body[0]) {
       case '@':

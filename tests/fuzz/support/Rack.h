@@ -18,7 +18,7 @@ inline std::uint8_t CardAt(std::size_t address, std::uint8_t turn) {
 
 /// Fills the table as identification does, for what reads it.
 inline void Fill(CARD_TABLE& cards, std::uint8_t turn) {
-  for (std::size_t address = 0; address < kBusAddresses; ++address) {
+  for (std::size_t address = 0; address < bus::kAddresses; ++address) {
     cards.With(address, [&](PERIFCARD& card) {
       const CARD_TYPE& type = FindCardType(CardAt(address, turn));
       card.typeCode = CardAt(address, turn);

@@ -64,42 +64,6 @@ TEST(ConvertHexStr2Byte, GivesZeroForAnEmptyText) {
   EXPECT_EQ(Convert_HexStr2Byte(""), 0);
 }
 
-// --- classification ---------------------------------------------------------------------------
-
-TEST(GetQListError, ClassifiesByTheFirstByteAlone) {
-  for (int code = 0; code < 256; ++code) {
-    int expected = 0;
-    switch (code) {
-      case 'T':
-        expected = 1;
-        break;
-      case 0x12:
-        expected = 2;
-        break;
-      case '#':
-      case '$':
-        expected = 3;
-        break;
-      case 'N':
-        expected = 4;
-        break;
-      case 'B':
-      case 'C':
-        expected = 6;
-        break;
-      default:
-        break;
-    }
-    const auto first = static_cast<char>(code);
-    EXPECT_EQ(static_cast<int>(GetQListError(QList{first})), expected) << code;
-    EXPECT_EQ(static_cast<int>(GetQListError(QList{first, 'T', 'N'})), expected) << code;
-  }
-}
-
-TEST(GetQListError, Gives5ForAnEmptyList) {
-  EXPECT_EQ(static_cast<int>(GetQListError({})), 5);
-}
-
 // --- to byte lists ----------------------------------------------------------------------------
 
 TEST(ConvertBinBuff2QList, TakesAsManyBytesAsTheFirstSays) {
