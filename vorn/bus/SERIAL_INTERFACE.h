@@ -7,9 +7,9 @@
 #include "vorn/base/QList.h"
 #include "vorn/base/SharedField.h"
 #include "vorn/base/VOQUEUE.h"
+#include "vorn/base/Values.h"
 #include "vorn/bus/CARD_TABLE.h"
 #include "vorn/bus/CardBus.h"
-#include "vorn/config/INTERFACE_DESCRIPTOR.h"
 
 #include <array>
 #include <atomic>

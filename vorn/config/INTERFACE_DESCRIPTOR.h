@@ -1,12 +1,10 @@
 #pragma once
 
 #include "vorn/base/SharedField.h"
+#include "vorn/base/Values.h"
 
 #include <cstdint>
 #include <string>
-
-/// The thread delay in force until a `Speed` element says otherwise: that of 1 %.
-constexpr std::int32_t kDefaultThreadDelayUs = 5000;
 
 /// One TCP interface as configured; its worker keeps a copy of its own.
 struct INTERFACE_DESCRIPTOR {
