@@ -8,7 +8,7 @@
 #include "tests/fuzz/support/Input.h"
 #include "tests/fuzz/support/System.h"
 #include "vorn/base/Budget.h"
-#include "vorn/client/SOCKET_INTERFACE.h"
+#include "vorn/tcp/SOCKET_INTERFACE.h"
 
 #include <algorithm>
 #include <array>

@@ -8,10 +8,10 @@
 #include "tests/fuzz/support/Rack.h"
 #include "vorn/base/Budget.h"
 #include "vorn/bus/SERIAL_INTERFACE.h"
-#include "vorn/client/SOCKET_INTERFACE.h"
 #include "vorn/master/Farewell.h"
 #include "vorn/master/HelpTexts.h"
 #include "vorn/master/VORN.h"
+#include "vorn/tcp/SOCKET_INTERFACE.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -5,12 +5,12 @@
 #include "vorn/base/VOQUEUE.h"
 #include "vorn/bus/CARD_TABLE.h"
 #include "vorn/bus/SERIAL_INTERFACE.h"
-#include "vorn/client/SOCKET_INTERFACE.h"
 #include "vorn/config/CONFIG_DESCRIPTOR.h"
 #include "vorn/master/CAE_INTERPRETER.h"
 #include "vorn/master/DAEMON_CONTROL.h"
 #include "vorn/master/OUT_COMMAND_PARSER.h"
 #include "vorn/master/SignalFlag.h"
+#include "vorn/tcp/SOCKET_INTERFACE.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "tests/unit/client/SocketCalls.h"
+#include "tests/unit/tcp/SocketCalls.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>

@@ -1,5 +1,5 @@
 #include "tests/support/Text.h"
-#include "tests/unit/client/SocketFixture.h"
+#include "tests/unit/tcp/SocketFixture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "vorn/client/SOCKET_INTERFACE.h"
+#include "vorn/tcp/SOCKET_INTERFACE.h"
 
 #include "thread/Pause.h"
 #include "vorn/base/Budget.h"

@@ -1,4 +1,4 @@
-#include "tests/unit/client/SocketFixture.h"
+#include "tests/unit/tcp/SocketFixture.h"
 
 #include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"

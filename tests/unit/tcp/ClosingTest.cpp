@@ -1,5 +1,5 @@
 #include "tests/support/ProcessInfo.h"
-#include "tests/unit/client/SocketFixture.h"
+#include "tests/unit/tcp/SocketFixture.h"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>

@@ -1,5 +1,5 @@
 #include "tests/support/ProcessInfo.h"
-#include "tests/unit/client/SocketFixture.h"
+#include "tests/unit/tcp/SocketFixture.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

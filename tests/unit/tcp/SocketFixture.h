@@ -6,8 +6,8 @@
 #include "tests/support/unit/Folder.h"
 #include "tests/support/unit/Gate.h"
 #include "tests/support/unit/StubPauses.h"
-#include "tests/unit/client/SocketCalls.h"
-#include "vorn/client/SOCKET_INTERFACE.h"
+#include "tests/unit/tcp/SocketCalls.h"
+#include "vorn/tcp/SOCKET_INTERFACE.h"
 
 #include <gtest/gtest.h>
 
