@@ -117,7 +117,14 @@ void TCP_CLIENT::SendAndWaitUntilRead(std::string_view text) {
 bool TCP_CLIENT::IsAllRead() const {
   int onTheWay = 0;  // not acknowledged: perhaps not in the daemon's buffer yet
   ioctl(m_socket, SIOCOUTQ, &onTheWay);
-  return onTheWay == 0 && UnreadBytes(m_port, m_localPort) == 0;
+  return onTheWay == 0 && support::UnreadBytes(m_port, m_localPort) == 0;
+}
+
+std::size_t TCP_CLIENT::UnreadBytes() const {
+  int onTheWay = 0;
+  ioctl(m_socket, SIOCOUTQ, &onTheWay);
+  const long unread = support::UnreadBytes(m_port, m_localPort);
+  return static_cast<std::size_t>(onTheWay) + static_cast<std::size_t>(std::max(unread, 0L));
 }
 
 std::size_t TCP_CLIENT::TrySend(std::string_view text) const {

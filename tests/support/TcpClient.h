@@ -41,6 +41,9 @@ class TCP_CLIENT {
 
   /// The daemon has read all that was sent.
   bool IsAllRead() const;
+  /// So many bytes it has not read; those of a connection that is over, or not accepted, do not
+  /// count.
+  std::size_t UnreadBytes() const;
 
   /// Sends as much as the connection takes without waiting; the number of bytes taken.
   std::size_t TrySend(std::string_view text) const;
