@@ -21,7 +21,7 @@ using fuzz::Require;
 
 /// A frame without its length byte is 38 bytes at most: that is what the cards' buffers hold.
 constexpr std::size_t kLongestBody = 38;
-constexpr std::size_t kConsoleLimit = 294912;  // bytes of message, one more for each
+constexpr std::size_t kConsoleLimit = 327680;  // bytes of message, one more for each
 constexpr std::size_t kLongestReport = 2000;
 
 // --- what the manual says -----------------------------------------------------------------------

@@ -83,10 +83,10 @@ constexpr std::array<BUDGET_ROW, 12> kBudget = {{
     {MARK::kCopiesAreNotMade,        QUEUE_KIND::kMonOutput,    1, 208,
      "copies for a MON client",
      "further ones are not made, and the log says so"},
-    {MARK::kReportsAreNotMade,       QUEUE_KIND::kCaeOutput,    1, 288,
+    {MARK::kReportsAreNotMade,       QUEUE_KIND::kCaeOutput,    1, 320,
      "messages for the operator",
      "further reports of refused IO commands are not made, and the log says so"},
-    {MARK::kOperatorWaitsForAnswers, QUEUE_KIND::kCaeOutput,    1, 304,
+    {MARK::kOperatorWaitsForAnswers, QUEUE_KIND::kCaeOutput,    1, 336,
      "the same, where they are answers",
      "the master loop takes no CAE command; when the operator has gone, his commands run without an answer, and the log says so"},
 }};

@@ -14,7 +14,7 @@ constexpr std::size_t kMega = 1024 * 1024;
 TEST(Budget, AMarkStandsAtItsShares) {
   EXPECT_EQ(BytesAt(MARK::kMachineIsHeldBack), 40U * 1024);
   EXPECT_EQ(BytesAt(MARK::kBusIsBehind), 4U * 1024);
-  EXPECT_EQ(BytesAt(MARK::kOperatorWaitsForAnswers), 304U * 1024);
+  EXPECT_EQ(BytesAt(MARK::kOperatorWaitsForAnswers), 336U * 1024);
 }
 
 TEST(Budget, HasARowForEachMarkAndThoseOfOneQueueStandTogetherAndRise) {

@@ -423,8 +423,8 @@ TEST_F(OutCommandParser, OtherExceptionsPassTheGuard) {
 
 // --- an operator who never comes ----------------------------------------------------------------
 
-TEST_F(OutCommandParser, ReportsOfRefusedCommandsEndWhere288KibWaitAndTheLogSaysSoOnce) {
-  constexpr std::size_t kMark = 288 * 1024;
+TEST_F(OutCommandParser, ReportsOfRefusedCommandsEndWhere320KibWaitAndTheLogSaysSoOnce) {
+  constexpr std::size_t kMark = 320 * 1024;
   const FOLDER folder;
   logger.SetFileName(folder.File("log"));
   std::size_t refused = 0;
