@@ -16,6 +16,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -147,6 +148,9 @@ class NETWORK : public fuzz::SYSTEM {
       return;
     }
     const std::string message = fuzz::TextOf(m_input.DeQueue());
+    if (m_received.empty()) {
+      Expect(std::exchange(m_rest, {}));  // its time is over
+    }
     Require(!m_received.empty() && message == m_received.front(), "a read is a message", message);
     m_received.pop_front();
   }
@@ -157,6 +161,8 @@ class NETWORK : public fuzz::SYSTEM {
       return false;
     }
     m_segments.clear();
+    m_rest.clear();
+    m_streams = false;
     m_left = false;
     m_stalled = false;
     if (m_role.greeting[0] != '\0') {
@@ -168,40 +174,54 @@ class NETWORK : public fuzz::SYSTEM {
   bool IsReadable(int) override { return m_left || !m_segments.empty(); }
   bool HasLeft(int) override { return m_left; }
 
-  ssize_t Peek(int, char* bytes, std::size_t count) override {
-    Require(count == kLongestRead, "a read has room for 255");
+  ssize_t Peek(int, char*, std::size_t) override { return m_segments.empty() ? 0 : 1; }
+
+  ssize_t Receive(int, char* bytes, std::size_t count) override {
     Require(m_input.Bytes() < m_role.inputLimit || m_left, "a client is held back");
+    if (count == kLongestRead) {
+      Expect(std::exchange(m_rest, {}));  // its time is over
+    }
+    Require(count == kLongestRead - m_rest.size(), "a message has room for 255");
     if (m_segments.empty()) {
+      Expect(std::exchange(m_rest, {}));
       if (!m_expected.empty()) {
         m_expected.pop_front();  // the one whose write tells that the client has left
       }
       return 0;
     }
-    const std::string seen = m_segments.front().substr(0, count);
-    std::copy(seen.begin(), seen.end(), bytes);
-    return static_cast<ssize_t>(seen.size());
-  }
-
-  ssize_t Receive(int, char* bytes, std::size_t count) override {
     std::string& segment = m_segments.front();
-    const std::string read = segment.substr(0, kLongestRead).substr(0, EndOfRead(segment));
-    Require(count == read.size(), "a read takes what there is, and, if it is full, whole lines");
+    const std::string read = segment.substr(0, count);
     std::copy(read.begin(), read.end(), bytes);
     segment.erase(0, read.size());
     if (segment.empty()) {
       m_segments.pop_front();
     }
-    if (m_role.name != std::string("MON")) {
-      m_received.push_back(m_binary ? read.substr(1, static_cast<std::uint8_t>(read[0]))
-                                    : read.substr(0, read.find('\0')));
-    }
+    Take(read);
     return static_cast<ssize_t>(read.size());
   }
 
-  std::size_t EndOfRead(const std::string& segment) const {
-    const std::size_t last = segment.substr(0, kLongestRead).rfind(kSeparator);
-    return m_binary || segment.size() < kLongestRead || last == std::string::npos ? kLongestRead
-                                                                                  : last + 2;
+  /// What is read becomes a message; of 255 bytes, what ends with a line. What ends in mid-line
+  /// soon after such a read may wait.
+  void Take(const std::string& read) {
+    m_rest += read;
+    const std::size_t last = m_rest.rfind(kSeparator);
+    if (m_binary) {
+      Expect(std::exchange(m_rest, {}));
+    } else if (m_rest.size() == kLongestRead) {
+      const std::size_t end = last == std::string::npos ? kLongestRead : last + 2;
+      Expect(m_rest.substr(0, end));
+      m_rest.erase(0, end);
+      m_streams = true;
+    } else if (!m_streams || (last != std::string::npos && last + 2 == m_rest.size())) {
+      Expect(std::exchange(m_rest, {}));
+    }
+  }
+
+  void Expect(const std::string& message) {
+    if (!message.empty() && m_role.name != std::string("MON")) {
+      m_received.push_back(m_binary ? message.substr(1, static_cast<std::uint8_t>(message[0]))
+                                    : message.substr(0, message.find('\0')));
+    }
   }
 
   ssize_t Send(int, const char* bytes, std::size_t count) override {
@@ -229,7 +249,9 @@ class NETWORK : public fuzz::SYSTEM {
   const bool m_binary;
   const bool m_runsTogether;
   std::deque<std::string> m_segments;  // on their way to the worker
-  std::deque<std::string> m_received;  // read by it
+  std::deque<std::string> m_received;  // to be queued by it
+  std::string m_rest;                  // read by it and, perhaps, kept for the next message
+  bool m_streams = false;              // there was a full read
   std::deque<std::string> m_expected;  // to be written by it
   std::size_t m_offset = 0;            // of the first of them, so much is
   std::size_t m_takes = kLongestSend;

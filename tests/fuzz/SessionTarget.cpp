@@ -345,8 +345,12 @@ class SESSION : public fuzz::BUS {
   bool HasLeft(int port) override { return m_clients[port].left; }
   void OnClosed(int port) override { m_clients[port].served = false; }
 
-  ssize_t Peek(int port, char* bytes, std::size_t count) override {
-    const CLIENT& client = m_clients[port];
+  ssize_t Peek(int port, char*, std::size_t) override {
+    return m_clients[port].segments.empty() ? 0 : 1;
+  }
+
+  ssize_t Receive(int port, char* bytes, std::size_t count) override {
+    CLIENT& client = m_clients[port];
     if (client.reset) {
       errno = ECONNRESET;
       return -1;
@@ -354,13 +358,6 @@ class SESSION : public fuzz::BUS {
     if (client.segments.empty()) {
       return 0;
     }
-    const std::string seen = client.segments.front().substr(0, count);
-    std::copy(seen.begin(), seen.end(), bytes);
-    return static_cast<ssize_t>(seen.size());
-  }
-
-  ssize_t Receive(int port, char* bytes, std::size_t count) override {
-    CLIENT& client = m_clients[port];
     std::string& segment = client.segments.front();
     const std::string read = segment.substr(0, count);
     std::copy(read.begin(), read.end(), bytes);
@@ -369,7 +366,7 @@ class SESSION : public fuzz::BUS {
       client.segments.pop_front();
     }
     if (port == kIo) {
-      m_copies.insert(read.substr(0, read.find('\0')) + '\r');
+      m_ioBytes += read;
     }
     return static_cast<ssize_t>(read.size());
   }
@@ -437,9 +434,12 @@ class SESSION : public fuzz::BUS {
         stream.substr(7, 3) == kEnd) {
       lengths.push_back(10);
     }
-    for (const std::string& copy : m_copies) {
-      if (stream.starts_with(copy)) {
-        lengths.push_back(copy.size());
+    // Any piece of what IO has sent, with the closing carriage return.
+    constexpr std::size_t kLongestCopy = 256;
+    for (std::size_t end = stream.find('\r'); end < kLongestCopy;
+         end = stream.find('\r', end + 1)) {
+      if (m_ioBytes.find(stream.substr(0, end)) != std::string::npos) {
+        lengths.push_back(end + 1);
       }
     }
     return lengths;
@@ -496,7 +496,7 @@ class SESSION : public fuzz::BUS {
   SIGNAL_FLAG m_signal{kNoSignal};
   std::deque<std::string> m_steps;
   std::map<int, CLIENT> m_clients;
-  std::set<std::string> m_copies;  // what MON may receive of IO's input
+  std::string m_ioBytes;  // all that IO has sent
   std::deque<std::string> m_replies;
   std::string m_inputs = std::string(6, '\0');
   std::uint8_t m_turn = 0;

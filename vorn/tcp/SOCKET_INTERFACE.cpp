@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <string_view>
 #include <utility>
 
 namespace {
@@ -68,6 +67,12 @@ constexpr unsigned int kPauseAfterConstruction = 50000;  // Sleep units: 5 ms
 constexpr std::size_t kReceiveLimit = 255;
 constexpr std::size_t kSendBufferSize = 256;
 constexpr std::size_t kBinaryMessageLimit = 255;
+
+/// For so long after a full read the client is taken for one that streams: a read that ends in
+/// mid-line was cut by the network, and the rest of the line is on its way. Counted in passes, of
+/// at least the least.
+constexpr std::int32_t kStreamUs = 200'000;
+constexpr std::int32_t kLeastPassUs = 100;
 
 /// What a client can have sent ahead while it is held back, in the kernel's buffer: enough for a
 /// terminal and a controller program, little to read at once when the client leaves.
@@ -326,6 +331,7 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
     return INPUT::kGoesOn;
   }
   if (ready == 0 || !FD_ISSET(client, &readable)) {
+    AwaitRestOfLine();
     return INPUT::kGoesOn;
   }
   const INTERFACE_ROLE& role = RoleOf(m_descriptor.name);
@@ -341,61 +347,76 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
 /// For a client that has left: what it has sent last is not taken any more.
 SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::LeaveUnread() {
   std::uint8_t byte = 0;
-  if (recv(m_client.Get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) > 0) {
+  if (!m_rest.empty() || recv(m_client.Get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) > 0) {
     LogError("too many messages wait from " + m_descriptor.name +
              " interface, the rest of its client's is lost");
   }
   return INPUT::kEnd;
 }
 
-/// Looks first, then takes: a read that is full ends behind a line.
+/// One read, of at most what fits a message with what was kept of the one before.
 SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
-  std::array<std::uint8_t, kReceiveLimit + 1> buffer{};
+  std::array<char, kReceiveLimit> buffer{};
   // The readiness is advice: without MSG_DONTWAIT a read that finds nothing would hold the worker.
-  ssize_t count = recv(m_client.Get(), buffer.data(), kReceiveLimit, MSG_DONTWAIT | MSG_PEEK);
-  if (count > 0) {
-    const std::size_t taken =
-        EndOfLines(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(count));
-    buffer.fill(0);
-    count = recv(m_client.Get(), buffer.data(), taken, MSG_DONTWAIT);
-  }
+  const ssize_t count =
+      recv(m_client.Get(), buffer.data(), buffer.size() - m_rest.size(), MSG_DONTWAIT);
   if (count < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
     return INPUT::kGoesOn;
   }
   if (count <= 0) {
+    QueueInput(std::exchange(m_rest, {}));
     return INPUT::kEnd;
   }
-  if (!RoleOf(m_descriptor.name).inputDiscarded) {
-    QueueInput(buffer.data(), static_cast<std::size_t>(count));
-  }
+  m_rest.append(buffer.data(), static_cast<std::size_t>(count));
+  const std::size_t length = EndOfMessage();
+  QueueInput(m_rest.substr(0, length));
+  m_rest.erase(0, length);
   return INPUT::kGoesOn;
 }
 
-/// How much of what is there one read takes. Where 255 bytes are, in text mode, all up to behind
-/// the last separator, found from the front as lines are cut; else all of it.
-std::size_t SOCKET_INTERFACE::EndOfLines(const char* bytes, std::size_t count) const {
-  const std::string_view text(bytes, count);
+/// How much of what was read is the next message: all of it, but in text mode of 255 bytes what
+/// ends behind the last separator, found from the front as lines are cut; and nothing where a
+/// client that streams is in mid-line.
+std::size_t SOCKET_INTERFACE::EndOfMessage() {
   const std::string& separator = m_descriptor.inpSeparator;
-  if (m_transferMode != kTextMode || count < kReceiveLimit || separator.empty()) {
-    return count;
+  if (m_transferMode != kTextMode || separator.empty()) {
+    return m_rest.size();
   }
   std::size_t end = 0;
-  for (std::size_t at = text.find(separator); at != std::string_view::npos;
-       at = text.find(separator, end)) {
+  for (std::size_t at = m_rest.find(separator); at != std::string::npos;
+       at = m_rest.find(separator, end)) {
     end = at + separator.size();
   }
-  return end > 0 ? end : count;
+  if (m_rest.size() == kReceiveLimit) {
+    m_streamPasses = kStreamUs / std::max(kLeastPassUs, m_descriptor.threadDelayUs.Get());
+    return end > 0 ? end : m_rest.size();
+  }
+  return m_streamPasses > 0 && end < m_rest.size() ? 0 : m_rest.size();
 }
 
-/// Makes one message of one read; `bytes` holds a zero byte after its `count`.
-void SOCKET_INTERFACE::QueueInput(const std::uint8_t* bytes, std::size_t count) {
+/// In a pass in which nothing came: a stream is over when nothing has come for a while, and its
+/// last line then is what there is of it.
+void SOCKET_INTERFACE::AwaitRestOfLine() {
+  if (m_streamPasses > 0 && --m_streamPasses > 0) {
+    return;
+  }
+  QueueInput(std::exchange(m_rest, {}));
+}
+
+/// Makes a message of what was read, if that is anything, and if anybody reads it.
+void SOCKET_INTERFACE::QueueInput(const std::string& bytes) {
+  if (bytes.empty() || RoleOf(m_descriptor.name).inputDiscarded) {
+    return;
+  }
   if (m_transferMode == kTextMode) {
-    m_inputQueue.ToQueue(Convert_CharBuff2QList(reinterpret_cast<const char*>(bytes)));
+    m_inputQueue.ToQueue(Convert_CharBuff2QList(bytes.c_str()));
     return;
   }
   // The announced length, but never more than came.
-  const std::size_t length = std::min<std::size_t>(bytes[0], count - 1);
-  m_inputQueue.ToQueue(QList(bytes + 1, bytes + 1 + length));
+  const std::size_t length =
+      std::min<std::size_t>(static_cast<std::uint8_t>(bytes[0]), bytes.size() - 1);
+  m_inputQueue.ToQueue(
+      QList(bytes.begin() + 1, bytes.begin() + 1 + static_cast<std::ptrdiff_t>(length)));
 }
 
 // --- output -------------------------------------------------------------------------------------
@@ -514,6 +535,8 @@ void SOCKET_INTERFACE::CloseSockets() {
   m_listener.Close();
   m_client.Close();
   m_tornMessage = false;
+  m_rest.clear();
+  m_streamPasses = 0;
   m_reconnectCounter = 0;
 }
 

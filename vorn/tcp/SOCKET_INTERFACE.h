@@ -103,8 +103,9 @@ class SOCKET_INTERFACE final : public CThread {
   INPUT ReadClient();
   INPUT Receive();
   INPUT LeaveUnread();
-  std::size_t EndOfLines(const char* bytes, std::size_t count) const;
-  void QueueInput(const std::uint8_t* bytes, std::size_t count);
+  std::size_t EndOfMessage();
+  void AwaitRestOfLine();
+  void QueueInput(const std::string& bytes);
   void WriteNextMessage(bool clientLeft);
   bool WriteMessage(const QList& message);
   bool SendAll(const std::string& bytes);
@@ -126,7 +127,10 @@ class SOCKET_INTERFACE final : public CThread {
   SHARED_FIELD<std::int32_t> m_reconnectCounter = 0;
   /// Of the input queue: those before it came over connections that are over.
   SHARED_FIELD<VOQUEUE::NUMBER> m_firstMessage = 0;
-  bool m_tornMessage = false;  // a write failed in mid-message; the worker's thread only
+  // Of the input, the worker's thread only.
+  std::string m_rest;               // read, and kept for the next message; under 255 bytes
+  std::int32_t m_streamPasses = 0;  // for so many more the client is taken for one that streams
+  bool m_tornMessage = false;       // a write failed in mid-message; the worker's thread only
   VOQUEUE m_outputQueue;
   VOQUEUE& m_inputQueue;
   SHARED_FIELD<TRANSFER_MODE> m_transferMode = kTextMode;

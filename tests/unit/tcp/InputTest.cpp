@@ -83,6 +83,32 @@ TEST_F(SocketInterface, EndsAFullReadBehindTheLastLineInIt) {
   }
 }
 
+TEST_F(SocketInterface, WaitsForTheRestOfALineThatAStreamIsCutIn) {
+  TCP_CLIENT client = StartWithClient();
+  m_worker->SetThreadDelayUs(5000);  // passes enough
+  const std::string full = std::string(253, 'x') + "\r\n";
+  SendToBeReadTogether(client, full + "a5b1");
+  EXPECT_EQ(NextInput(), full);
+  client.SendAndWaitUntilRead("dFB\r\n");
+  EXPECT_EQ(NextInput(), "a5b1dFB\r\n");
+  // Whole lines are taken at once, and kept apart.
+  client.SendAndWaitUntilRead("EXIT\r\n");
+  EXPECT_EQ(NextInput(), "EXIT\r\n");
+}
+
+TEST_F(SocketInterface, TakesHalfALineOfAStreamAsItIsWhenNothingFollowsOrTheClientLeaves) {
+  TCP_CLIENT client = StartWithClient();
+  const std::string full = std::string(253, 'x') + "\r\n";
+  for (const bool leaves : {false, true}) {
+    SendToBeReadTogether(client, full + "line\r\nhalf");
+    if (leaves) {
+      client.Close();
+    }
+    EXPECT_EQ(NextInput(), full);
+    EXPECT_EQ(NextInput(), "line\r\nhalf");
+  }
+}
+
 TEST_F(SocketInterface, FindsTheSeparatorsOfAFullReadFromItsFrontAsLinesAreCut) {
   m_separator = "aa";
   TCP_CLIENT client = StartWithClient();
