@@ -34,10 +34,10 @@ struct ROLE {
   std::size_t inputLimit;  // bytes of message, one more for each
 };
 constexpr std::array<ROLE, 4> kRoles = {{
-    {"CAE", "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n", 1024},
+    {"CAE", "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n", 4096},
     {"IO", "VORN IO interface is ready\r\n", 40960},
-    {"MON", "VORN MON interface is ready\r\n", 1024},
-    {"other", "", 1024},
+    {"MON", "VORN MON interface is ready\r\n", 4096},
+    {"other", "", 4096},
 }};
 
 class NETWORK : public fuzz::SYSTEM {

@@ -52,8 +52,8 @@ QList ActionRequest(std::uint8_t address, std::uint8_t action) {
   return Body({request::kParameter, address, request::kWrite, action});
 }
 
-bool IsPoll(const QList& body) {
-  return BeginsWith(body, request::kPoll);
+bool IsQuestion(const QList& body) {
+  return BeginsWith(body, request::kPoll) || BeginsWith(body, request::kIdentification);
 }
 
 bool IsSlow(const QList& body) {

@@ -90,7 +90,8 @@ QList WriteRequest(std::uint8_t address, const PARAMETER& parameter, std::uint8_
 QList ReadRequest(std::uint8_t address, const PARAMETER& parameter, std::uint8_t channel);
 QList ActionRequest(std::uint8_t address, std::uint8_t action);
 
-bool IsPoll(const QList& body);
+/// A poll or a request to identify: another one asks for the same.
+bool IsQuestion(const QList& body);
 /// The controller asks all cards, or wakes up: its reply may take twice the time of others.
 bool IsSlow(const QList& body);
 

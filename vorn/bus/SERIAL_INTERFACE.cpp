@@ -84,9 +84,13 @@ void SERIAL_INTERFACE::Connect() {
     sleepsec(kPauseAfterFailureS);
     return;
   }
-  m_isLossTold = false;
+  m_hasCarriedPass = false;
+  m_isServing = !m_isLostInOnePass;
   if (m_autoDiscover) {
-    m_busQueues[kGeneralQueue].ToQueue(bus::IdentificationRequest());
+    // One that waits since the link was lost before is enough.
+    if (m_questionsWaiting.at(kGeneralQueue) == 0) {
+      QueueQuestion(kGeneralQueue, bus::IdentificationRequest());
+    }
     sleepsec(kPauseAfterConnectS);
   }
 }
@@ -97,6 +101,8 @@ void SERIAL_INTERFACE::ServeBusQueues() {
       return;
     }
   }
+  m_hasCarriedPass = true;
+  m_isServing = true;
 }
 
 /// At most one frame, so that no card can starve the others. An empty request is answered and is no
@@ -108,7 +114,7 @@ bool SERIAL_INTERFACE::ServeBusQueue(std::size_t number) {
   for (std::size_t left = queue.Size(); left > 0 && !isFrame; --left) {
     QList body = queue.DeQueue();
     isFrame = !body.empty();
-    ForgetPoll(number, body);
+    ForgetQuestion(number, body);
     if (!Exchange(std::move(body))) {
       return false;
     }
@@ -142,17 +148,24 @@ void SERIAL_INTERFACE::QueuePollFrames() {
       polled = card.stateWord == kInputCard && card.pollFlag != 0;
       return polled ? card.pollFrame : QList();
     });
-    if (polled && m_pollsWaiting.at(address) < kMostPollsWaiting) {
-      ++m_pollsWaiting.at(address);
-      m_busQueues.at(address).ToQueue(frame);
+    const std::size_t waiting = m_questionsWaiting.at(address);
+    const bool isFull = m_busQueues.at(address).Bytes() >= BytesAt(MARK::kBusIsBehind);
+    if (polled && waiting < (isFull ? 1 : kMostPollsWaiting)) {
+      QueueQuestion(address, frame);
     }
   }
 }
 
-/// For a message that has left its queue.
-void SERIAL_INTERFACE::ForgetPoll(std::size_t number, const QList& body) {
-  std::atomic<std::size_t>& waiting = m_pollsWaiting.at(number);
-  if (bus::IsPoll(body) && waiting > 0) {
+/// For a request of which one that waits is enough.
+void SERIAL_INTERFACE::QueueQuestion(std::size_t number, const QList& body) {
+  ++m_questionsWaiting.at(number);
+  m_busQueues.at(number).ToQueue(body);
+}
+
+/// For a message that has left its queue. Those that somebody else has queued are not counted.
+void SERIAL_INTERFACE::ForgetQuestion(std::size_t number, const QList& body) {
+  std::atomic<std::size_t>& waiting = m_questionsWaiting.at(number);
+  if (bus::IsQuestion(body) && waiting > 0) {
     --waiting;
   }
 }
@@ -161,7 +174,7 @@ void SERIAL_INTERFACE::ForgetPoll(std::size_t number, const QList& body) {
 
 void SERIAL_INTERFACE::QueueRequest(std::size_t number, QList body) {
   VOQUEUE& queue = m_busQueues.at(number);
-  if (m_linkStatus == kControllerFound) {
+  if (m_isServing) {
     queue.ToQueue(std::move(body));
     return;
   }
@@ -171,7 +184,7 @@ void SERIAL_INTERFACE::QueueRequest(std::size_t number, QList body) {
   const std::vector<QList> dropped =
       queue.ToQueueLatest(std::move(body), BytesAt(MARK::kBusIsBehind));
   for (const QList& request : dropped) {
-    ForgetPoll(number, request);
+    ForgetQuestion(number, request);
   }
   if (!dropped.empty() && !m_isLossTold.Exchange(true)) {
     m_logger.WriteLog(kErr, "too many messages wait for the card bus, the oldest are lost");
@@ -179,9 +192,9 @@ void SERIAL_INTERFACE::QueueRequest(std::size_t number, QList body) {
 }
 
 bool SERIAL_INTERFACE::IsBehind() {
-  return m_linkStatus == kControllerFound &&
-         std::any_of(m_busQueues.begin(), m_busQueues.end(),
-                     [](VOQUEUE& queue) { return queue.Bytes() >= BytesAt(MARK::kBusIsBehind); });
+  return m_isServing && std::any_of(m_busQueues.begin(), m_busQueues.end(), [](VOQUEUE& queue) {
+           return queue.Bytes() >= BytesAt(MARK::kBusIsBehind);
+         });
 }
 
 // --- the exchange -------------------------------------------------------------------------------

@@ -77,10 +77,11 @@ class SERIAL_INTERFACE final : public CThread {
   void Terminate() { StopAndJoin(); }
 
   VOQUEUE& BusQueue(std::size_t number) { return m_busQueues.at(number); }
-  /// Puts a request body into bus queue `number`. Without a link, where more waits in that queue
-  /// than may, its oldest go, which the log tells once for each absence. Master loop's thread.
+  /// Puts a request body into bus queue `number`. Without a link that serves, where more waits in
+  /// that queue than may, its oldest go, which the log tells once for each absence. Master loop's
+  /// thread.
   void QueueRequest(std::size_t number, QList body);
-  /// There is a link, and so much waits in one of the bus queues that who fills them has to wait.
+  /// The link serves, and so much waits in one of the bus queues that who fills them has to wait.
   bool IsBehind();
   bool Polling() const { return m_polling; }
   void SetPolling(bool on) { m_polling = on; }
@@ -102,7 +103,8 @@ class SERIAL_INTERFACE final : public CThread {
   void ServeBusQueues();
   bool ServeBusQueue(std::size_t number);
   void QueuePollFrames();
-  void ForgetPoll(std::size_t number, const QList& body);
+  void QueueQuestion(std::size_t number, const QList& body);
+  void ForgetQuestion(std::size_t number, const QList& body);
 
   bool InitFixedPath();
   bool InitSearch();
@@ -138,9 +140,16 @@ class SERIAL_INTERFACE final : public CThread {
   std::uint32_t m_receiveCount = 0;  // bytes of the present reply, those not kept included
   std::array<std::uint8_t, kReceiveBufferSize> m_receiveBuffer{};
   std::array<VOQUEUE, kBusQueues> m_busQueues;
-  /// Polls that wait in each bus queue. Atomic: the master loop counts those that it drops.
-  std::array<std::atomic<std::size_t>, kBusQueues> m_pollsWaiting{};
-  SHARED_FIELD<bool> m_isLossTold = false;  // of requests, since there was a link
+  /// Questions (polls, and requests to identify) that wait in each bus queue. Atomic: the master
+  /// loop counts those that it drops.
+  std::array<std::atomic<std::size_t>, kBusQueues> m_questionsWaiting{};
+  /// There is a link, and the one before it was not lost in its first pass, or this one has carried
+  /// a whole pass: one that is lost in each pass, since a card does not answer any more, is as good
+  /// as none to the other cards.
+  SHARED_FIELD<bool> m_isServing = false;
+  bool m_hasCarriedPass = false;            // the link, if there is one
+  bool m_isLostInOnePass = false;           // the one before it was
+  SHARED_FIELD<bool> m_isLossTold = false;  // of requests, since the link has served
   BACKLOG m_lineBacklog;                    // in the inbound queue
   CARD_TABLE& m_cards;
   SHARED_FIELD<bool> m_polling;

@@ -101,7 +101,13 @@ bool SERIAL_INTERFACE::OpenPort() {
 
 void SERIAL_INTERFACE::LoseLink() {
   m_port.Close();
+  if (m_linkStatus == kControllerFound) {
+    m_isLostInOnePass = !m_hasCarriedPass;
+  }
   m_linkStatus = kNotConnected;
+  if (m_isServing.Exchange(false)) {
+    m_isLossTold = false;
+  }
 }
 
 bool SERIAL_INTERFACE::SetSerialParams() {

@@ -74,8 +74,9 @@ constexpr std::size_t kBinaryMessageLimit = 255;
 constexpr std::int32_t kStreamUs = 200'000;
 constexpr std::int32_t kLeastPassUs = 100;
 
-/// What a client can have sent ahead while it is held back, in the kernel's buffer: enough for a
-/// terminal and a controller program, little to read at once when the client leaves.
+/// What a client that is held back can have sent ahead into this machine's kernel, which doubles
+/// the number: enough for a terminal and a controller program, little to read at once when the
+/// client leaves. What is more waits in the client's own kernel.
 constexpr int kReceiveBufferBytes = 16384;
 
 // A peer that lost its power, or that no longer reads, is given up within a minute: it holds the
@@ -523,7 +524,7 @@ void SOCKET_INTERFACE::MarkClosedByCommand() {
 }
 
 bool SOCKET_INTERFACE::IsLeftBehind(VOQUEUE::NUMBER number) const {
-  return static_cast<std::int32_t>(number - m_firstMessage) < 0;  // numbers wrap around
+  return number < m_firstMessage;
 }
 
 /// The listener first: a client that connected between the two closes would be left half open.

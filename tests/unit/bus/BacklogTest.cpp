@@ -150,6 +150,7 @@ TEST_F(SerialBacklog, ACardWhoseClientKeepsSendingEmptyRequestsIsPolledAsOftenAs
 
 TEST_F(SerialBacklog, WithALinkItIsBehindFrom4KibInAQueueOnAndDropsNothing) {
   SERIAL_INTERFACE& worker = Connect();
+  worker.OnTask();  // the link serves
   for (const std::size_t number :
        {std::size_t{0}, std::size_t{15}, SERIAL_INTERFACE::kGeneralQueue}) {
     std::size_t queued = 0;
@@ -192,10 +193,46 @@ TEST_F(SerialBacklog, WithoutALinkAQueueKeepsTheLatestThatFitAndTheLogSaysSoOnce
       worker.OnTask();
     }
     ASSERT_EQ(worker.LinkStatus(), kControllerFound);
+    worker.OnTask();  // it serves
     worker.QueueRequest(5, HexList("10 05"));
     worker.OnTask();
     ASSERT_EQ(worker.LinkStatus(), kNotConnected);
   }
+}
+
+TEST_F(SerialBacklog, ALinkThatACardCostsInEachPassIsNoneToTheOthers) {
+  SERIAL_INTERFACE& worker = Connect({.polling = true, .autoDiscover = true});
+  MakePolled(3, "20 03 02");
+  line.AnswerWith(
+      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
+  worker.OnTask();  // carries nothing, and so a whole pass; queues a poll
+  constexpr std::size_t kPasses = 60;
+  for (std::size_t pass = 0; pass < kPasses; ++pass) {
+    worker.OnTask();
+    for (std::size_t i = 0; i < 50; ++i) {
+      worker.QueueRequest(5, Numbered(i));
+      ASSERT_FALSE(worker.IsBehind());
+    }
+  }
+  EXPECT_GT(line.Requests().size(), kPasses);
+  EXPECT_EQ(worker.BusQueue(5).Size(), 4096U / 10);
+  // The cards are asked for once, however often the link was made.
+  EXPECT_EQ(TakeAll(worker.BusQueue(SERIAL_INTERFACE::kGeneralQueue)), LINES{"0"});
+  const LINES log = Log();
+  EXPECT_EQ(std::count(log.begin(), log.end(), kOldestLost), 1);
+}
+
+TEST_F(SerialBacklog, OnePollIsQueuedWhereTheQueueIsFullOfOtherRequests) {
+  SERIAL_INTERFACE& worker = Connect({.polling = true});
+  MakePolled(3, "20 03 02");
+  line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
+  for (std::size_t i = 0; i < 1000; ++i) {
+    worker.BusQueue(3).ToQueue(Numbered(i));
+  }
+  for (int pass = 0; pass < 20; ++pass) {
+    worker.OnTask();
+  }
+  EXPECT_EQ(worker.BusQueue(3).Size(), 1000U - 20 + 1);
 }
 
 TEST_F(SerialBacklog, WithoutALinkAnEmptyRequestPushesOutNoFrame) {

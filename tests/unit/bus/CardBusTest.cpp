@@ -17,10 +17,11 @@ TEST(CardBus, MakesTheRequestsThatTheBusKnows) {
   EXPECT_EQ(ToHex(bus::ActionRequest(2, bus::action::kReboot)), "50 02 01 AB");
 }
 
-TEST(CardBus, TellsPollsAndSlowRequestsByTheirFirstByte) {
-  EXPECT_TRUE(bus::IsPoll(bus::PollRequest(3, 2)));
-  EXPECT_FALSE(bus::IsPoll(bus::IdentificationRequest()));
-  EXPECT_FALSE(bus::IsPoll({}));
+TEST(CardBus, TellsQuestionsAndSlowRequestsByTheirFirstByte) {
+  EXPECT_TRUE(bus::IsQuestion(bus::PollRequest(3, 2)));
+  EXPECT_TRUE(bus::IsQuestion(bus::IdentificationRequest()));
+  EXPECT_FALSE(bus::IsQuestion(bus::HandshakeRequest()));
+  EXPECT_FALSE(bus::IsQuestion({}));
   EXPECT_TRUE(bus::IsSlow(bus::IdentificationRequest()));
   EXPECT_TRUE(bus::IsSlow(bus::HandshakeRequest()));
   EXPECT_FALSE(bus::IsSlow(bus::PollRequest(3, 2)));
