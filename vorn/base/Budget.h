@@ -8,11 +8,11 @@
 //
 // The queues count bytes of message (VOQUEUE::Bytes): each message its own bytes and one more. A
 // byte of a byte list takes 32 bytes of memory where pointers have 64 bits, and 16 where they have
-// 32; the one more pays for what holds the list. So all that can wait takes kMostWaitingBytes times
-// 32, or 16: with the program itself it stays under 32 MB, and under 16 MB on the board.
+// 32; the one more pays for what holds the list. So all that can wait takes MostWaitingBytes()
+// times 32, or 16: with the program itself it stays under 32 MB, and under 16 MB on the board.
 
-/// The one number that the others follow from: some ninety commands of an operator, each of which
-/// may take a second. Four of it in a bus queue are worked off within seconds, too.
+/// The one number that the others follow from. Four of it are some four hundred commands of an
+/// operator, each of which may take a second, or some six hundred frames of a bus queue.
 constexpr std::size_t kBudgetShare = 1024;
 
 enum class QUEUE_KIND : std::uint8_t {
@@ -53,7 +53,7 @@ struct BUDGET_ROW {
 // clang-format off
 constexpr std::array<BUDGET_ROW, 12> kBudget = {{
     // mark                          queue                     queues  shares
-    {MARK::kOperatorIsHeldBack,      QUEUE_KIND::kCaeInput,     1,   1,
+    {MARK::kOperatorIsHeldBack,      QUEUE_KIND::kCaeInput,     1,   4,
      "messages from a CAE client",
      "the worker does not read; TCP holds the client back; nothing is lost"},
     {MARK::kLeftOperatorIsCut,       QUEUE_KIND::kCaeInput,     1,  24,

@@ -73,5 +73,5 @@ VOQUEUE::NUMBER VOQUEUE::NextToCome() {
 
 VOQUEUE::NUMBER VOQUEUE::NextToGo() {
   const CScopedLock lock(m_mutex);
-  return m_came - static_cast<NUMBER>(m_messages.size());
+  return m_came - m_messages.size();
 }

@@ -11,15 +11,14 @@
 /// First-in first-out hand-over of byte lists between threads.
 ///
 /// One consumer calls IsEmpty and DeQueue: the test for emptiness and the removal are two critical
-/// sections, so a second consumer would race the first. Most queues have one producer; the serial
-/// inbound queue and the bus queues have two, which is all the same to the queue. There is no bound
-/// here: nothing is refused, and nothing is dropped unless a producer asks for it; the queue counts
-/// what waits in it, and Budget.h has the bounds. The mutex guards every operation and is never
-/// held while calling out.
+/// sections, so a second consumer would race the first. How many producers there are is all the
+/// same to the queue; most have two. There is no bound here: nothing is refused, and nothing is
+/// dropped unless a producer asks for it; the queue counts what waits in it, and Budget.h has the
+/// bounds. The mutex guards every operation and is never held while calling out.
 class VOQUEUE {
  public:
-  /// Messages are numbered in the order they come, from 0 on; the number wraps around.
-  using NUMBER = std::uint32_t;
+  /// Messages are numbered in the order they come, from 0 on.
+  using NUMBER = std::uint64_t;
 
   /// Appends a copy of the message at the back.
   void ToQueue(QList message);
