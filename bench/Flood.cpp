@@ -159,8 +159,8 @@ class VISITORS {
     const CLOCK::time_point end = m_manner.leaves ? std::min(m_end, CLOCK::now() + kVisit) : m_end;
     std::size_t at = 0;
     while (CLOCK::now() < end) {
-      const short events = static_cast<short>(POLLRDHUP | (m_manner.reads ? POLLIN : 0) |
-                                              (m_text.empty() ? 0 : POLLOUT));
+      const auto events = static_cast<short>(POLLRDHUP | (m_manner.reads ? POLLIN : 0) |
+                                             (m_text.empty() ? 0 : POLLOUT));
       pollfd state = {client, events, 0};
       poll(&state, 1, static_cast<int>(kLook.count()));
       if ((state.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) {

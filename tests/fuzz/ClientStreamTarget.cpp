@@ -205,14 +205,12 @@ class NETWORK : public fuzz::SYSTEM {
   void Take(const std::string& read) {
     m_rest += read;
     const std::size_t last = m_rest.rfind(kSeparator);
-    if (m_binary) {
-      Expect(std::exchange(m_rest, {}));
-    } else if (m_rest.size() == kLongestRead) {
+    if (!m_binary && m_rest.size() == kLongestRead) {
       const std::size_t end = last == std::string::npos ? kLongestRead : last + 2;
       Expect(m_rest.substr(0, end));
       m_rest.erase(0, end);
       m_streams = true;
-    } else if (!m_streams || (last != std::string::npos && last + 2 == m_rest.size())) {
+    } else if (m_binary || !m_streams || (last != std::string::npos && last + 2 == m_rest.size())) {
       Expect(std::exchange(m_rest, {}));
     }
   }

@@ -112,10 +112,10 @@ bool SERIAL_INTERFACE::ServeBusQueue(std::size_t number) {
   VOQUEUE& queue = m_busQueues.at(number);
   bool isFrame = false;
   for (std::size_t left = queue.Size(); left > 0 && !isFrame; --left) {
-    QList body = queue.DeQueue();
+    const QList body = queue.DeQueue();
     isFrame = !body.empty();
     ForgetQuestion(number, body);
-    if (!Exchange(std::move(body))) {
+    if (!Exchange(body)) {
       return false;
     }
   }
@@ -123,8 +123,8 @@ bool SERIAL_INTERFACE::ServeBusQueue(std::size_t number) {
 }
 
 /// Sends one request and takes its reply. False when the link is lost; the request is lost with it.
-bool SERIAL_INTERFACE::Exchange(QList body) {
-  const QList reply = Comm2HW(std::move(body));
+bool SERIAL_INTERFACE::Exchange(const QList& body) {
+  const QList reply = Comm2HW(body);
   if (m_closeRequested) {
     return false;
   }
@@ -199,7 +199,7 @@ bool SERIAL_INTERFACE::IsBehind() {
 
 // --- the exchange -------------------------------------------------------------------------------
 
-QList SERIAL_INTERFACE::Comm2HW(QList body) {
+QList SERIAL_INTERFACE::Comm2HW(const QList& body) {
   std::array<std::uint8_t, kReadSize> stale{};
   [[maybe_unused]] const ssize_t discarded = read(m_port.Get(), stale.data(), stale.size());
   if (body.empty()) {

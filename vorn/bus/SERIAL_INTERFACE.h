@@ -66,7 +66,7 @@ class SERIAL_INTERFACE final : public CThread {
   /// One request and its reply: the reply's body, or "TME" when none came in time, or "LCE" for an
   /// empty request, or an empty list for a request that fits no frame (over 254 bytes; nothing is
   /// sent) and for a reply that fits no buffer (over 135 bytes).
-  QList Comm2HW(QList body);
+  QList Comm2HW(const QList& body);
 
   /// Queues an input-change line for each channel whose change flag is set, of the card at the
   /// address in the reply's byte 1. `reply` holds at least two bytes, the address below 16.
@@ -112,7 +112,7 @@ class SERIAL_INTERFACE final : public CThread {
   bool OpenPort();
   void LoseLink();
 
-  bool Exchange(QList body);
+  bool Exchange(const QList& body);
   void SendFrame(const QList& body);
   QList AwaitReply(std::uint32_t readLimit);
   void AppendReceived(const std::uint8_t* bytes, std::size_t count);

@@ -398,10 +398,12 @@ std::size_t SOCKET_INTERFACE::EndOfMessage() {
 /// In a pass in which nothing came: a stream is over when nothing has come for a while, and its
 /// last line then is what there is of it.
 void SOCKET_INTERFACE::AwaitRestOfLine() {
-  if (m_streamPasses > 0 && --m_streamPasses > 0) {
-    return;
+  if (m_streamPasses > 0) {
+    --m_streamPasses;
   }
-  QueueInput(std::exchange(m_rest, {}));
+  if (m_streamPasses == 0) {
+    QueueInput(std::exchange(m_rest, {}));
+  }
 }
 
 /// Makes a message of what was read, if that is anything, and if anybody reads it.

@@ -207,15 +207,15 @@ TEST_F(SocketInterface, HoldsAClientBackWhileItsInputQueueIsLong) {
 }
 
 TEST_F(SocketInterface, HoldsAnIoClientBackOnlyWhere40KibWait) {
-  constexpr std::size_t kWaiting = 40 * 1024 / 8;
-  for (std::size_t i = 0; i < kWaiting - 1; ++i) {
+  constexpr std::size_t kMessages = 40 * 1024 / 8;
+  for (std::size_t i = 0; i < kMessages - 1; ++i) {
     m_input.ToQueue(Message("waiting"));
   }
   TCP_CLIENT client = StartWithClient("IO");
   client.SendAndWaitUntilRead("read at once");
   client.Send("later");
-  EXPECT_FALSE(WaitUntil([&] { return m_input.Size() > kWaiting; }, kSilence));
-  for (std::size_t i = 0; i < kWaiting - 1; ++i) {
+  EXPECT_FALSE(WaitUntil([&] { return m_input.Size() > kMessages; }, kSilence));
+  for (std::size_t i = 0; i < kMessages - 1; ++i) {
     EXPECT_EQ(NextInput(), "waiting");
   }
   EXPECT_EQ(NextInput(), "read at once");
