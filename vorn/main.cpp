@@ -54,7 +54,6 @@ void InstallSignalHandling(SIGNAL_FLAG& flag) {
 
 /// The daemon's life behind the fork; the process's exit status.
 int RunDaemon(SIGNAL_FLAG& signalFlag) {
-  MakeWriteErrorsHarmless();  // the pid file's and the words on it included
   std::ofstream pidFile(kPidPath, std::ios::trunc);
   if (pidFile.fail()) {
     std::cout << "Couldn't open pid file." << std::endl;
@@ -79,6 +78,7 @@ int RunDaemon(SIGNAL_FLAG& signalFlag) {
 
 int main() {
   KeepStandardStreams();
+  MakeWriteErrorsHarmless();  // before the first: the pid file's, and the words on it
   const pid_t child = fork();
   if (child < 0) {
     return EXIT_FAILURE;
