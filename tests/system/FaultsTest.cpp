@@ -243,7 +243,7 @@ TEST_F(Faults, ASlowReaderGetsEveryByte) {
   // Ask until the daemon, with more to write than the connection takes, does not read any more.
   std::string expected;
   bool isStuck = false;
-  for (int i = 0; i < 500 && !isStuck; ++i) {
+  for (int i = 0; i < 10'000 && !isStuck; ++i) {
     client.Send("HELP\r\n");
     expected += CaeReply(kQuickHelp);
     isStuck = !support::WaitUntil([&] { return client.IsAllRead(); }, support::kSilence);
