@@ -29,13 +29,14 @@ int MillisecondsUntil(CLOCK::time_point end) {
 }
 
 /// The socket, connected, or -1.
-int ConnectOnce(int port, const CLIENT_OPTIONS& options) {
+int ConnectOnce(int port, bool smallBuffers) {
   const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (options.smallBuffers) {
+  if (smallBuffers) {
     // The daemon's side takes its own buffer's size from the segment size.
     const int segmentSize = 536;
+    const int bufferSize = 2048;
     setsockopt(client, IPPROTO_TCP, TCP_MAXSEG, &segmentSize, sizeof segmentSize);
-    setsockopt(client, SOL_SOCKET, SO_RCVBUF, &options.bufferSize, sizeof options.bufferSize);
+    setsockopt(client, SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize);
   }
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -53,7 +54,8 @@ int ConnectOnce(int port, const CLIENT_OPTIONS& options) {
 }  // namespace
 
 TCP_CLIENT::TCP_CLIENT(int port, CLIENT_OPTIONS options) : m_port(port) {
-  if (!WaitUntil([&] { return (m_socket = ConnectOnce(port, options)) >= 0; }, options.limit)) {
+  if (!WaitUntil([&] { return (m_socket = ConnectOnce(port, options.smallBuffers)) >= 0; },
+                 options.limit)) {
     throw std::runtime_error("cannot connect to port " + std::to_string(port));
   }
   sockaddr_in own{};
@@ -87,7 +89,7 @@ TCP_CLIENT& TCP_CLIENT::operator=(TCP_CLIENT&& other) noexcept {
 }
 
 bool TCP_CLIENT::IsRefused(int port) {
-  const int client = ConnectOnce(port, {});
+  const int client = ConnectOnce(port, false);
   const bool isRefused = client < 0 && errno == ECONNREFUSED;
   if (client >= 0) {
     close(client);
