@@ -30,7 +30,7 @@ TEST_F(SocketInterface, IsDestroyedRightAfterInit) {
 }
 
 TEST_F(SocketInterface, IsDestroyedInThePauseBeforeAccept) {
-  m_pauses->SetLength(3, support::milliseconds(50));
+  m_pauses->SetLength(3, support::milliseconds(500));
   Start();
   ASSERT_TRUE(m_pauses->WaitUntilBegun(3));
   TCP_CLIENT client = Connect();
