@@ -148,7 +148,8 @@ class VISITORS {
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(m_port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (client.Get() < 0 ||
+        connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
       client.Close();
     }
     return client;
