@@ -206,6 +206,46 @@ TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpWithinAMin
   EndFault();
 }
 
+TEST_F(ClientFaults, AMonitorThatCatchesUpAfterEachPauseLosesNothing) {
+  config.speedPercent = "50";
+  StartForFaults();
+  BeginFault({.touched = {PART::kMon}});
+  mon.reset();
+  ASSERT_TRUE(WaitForLines(Waiting("MON"), 2));
+  TCP_CLIENT pausing(config.mon.port, {.smallBuffers = true});
+  ASSERT_TRUE(pausing.ReadUntil(kMonGreeting).ends_with(kMonGreeting));
+  std::string sent;
+  std::string received;
+  // For an empty slot: nothing goes to the bus, every byte goes to the monitor.
+  const auto traffic = [&](std::chrono::seconds time, bool isRead) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+      const std::string line = "a2b0d" + sim::ToHex(static_cast<std::uint8_t>(i)) +
+                               std::string(isRead ? 3 : 40, '-') + "\n";
+      io->SendAndWaitUntilRead(line);
+      sent += line;
+      received += pausing.Read(isRead ? 4096 : 0, milliseconds(10));
+    }
+  };
+  // A window that is closed, opened, and closed again after more than the half minute.
+  traffic(std::chrono::seconds(3), false);
+  traffic(std::chrono::seconds(32), true);
+  traffic(std::chrono::seconds(3), false);
+  ExpectService();
+  const auto withoutReturns = [&] {
+    std::string text = received;
+    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+    return text;
+  };
+  EXPECT_TRUE(support::WaitUntil([&] {
+    received += pausing.Read(4096, milliseconds(10));
+    return withoutReturns().size() >= sent.size();
+  }));
+  EXPECT_TRUE(withoutReturns().starts_with(sent));  // the service's own lines stand behind it
+  pausing.Close();
+  EndFault();
+}
+
 TEST_F(ClientFaults, AFloodOfRefusedCommandsDoesNotFloodTheLogWhileAnOperatorReads) {
   config.speedPercent = "100";
   StartForFaults();

@@ -163,10 +163,7 @@ TEST_F(Faults, AnswersAreNotHeldBackAndADeadPeerIsNoticedWithinAMinute) {
   const int count = SocketOption(client, IPPROTO_TCP, TCP_KEEPCNT);
   EXPECT_LE(idle + interval * count, 60);
   const int sendSeconds = SocketOption(client, SOL_SOCKET, SO_SNDTIMEO);
-  const int userMilliseconds = SocketOption(client, IPPROTO_TCP, TCP_USER_TIMEOUT);
-  EXPECT_TRUE((sendSeconds > 0 && sendSeconds <= 60) ||
-              (userMilliseconds > 0 && userMilliseconds <= 60'000))
-      << sendSeconds << " s, " << userMilliseconds << " ms";
+  EXPECT_TRUE(sendSeconds > 0 && sendSeconds <= 60) << sendSeconds << " s";
 }
 
 TEST_F(Faults, AClientThatFloodsWhileTheMasterLoopPausesIsHeldBack) {

@@ -5,8 +5,10 @@
 #include "vorn/base/Values.h"
 
 #include <arpa/inet.h>
+#include <linux/sockios.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -79,12 +81,11 @@ constexpr std::int32_t kLeastPassUs = 100;
 /// client leaves. What is more waits in the client's own kernel.
 constexpr int kReceiveBufferBytes = 16384;
 
-// A peer that lost its power, or that no longer reads, is given up within a minute: it holds the
-// only client slot.
+// A peer that lost its power is given up within a minute, as it holds the only client slot: by
+// these where nothing is under way to it, else by the watch over its acknowledgements.
 constexpr int kKeepAliveIdleS = 15;
 constexpr int kKeepAliveIntervalS = 5;
 constexpr int kKeepAliveProbes = 3;
-constexpr unsigned int kUnacknowledgedLimitMs = 30000;
 constexpr timeval kSendTimeout = {10, 0};
 
 template <class T>
@@ -101,7 +102,6 @@ void PrepareClientSocket(int socket) {
   SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleS);
   SetOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalS);
   SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-  SetOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnacknowledgedLimitMs);
   SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, kSendTimeout);
 }
 
@@ -109,6 +109,12 @@ void PrepareClientSocket(int socket) {
 bool HasLeft(int client) {
   pollfd state = {client, POLLRDHUP, 0};
   return poll(&state, 1, 0) > 0;
+}
+
+/// What was written and is not acknowledged yet, in bytes.
+std::uint64_t BytesUnderWay(int client) {
+  int bytes = 0;
+  return ioctl(client, SIOCOUTQ, &bytes) == 0 ? static_cast<std::uint64_t>(bytes) : 0;
 }
 
 bool SelectCanHold(int descriptor) {
@@ -255,6 +261,7 @@ bool SOCKET_INTERFACE::Adopt(FILE_DESCRIPTOR& client) {
     return false;
   }
   m_client = std::move(client);
+  m_delivery.Begin(std::chrono::steady_clock::now());
   const char* const greeting = RoleOf(m_descriptor.name).greeting;
   if (greeting != nullptr && m_client.IsOpen()) {
     m_outputQueue.ToQueue(Convert_String2QList(greeting));
@@ -276,6 +283,7 @@ FILE_DESCRIPTOR SOCKET_INTERFACE::WaitForClient(sockaddr_in& peer) {
 }
 
 void SOCKET_INTERFACE::ServeClient() {
+  WatchDelivery();
   const INPUT input = ReadClient();
   const bool clientLeft = input == INPUT::kEnd && CloseAfterClient();
   // After a failed accept there is nobody to write to: what waits is kept for the next client.
@@ -286,6 +294,17 @@ void SOCKET_INTERFACE::ServeClient() {
   if (input == INPUT::kUnusable || m_tornMessage) {
     CloseAfterClient();
   }
+}
+
+/// Cuts off a client that takes nothing any more. What it has sent before is read to its end.
+void SOCKET_INTERFACE::WatchDelivery() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!m_delivery.IsDue(now) || !m_delivery.IsGivenUp(BytesUnderWay(m_client.Get()), now)) {
+    return;
+  }
+  // What is under way goes with the connection, not into the kernel's own minutes of retries.
+  SetOption(m_client.Get(), SOL_SOCKET, SO_LINGER, linger{1, 0});
+  shutdown(m_client.Get(), SHUT_RDWR);
 }
 
 void SOCKET_INTERFACE::Reopen() {
@@ -472,6 +491,7 @@ bool SOCKET_INTERFACE::SendAll(const std::string& bytes) {
                                std::min(kSendBufferSize, bytes.size() - sent), MSG_NOSIGNAL);
     if (count >= 0) {
       sent += static_cast<std::size_t>(count);
+      m_delivery.Written(static_cast<std::size_t>(count));
     } else if (errno != EINTR) {
       m_tornMessage = sent > 0;
       return false;

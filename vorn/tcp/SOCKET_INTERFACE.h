@@ -8,6 +8,7 @@
 #include "vorn/base/SharedField.h"
 #include "vorn/base/VOQUEUE.h"
 #include "vorn/config/INTERFACE_DESCRIPTOR.h"
+#include "vorn/tcp/DeliveryWatch.h"
 
 #include <netinet/in.h>
 
@@ -106,6 +107,7 @@ class SOCKET_INTERFACE final : public CThread {
   std::size_t EndOfMessage();
   void AwaitRestOfLine();
   void QueueInput(const std::string& bytes);
+  void WatchDelivery();
   void WriteNextMessage(bool clientLeft);
   bool WriteMessage(const QList& message);
   bool SendAll(const std::string& bytes);
@@ -130,7 +132,9 @@ class SOCKET_INTERFACE final : public CThread {
   // Of the input, the worker's thread only.
   std::string m_rest;               // read, and kept for the next message; under 255 bytes
   std::int32_t m_streamPasses = 0;  // for so many more the client is taken for one that streams
-  bool m_tornMessage = false;       // a write failed in mid-message; the worker's thread only
+  // Of the output, the worker's thread only.
+  bool m_tornMessage = false;  // a write failed in mid-message
+  DELIVERY_WATCH m_delivery;
   VOQUEUE m_outputQueue;
   VOQUEUE& m_inputQueue;
   SHARED_FIELD<TRANSFER_MODE> m_transferMode = kTextMode;
