@@ -111,6 +111,12 @@ bool HasLeft(int client) {
   return poll(&state, 1, 0) > 0;
 }
 
+/// The same, and nothing can be written to it any more: not the client that only stopped sending.
+bool IsCutOff(int client) {
+  pollfd state = {client, 0, 0};
+  return poll(&state, 1, 0) > 0 && (state.revents & (POLLERR | POLLHUP)) != 0;
+}
+
 /// What was written and is not acknowledged yet, in bytes.
 std::uint64_t BytesUnderWay(int client) {
   int bytes = 0;
@@ -444,14 +450,15 @@ void SOCKET_INTERFACE::QueueInput(const std::string& bytes) {
 // --- output -------------------------------------------------------------------------------------
 
 /// Writes one waiting message. When the client has just left, that write fails and the message is
-/// lost with it; when the connection was closed by command, what is queued waits for the next
-/// client.
+/// lost with it; until its end has been read, or when the connection was closed by command, what is
+/// queued waits.
 void SOCKET_INTERFACE::WriteNextMessage(bool clientLeft) {
   QList message;
   {
     // Under the lock, so that what is queued after CloseByCommand is never taken here.
     const std::lock_guard lock(m_socketLock);
-    if ((!clientLeft && State() != kConnected) || m_outputQueue.IsEmpty()) {
+    if (m_outputQueue.IsEmpty() ||
+        (!clientLeft && (State() != kConnected || IsCutOff(m_client.Get())))) {
       return;
     }
     message = m_outputQueue.DeQueue();

@@ -1,3 +1,4 @@
+#include "tests/support/ListeningPorts.h"
 #include "tests/support/Text.h"
 #include "tests/unit/tcp/SocketFixture.h"
 
@@ -208,6 +209,35 @@ TEST_F(SocketInterface, SurvivesAClientThatVanished) {
     m_worker->OutputQueue().DeQueue();
   }
   TCP_CLIENT client = ConnectAndGreet();
+}
+
+TEST_F(SocketInterface, LosesOneMessageToAResetHoweverMuchOfTheClientsIsStillUnread) {
+  TCP_CLIENT client = StartWithClient();
+  unit::GATE gate;
+  socketCalls.select.HoldAt(&gate);
+  ASSERT_TRUE(gate.WaitUntilReached());
+  std::string expected;
+  for (int i = 0; i < 40; ++i) {
+    Send(std::to_string(i) + ".");
+    expected += i == 0 ? "" : std::to_string(i) + ".\r";
+  }
+  // Ten reads of it, at least.
+  const std::string commands(2550, 'x');
+  client.Send(commands);
+  ASSERT_TRUE(WaitUntil([&] { return support::UnreadBytes(Port(), client.LocalPort()) == 2550; }));
+  client.Reset();
+  socketCalls.select.HoldAt(nullptr);
+  gate.Open();
+  ASSERT_TRUE(WaitUntilListening(2));
+  EXPECT_EQ(m_log.LinesWith("[ERR]"),
+            (std::vector<std::string>{"[ERR] socket write error on CAE interface"}));
+  std::string read;
+  while (read.size() < commands.size()) {
+    read += NextInput();
+  }
+  EXPECT_EQ(read, commands);
+  TCP_CLIENT other = Connect();
+  EXPECT_TRUE(other.Receives(expected + kCaeGreeting));
 }
 
 TEST_F(SocketInterface, LosesTheMessageOfThePassInWhichTheClientLeft) {
