@@ -74,6 +74,7 @@ TEST_F(Startup, APidFileThatCannotBeOpenedEndsTheDaemonWithStatus1) {
   for (const OUTPUT& output : {OUTPUT{0, ""}, OUTPUT{{}, "Couldn't open pid file.\n"}}) {
     support::START start;
     start.fileSizeLimit = output.fileSizeLimit;
+    start.environment["TMPDIR"] = "/nowhere";  // a sanitizer's runtime would write a file there
     const int status = daemon.Start(start);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "of the caller's process";
     const std::optional<int> end = daemon.WaitForEnd();
