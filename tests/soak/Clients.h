@@ -1,12 +1,15 @@
 #pragma once
 
+#include "tests/soak/FloodLines.h"
 #include "tests/soak/RackProcess.h"
 #include "tests/support/LogFile.h"
 #include "tests/support/TcpClient.h"
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -57,7 +60,14 @@ class CLIENT {
   /// As Drop, but not to connect before Return.
   void Leave();
   void Return() { m_isAway = false; }
+  /// To read nothing, or to read on. For less than the ten seconds after which the daemon gives a
+  /// message up.
+  void Stall(bool on) { m_isStalled = on; }
 
+  /// It is away, or stalled: only after its exchange, or its part of a flood, is over.
+  bool IsIdle() const { return m_isIdle; }
+  /// How often it has connected.
+  int Connections() const { return m_connections; }
   /// When the latest exchange began that came to its end.
   TIME LastServed() const;
   std::uint64_t Exchanges() const { return m_exchanges; }
@@ -71,11 +81,15 @@ class CLIENT {
   virtual void Reset() = 0;
   /// One question and its answer; empty, or what is missing.
   virtual std::string Exchange() = 0;
+  virtual bool CanExchange() const { return !IsStalled(); }
 
   bool IsStopped() const { return m_isStopped; }
+  bool IsDropped() const { return m_isDropped; }
+  bool IsStalled() const { return m_isStalled; }
+  const WEATHER& Weather() const { return m_weather; }
   /// Connects and reads up to the end of the greeting; again where the connection is dropped before
-  /// its first byte.
-  static support::TCP_CLIENT ConnectTo(int port, const std::string& greeting);
+  /// its first byte. What came before the greeting was left for the client before.
+  static support::TCP_CLIENT ConnectTo(int port, const std::string& greeting, std::string& before);
 
  private:
   void Run();
@@ -86,6 +100,9 @@ class CLIENT {
   std::atomic<bool> m_isStopped{false};
   std::atomic<bool> m_isDropped{true};
   std::atomic<bool> m_isAway{false};
+  std::atomic<bool> m_isStalled{false};
+  std::atomic<bool> m_isIdle{false};
+  std::atomic<int> m_connections{0};
   std::atomic<std::uint64_t> m_exchanges{0};
   std::atomic<std::uint64_t> m_spoiled{0};
   mutable std::mutex m_mutex;  // guards the two below
@@ -97,13 +114,15 @@ class CLIENT {
 /// The operator at CAE. Its lines are always answered, whatever happens on the bus.
 class OPERATOR : public CLIENT {
  public:
-  OPERATOR(int port, const WEATHER& weather) : CLIENT(weather), m_port(port) {}
+  OPERATOR(int port, const WEATHER& weather);
   ~OPERATOR() override { Stop(); }
 
   /// To ask for the cards anew until all are there again: what a fault did to the card table is
   /// over then. How often that was done so far shows when it is.
   void Rediscover() { m_isRediscovery = true; }
   std::uint64_t Rediscoveries() const { return m_rediscoveries; }
+  /// Of the floods, as they are reported here.
+  const FLOOD_LINES& Lines() const { return m_lines; }
 
  protected:
   void Connect() override;
@@ -112,25 +131,29 @@ class OPERATOR : public CLIENT {
 
  private:
   std::string Ask(const std::string& command, const std::string& expected, std::string& reply);
+  std::string ReadUntil(const std::string& expected);
   std::string FindCards();
 
   const int m_port;
+  FLOOD_LINES m_lines;
   std::optional<support::TCP_CLIENT> m_cae;
   std::atomic<bool> m_isRediscovery{false};
   std::atomic<std::uint64_t> m_rediscoveries{0};
   std::uint64_t m_turn = 0;
 };
 
-/// A controller program at IO, and an onlooker at MON: an output must show at the rack, an input
-/// must be reported, and both must be seen on MON.
-class MACHINE : public CLIENT {
+/// An onlooker at MON, who reads whatever comes.
+class MONITOR : public CLIENT {
  public:
-  MACHINE(int ioPort, int monPort, RACK_PROCESS& rack, const WEATHER& weather)
-      : CLIENT(weather), m_ioPort(ioPort), m_monPort(monPort), m_rack(rack) {}
-  ~MACHINE() override { Stop(); }
+  MONITOR(int port, const WEATHER& weather);
+  ~MONITOR() override { Stop(); }
 
-  /// To send many lines that are refused, or no more of them than usual.
-  void Babble(bool on) { m_babbles = on; }
+  /// Lines seen so far, but for those of floods: a place to wait from.
+  std::uint64_t Seen() const;
+  /// Waits until the line has been seen since then.
+  bool WaitForLine(const std::string& line, std::uint64_t since, std::chrono::milliseconds limit);
+  /// Of the floods, as they are copied here.
+  const FLOOD_LINES& Lines() const { return m_lines; }
 
  protected:
   void Connect() override;
@@ -138,13 +161,59 @@ class MACHINE : public CLIENT {
   std::string Exchange() override;
 
  private:
-  const int m_ioPort;
-  const int m_monPort;
-  RACK_PROCESS& m_rack;
-  std::optional<support::TCP_CLIENT> m_io;
+  bool Note(const std::string& line);
+
+  const int m_port;
+  FLOOD_LINES m_lines;
   std::optional<support::TCP_CLIENT> m_mon;
-  std::atomic<bool> m_babbles{false};
+  mutable std::mutex m_mutex;  // guards the two below
+  std::uint64_t m_seen = 0;
+  std::map<std::string, std::uint64_t> m_lastSeen;
+  std::condition_variable m_changed;
+};
+
+/// A controller program at IO: an output must show at the rack, an input must be reported, and both
+/// must be seen by the monitor.
+class MACHINE : public CLIENT {
+ public:
+  MACHINE(int port, RACK_PROCESS& rack, MONITOR& monitor, const WEATHER& weather)
+      : CLIENT(weather), m_port(port), m_rack(rack), m_monitor(monitor) {}
+  ~MACHINE() override { Stop(); }
+
+  /// To send as much as is taken, whole lines that are refused and an output here and there, until
+  /// told to end. Where it is dropped meanwhile it leaves when all it has sent is taken; where it
+  /// is stalled it goes on sending. A flood is over when its last output is at the card.
+  void Flood(bool on) { m_floods = on; }
+  /// It is at that: what it was at before is over.
+  bool Floods() const { return m_isFlooding; }
+  /// How many floods are over.
+  std::uint64_t FloodsOver() const { return m_floodsOver; }
+  /// Numbered lines that were sent so far.
+  std::uint64_t FloodLinesSent() const { return m_lines; }
+
+ protected:
+  void Connect() override;
+  void Reset() override;
+  std::string Exchange() override;
+  bool CanExchange() const override { return true; }
+
+ private:
+  void RunFlood();
+  std::string NextBatch();
+  void SendSome(std::string& text);
+  void LeaveFlood();
+  void AwaitLastOutput();
+
+  const int m_port;
+  RACK_PROCESS& m_rack;
+  MONITOR& m_monitor;
+  std::optional<support::TCP_CLIENT> m_io;
+  std::atomic<bool> m_floods{false};
+  std::atomic<bool> m_isFlooding{false};
+  std::atomic<std::uint64_t> m_floodsOver{0};
+  std::atomic<std::uint64_t> m_lines{0};
   unsigned int m_turn = 0;
+  unsigned int m_lastOutput = 0;
 };
 
 }  // namespace soak

@@ -42,22 +42,50 @@ struct LOST_CLIENTS {
   const char* name;
   bool operatorIsLost;
   bool machineIsLost;
-  bool backlogIsFilled;
 };
 constexpr LOST_CLIENTS kLostClients[] = {
-    {"the operator is away while the machine is refused much", false, false, true},
-    {"the operator's connection is reset", true, false, false},
-    {"the machine's connections are reset", false, true, false},
-    {"all connections are reset", true, true, false}};
+    {"the operator's connection is reset", true, false},
+    {"the machine's and the monitor's connections are reset", false, true},
+    {"all connections are reset", true, true}};
 
-FAULT FaultOf(const LOST_CLIENTS& lost) {
-  return {.name = lost.name,
-          .begin = {},
-          .end = {},
-          .dropsOperator = lost.operatorIsLost,
-          .dropsMachine = lost.machineIsLost,
-          .fillsBacklog = lost.backlogIsFilled};
-}
+/// So late that the machine is held back at once.
+constexpr const char* kSlowBus = "fault late 10 always";
+/// What comes of it goes to the machine.
+constexpr const char* kNoisyPot = "noise F.0 40";
+constexpr const char* kQuietPot = "noise F.0 00";
+
+}  // namespace
+
+struct FLOOD_KIND {
+  const char* name;
+  FLOOD flood;
+  const char* begin;  // for the rack; null: nothing
+  const char* end;    // null: nothing
+  bool isUnplugged = false;
+};
+
+namespace {
+
+constexpr FLOOD_KIND kFloods[] = {
+    {"flood, the operator is away", {.away = PARTY::kOperator}, nullptr, nullptr},
+    {"flood, the operator does not read", {.stalled = PARTY::kOperator}, nullptr, nullptr},
+    {"flood, the monitor is away", {.away = PARTY::kMonitor}, nullptr, nullptr},
+    {"flood, the monitor does not read", {.stalled = PARTY::kMonitor}, nullptr, nullptr},
+    {"flood, the machine leaves and comes back", {.away = PARTY::kMachine}, kNoisyPot, kQuietPot},
+    {"flood, the machine does not read", {.stalled = PARTY::kMachine}, kNoisyPot, kQuietPot},
+    {"flood, the adapter is away", {}, "unplug", nullptr, true},
+    {"flood, the bus is slow", {}, kSlowBus, nullptr}};
+constexpr FLOOD_KIND kWarmUps[] = {
+    {"flood, the operator is away, then the monitor does not read",
+     {.stalled = PARTY::kMonitor, .away = PARTY::kOperator},
+     kNoisyPot,
+     kQuietPot},
+    {"flood, the machine does not read", {.stalled = PARTY::kMachine}, kNoisyPot, kQuietPot},
+    {"flood, the adapter is away, the machine leaves and comes back",
+     {.away = PARTY::kMachine},
+     "unplug",
+     nullptr,
+     true}};
 
 }  // namespace
 
@@ -80,12 +108,12 @@ std::string FAULT_PLAN::HexBytes(int most) {
 }
 
 bool FAULT_PLAN::IsWarm() const {
-  return m_lostClients == std::size(kLostClients);
+  return m_warmUps == std::size(kWarmUps);
 }
 
 FAULT FAULT_PLAN::Draw() {
   if (!IsWarm()) {
-    return FaultOf(kLostClients[m_lostClients++]);
+    return FloodOf(kWarmUps[m_warmUps++]);
   }
   // What happens most often on a real line comes most often.
   using DRAW = FAULT (FAULT_PLAN::*)();
@@ -94,7 +122,7 @@ FAULT FAULT_PLAN::Draw() {
       &FAULT_PLAN::SpoiledAnswers,   &FAULT_PLAN::SpoiledAnswers, &FAULT_PLAN::SpoiledAnswers,
       &FAULT_PLAN::PulledCard,       &FAULT_PLAN::ExchangedCard,  &FAULT_PLAN::ResetController,
       &FAULT_PLAN::UnpluggedAdapter, &FAULT_PLAN::SecondAdapter,  &FAULT_PLAN::UnaskedBytes,
-      &FAULT_PLAN::LostClients};
+      &FAULT_PLAN::LostClients,      &FAULT_PLAN::Flood,          &FAULT_PLAN::Flood};
   return (this->*OneOf(kDraws))();
 }
 
@@ -215,7 +243,29 @@ FAULT FAULT_PLAN::UnaskedBytes() {
 }
 
 FAULT FAULT_PLAN::LostClients() {
-  return FaultOf(OneOf(kLostClients));
+  const LOST_CLIENTS lost = OneOf(kLostClients);
+  return {.name = lost.name,
+          .begin = {},
+          .end = {},
+          .dropsOperator = lost.operatorIsLost,
+          .dropsMachine = lost.machineIsLost};
+}
+
+FAULT FAULT_PLAN::Flood() {
+  return FloodOf(OneOf(kFloods));
+}
+
+FAULT FAULT_PLAN::FloodOf(const FLOOD_KIND& kind) const {
+  FAULT fault{.name = kind.name, .begin = {}, .end = {}, .flood = kind.flood};
+  if (kind.begin != nullptr) {
+    fault.begin.emplace_back(kind.begin);
+  }
+  if (kind.end != nullptr) {
+    fault.end.emplace_back(kind.end);
+  } else if (kind.isUnplugged) {
+    fault.end.push_back("replug " + std::to_string(m_adapter));
+  }
+  return fault;
 }
 
 }  // namespace soak

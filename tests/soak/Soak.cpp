@@ -28,6 +28,8 @@ constexpr int kCalmsToALostLink = 20;
 constexpr milliseconds kSampleStep{1000};
 /// Between two looks at what may have ended.
 constexpr milliseconds kStep{50};
+/// What a flood goes on for before somebody leaves, and after all are back.
+constexpr milliseconds kFloodPhase{1000};
 /// For the first connection and the first discovery, and after a fault for everything to work
 /// again: searches, pauses and greetings of several seconds come one after the other.
 constexpr milliseconds kRecoveryLimit{180'000};
@@ -70,24 +72,31 @@ SOAK::SOAK(const SOAK_OPTIONS& options)
       m_rack(options.folder),
       m_weather(m_log),
       m_operator(m_config.cae.port, m_weather),
-      m_machine(m_config.io.port, m_config.mon.port, m_rack, m_weather),
+      m_monitor(m_config.mon.port, m_weather),
+      m_machine(m_config.io.port, m_rack, m_monitor, m_weather),
       m_plan(options.seed),
       m_sampler(StartDaemon(m_daemon, m_config), options.folder + "/samples.txt", options.length),
-      m_faultTable(options.folder + "/faults.txt") {
+      m_faultTable(options.folder + "/faults.txt"),
+      m_listeners{{{"CAE", m_operator.Lines()}, {"MON", m_monitor.Lines()}}} {
   m_faultTable << "# seconds until_all_was_well_again fault\n";
 }
 
 std::vector<std::string> SOAK::Run(const std::atomic<bool>& stop) {
   try {
     m_operator.Start();
+    m_monitor.Start();
     m_machine.Start();
     Recover();
     Faults(stop);
   } catch (const std::exception& error) {
     Fail(error.what());
   }
+  if (!m_failures.empty() && !m_lastFault.empty()) {
+    Fail("the last fault was: " + m_lastFault);
+  }
   m_operator.Stop();
   m_machine.Stop();
+  m_monitor.Stop();
   Judge();
   EndDaemon();
   WriteSummary();
@@ -109,26 +118,33 @@ void SOAK::Faults(const std::atomic<bool>& stop) {
 
 void SOAK::MakeFault() {
   const FAULT fault = m_plan.Draw();
+  m_lastFault = fault.name;
   const double begin = m_sampler.Seconds();
   m_weather.Storm();
-  for (const std::string& line : fault.begin) {
-    m_rack.Order(line);
+  if (fault.flood) {
+    MakeFlood(fault);
+  } else {
+    for (const std::string& line : fault.begin) {
+      m_rack.Order(line);
+    }
+    if (fault.dropsOperator) {
+      m_operator.Drop();
+    }
+    if (fault.dropsMachine) {
+      m_machine.Drop();
+      m_monitor.Drop();
+    }
+    Pass(milliseconds(m_plan.Number(100, 2000)), [this] { return !m_failures.empty(); });
   }
-  if (fault.fillsBacklog) {
-    FillBacklog();
-  }
-  if (fault.dropsOperator) {
-    m_operator.Drop();
-  }
-  if (fault.dropsMachine) {
-    m_machine.Drop();
-  }
-  Pass(milliseconds(m_plan.Number(100, 2000)), [this] { return !m_failures.empty(); });
   for (const std::string& line : fault.end) {
     m_rack.Order(line);
   }
   m_rack.Order("clear");
+  if (fault.flood) {
+    Await([this] { return m_machine.FloodsOver() >= m_floods; }, "a flood was not over");
+  }
   Recover();
+  JudgeLines();
   ++m_faults;
   if (m_plan.IsWarm()) {
     m_sampler.EndWarmUp();
@@ -136,40 +152,117 @@ void SOAK::MakeFault() {
   const double took = m_sampler.Seconds() - begin;
   m_longestRecovery = std::max(m_longestRecovery, took);
   m_faultTable << begin << ' ' << took << ' ' << fault.name << std::endl;
-  if (!m_failures.empty()) {
-    Fail("the last fault was: " + fault.name);
+}
+
+void SOAK::MakeFlood(const FAULT& fault) {
+  const FLOOD& flood = *fault.flood;
+  const std::size_t toldBefore = ToldBounds();
+  m_machine.Flood(true);
+  Await([this] { return m_machine.Floods(); }, "no flood has begun");
+  PassFlood(kFloodPhase);
+  for (const std::string& line : fault.begin) {
+    m_rack.Order(line);
+  }
+  if (flood.away != PARTY::kNobody) {
+    CLIENT& client = ClientOf(flood.away);
+    client.Leave();
+    Await([&] { return client.IsIdle(); }, "a client cannot leave a flood");
+  }
+  if (flood.away == PARTY::kOperator) {
+    // As many reports of refused lines wait for it as ever may.
+    Await([&] { return ToldBounds() > toldBefore; }, "what waits for the operator finds no bound");
+  }
+  if (flood.stalled != PARTY::kNobody) {
+    CLIENT& client = ClientOf(flood.stalled);
+    client.Stall(true);
+    // The machine goes on sending.
+    Await([&] { return client.IsIdle() || flood.stalled == PARTY::kMachine; },
+          "a client does not come to its rest");
+  }
+  PassFlood(milliseconds(m_plan.Number(1000, 5000)));
+  if (flood.stalled != PARTY::kNobody) {
+    ClientOf(flood.stalled).Stall(false);
+  }
+  if (flood.away != PARTY::kNobody) {
+    CLIENT& client = ClientOf(flood.away);
+    const int before = client.Connections();
+    client.Return();
+    Await([&] { return client.Connections() > before; }, "a client cannot come back into a flood");
+  }
+  PassFlood(kFloodPhase);
+  m_machine.Flood(false);
+  ++m_floods;
+}
+
+void SOAK::PassFlood(milliseconds time) {
+  Pass(time, [this] { return !m_failures.empty(); });
+}
+
+template <class DONE>
+void SOAK::Await(DONE done, const char* failure) {
+  if (!Pass(kRecoveryLimit, [&] { return !m_failures.empty() || done(); })) {
+    Fail(std::string(failure) + " within three minutes");
   }
 }
 
-void SOAK::FillBacklog() {
-  const auto bounds = [this] { return m_log.LinesWith("too many messages wait on CAE").size(); };
-  const std::size_t before = bounds();
-  m_operator.Leave();
-  m_machine.Babble(true);
-  if (!Pass(kRecoveryLimit, [&] { return !m_failures.empty() || bounds() > before; })) {
-    Fail("what waits for the operator finds no bound within three minutes");
+std::size_t SOAK::ToldBounds() const {
+  return m_log.LinesWith("too many messages wait on CAE").size();
+}
+
+CLIENT& SOAK::ClientOf(PARTY party) {
+  switch (party) {
+    case PARTY::kOperator:
+      return m_operator;
+    case PARTY::kMonitor:
+      return m_monitor;
+    default:
+      return m_machine;
   }
-  m_machine.Babble(false);
-  m_operator.Return();
+}
+
+std::size_t SOAK::ToldLosses(const std::string& interface) const {
+  const std::array<std::string, 4> tellers = {
+      "too many messages wait on " + interface + " interface",
+      "connection is closed by client on " + interface + " interface",
+      "socket write error on " + interface + " interface",
+      "too many messages wait from IO interface"};
+  std::size_t told = 0;
+  for (const std::string& line : m_log.AllLines()) {
+    told += static_cast<std::size_t>(std::any_of(
+        tellers.begin(), tellers.end(),
+        [&](const std::string& teller) { return line.find(teller) != std::string::npos; }));
+  }
+  return told;
+}
+
+/// After the clients were served again: what was on its way to them is there.
+void SOAK::JudgeLines() {
+  for (LISTENER& listener : m_listeners) {
+    const std::string where = std::string(" on ") + listener.interface;
+    const std::uint64_t missing = m_machine.FloodLinesSent() - listener.lines.Received();
+    const std::size_t told = ToldLosses(listener.interface);
+    if (missing > listener.missing && told == listener.toldLosses) {
+      Fail(std::to_string(missing - listener.missing) + " lines of a flood are missing" + where +
+           " without a word in the log");
+    }
+    listener.missing = missing;
+    listener.toldLosses = told;
+  }
 }
 
 void SOAK::Recover() {
-  const auto isOver = [this] { return !m_failures.empty(); };
   const std::uint64_t before = m_operator.Rediscoveries();
   m_operator.Rediscover();
-  if (!Pass(kRecoveryLimit, [&] { return isOver() || m_operator.Rediscoveries() > before; })) {
-    Fail("the cards were not found again within three minutes");
-  }
+  Await([&] { return m_operator.Rediscoveries() > before; }, "the cards were not found again");
   const TIME found = std::chrono::steady_clock::now();
-  if (!Pass(kRecoveryLimit, [&] { return isOver() || IsServedSince(found); })) {
-    Fail("a client was not served within three minutes after a fault");
-  }
+  Await([&] { return IsServedSince(found); }, "a client was not served after a fault");
   m_fewestDescriptors = std::numeric_limits<int>::max();
   m_weather.Calm();
 }
 
 bool SOAK::IsServedSince(TIME time) const {
-  return m_operator.LastServed() >= time && m_machine.LastServed() >= time;
+  return m_operator.LastServed() >= time && m_monitor.LastServed() >= time &&
+         m_machine.LastServed() >= time;
 }
 
 template <class DONE>
@@ -193,9 +286,14 @@ void SOAK::Look() {
     throw std::runtime_error("the rack has ended");
   }
   for (const CLIENT* client :
-       {static_cast<const CLIENT*>(&m_operator), static_cast<const CLIENT*>(&m_machine)}) {
+       std::initializer_list<const CLIENT*>{&m_operator, &m_monitor, &m_machine}) {
     if (!client->Failure().empty()) {
       throw std::runtime_error(client->Failure());
+    }
+  }
+  for (const LISTENER& listener : m_listeners) {
+    if (const std::string fault = listener.lines.Fault(); !fault.empty()) {
+      throw std::runtime_error(fault + " on " + listener.interface);
     }
   }
   m_fewestDescriptors = std::min(m_fewestDescriptors, m_sampler.Descriptors());
@@ -266,6 +364,9 @@ void SOAK::WriteSummary() const {
           << "exchanges " << m_operator.Exchanges() << " of the operator, " << m_machine.Exchanges()
           << " of the machine; spoiled by faults: " << m_operator.Spoiled() + m_machine.Spoiled()
           << "\n"
+          << "lines of floods " << m_machine.FloodLinesSent() << ", reported to the operator "
+          << m_operator.Lines().Received() << ", copied to the monitor "
+          << m_monitor.Lines().Received() << "\n"
           << "links lost " << m_weather.LostLinks() << ", without a fault "
           << m_weather.LostInCalm() << "\n"
           << "memory at most " << measure.residentKiB << " kB in the first tenth, "

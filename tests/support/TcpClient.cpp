@@ -29,14 +29,17 @@ int MillisecondsUntil(CLOCK::time_point end) {
 }
 
 /// The socket, connected, or -1.
-int ConnectOnce(int port, bool smallBuffers) {
+int ConnectOnce(int port, const CLIENT_OPTIONS& options) {
   const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (smallBuffers) {
+  if (options.smallBuffers) {
     // The daemon's side takes its own buffer's size from the segment size.
     const int segmentSize = 536;
-    const int bufferSize = 2048;
     setsockopt(client, IPPROTO_TCP, TCP_MAXSEG, &segmentSize, sizeof segmentSize);
-    setsockopt(client, SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize);
+    setsockopt(client, SOL_SOCKET, SO_RCVBUF, &options.bufferSize, sizeof options.bufferSize);
+  }
+  if (options.sendBufferSize > 0) {
+    setsockopt(client, SOL_SOCKET, SO_SNDBUF, &options.sendBufferSize,
+               sizeof options.sendBufferSize);
   }
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -54,8 +57,7 @@ int ConnectOnce(int port, bool smallBuffers) {
 }  // namespace
 
 TCP_CLIENT::TCP_CLIENT(int port, CLIENT_OPTIONS options) : m_port(port) {
-  if (!WaitUntil([&] { return (m_socket = ConnectOnce(port, options.smallBuffers)) >= 0; },
-                 options.limit)) {
+  if (!WaitUntil([&] { return (m_socket = ConnectOnce(port, options)) >= 0; }, options.limit)) {
     throw std::runtime_error("cannot connect to port " + std::to_string(port));
   }
   sockaddr_in own{};
@@ -89,7 +91,7 @@ TCP_CLIENT& TCP_CLIENT::operator=(TCP_CLIENT&& other) noexcept {
 }
 
 bool TCP_CLIENT::IsRefused(int port) {
-  const int client = ConnectOnce(port, false);
+  const int client = ConnectOnce(port, {});
   const bool isRefused = client < 0 && errno == ECONNREFUSED;
   if (client >= 0) {
     close(client);

@@ -12,6 +12,8 @@ namespace support {
 /// How a client connects.
 struct CLIENT_OPTIONS {
   bool smallBuffers = false;  // a few KiB of traffic at most are under way to this client
+  int bufferSize = 2048;      // this side's share of that; with less than 32 KiB it reads slowly
+  int sendBufferSize = 0;     // how much may be under way from it; 0: what the kernel likes
   milliseconds limit = kLimit;
 };
 
@@ -53,6 +55,9 @@ class TCP_CLIENT {
   /// Waits for the first byte, which stays unread. False where the connection ends before it;
   /// throws std::runtime_error after the limit.
   bool WaitForFirstByte(milliseconds limit = kLimit);
+
+  /// The daemon has closed or lost the connection, as the last read saw.
+  bool IsEnded() const { return m_isEnded; }
 
   /// At most count bytes: fewer at the connection's end or after the limit.
   std::string Read(std::size_t count, milliseconds limit = kLimit);
