@@ -159,7 +159,8 @@ void SOAK::MakeFault() {
 
 void SOAK::MakeFlood(const FAULT& fault) {
   const FLOOD& flood = *fault.flood;
-  const std::size_t toldBefore = ToldBounds();
+  const std::size_t toldBefore = ToldBounds("CAE");
+  const std::size_t toldBeforeOfMonitor = ToldBounds("MON");
   m_machine.Flood(true);
   Await([this] { return m_machine.Floods(); }, "no flood has begun");
   PassFlood(kFloodPhase);
@@ -173,7 +174,8 @@ void SOAK::MakeFlood(const FAULT& fault) {
   }
   if (flood.away == PARTY::kOperator) {
     // As many reports of refused lines wait for it as ever may.
-    Await([&] { return ToldBounds() > toldBefore; }, "what waits for the operator finds no bound");
+    Await([&] { return ToldBounds("CAE") > toldBefore; },
+          "what waits for the operator finds no bound");
   }
   if (flood.stalled != PARTY::kNobody) {
     CLIENT& client = ClientOf(flood.stalled);
@@ -181,6 +183,11 @@ void SOAK::MakeFlood(const FAULT& fault) {
     // The machine goes on sending.
     Await([&] { return client.IsIdle() || flood.stalled == PARTY::kMachine; },
           "a client does not come to its rest");
+  }
+  if (flood.stalled == PARTY::kMonitor) {
+    // Here too: so the warm-up has seen the most that may wait.
+    Await([&] { return ToldBounds("MON") > toldBeforeOfMonitor; },
+          "what waits for the monitor finds no bound");
   }
   PassFlood(milliseconds(m_plan.Number(1000, 5000)));
   if (flood.stalled != PARTY::kNobody) {
@@ -208,8 +215,8 @@ void SOAK::Await(DONE done, const char* failure) {
   }
 }
 
-std::size_t SOAK::ToldBounds() const {
-  return m_log.LinesWith("too many messages wait on CAE").size();
+std::size_t SOAK::ToldBounds(const std::string& interface) const {
+  return m_log.LinesWith("too many messages wait on " + interface).size();
 }
 
 CLIENT& SOAK::ClientOf(PARTY party) {

@@ -53,7 +53,7 @@ class SOAK {
   void PassFlood(std::chrono::milliseconds time);
   CLIENT& ClientOf(PARTY party);
   void Recover();
-  std::size_t ToldBounds() const;
+  std::size_t ToldBounds(const std::string& interface) const;
   /// Lines of the log that tell of something lost on its way to the interface's clients.
   std::size_t ToldLosses(const std::string& interface) const;
   void JudgeLines();
