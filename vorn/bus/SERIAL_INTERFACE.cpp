@@ -2,6 +2,7 @@
 
 #include "thread/Pause.h"
 #include "vorn/base/Budget.h"
+#include "vorn/bus/CardReplies.h"
 
 #include <unistd.h>
 
@@ -123,21 +124,39 @@ bool SERIAL_INTERFACE::ServeBusQueue(std::size_t number) {
 }
 
 /// Sends one request and takes its reply. False when the link is lost; the request is lost with it.
-bool SERIAL_INTERFACE::Exchange(const QList& body) {
-  const QList reply = Comm2HW(body);
+bool SERIAL_INTERFACE::Exchange(const QList& request) {
+  const QList reply = Comm2HW(request);
   if (m_closeRequested) {
     return false;
   }
   switch (GetQListError(reply)) {
-    case kNoError:
-      TakeReply(REPLY(reply.begin(), reply.end()));
+    case kNoError: {
+      const CARD_REPLY body(reply.begin(), reply.end());
+      if (TakeReply(m_cards, body)) {
+        WriteToQueue(body.data());
+      }
       return true;
+    }
     case kTimeout:
       m_logger.WriteLog(kInf, "comm timeout " + m_devicePath);
       LoseLink();
       return false;
     default:
       return true;
+  }
+}
+
+void SERIAL_INTERFACE::WriteToQueue(const std::uint8_t* reply) {
+  const std::vector<std::string> lines =
+      m_cards.With(reply[bus::kReplyAddressAt], ChangedInputLines);
+  for (const std::string& line : lines) {
+    m_lineBacklog.Note(m_inboundQueue.Bytes());
+    if (m_lineBacklog.HasJustFilled()) {
+      m_logger.WriteLog(kErr, "too many messages wait from the card bus, input lines are lost");
+    }
+    if (!m_lineBacklog.IsFull()) {
+      m_inboundQueue.ToQueue(Convert_CharBuff2QList(line.c_str()));
+    }
   }
 }
 

@@ -94,10 +94,6 @@ class SERIAL_INTERFACE final : public CThread {
   void ClosePort() { m_closeRequested = true; }
 
  private:
-  friend struct CARD_REPLY;
-
-  using REPLY = std::vector<std::uint8_t>;
-
   // The stages of a pass.
   void Connect();
   void ServeBusQueues();
@@ -112,20 +108,10 @@ class SERIAL_INTERFACE final : public CThread {
   bool OpenPort();
   void LoseLink();
 
-  bool Exchange(const QList& body);
+  bool Exchange(const QList& request);
   void SendFrame(const QList& body);
   QList AwaitReply(std::uint32_t readLimit);
   void AppendReceived(const std::uint8_t* bytes, std::size_t count);
-
-  // One operation per kind of reply, and per kind of input card.
-  void TakeReply(const REPLY& reply);
-  void TakeIdentification(const REPLY& reply);
-  void TakeQueryData(const REPLY& reply);
-  void TakeInputData(const REPLY& reply);
-  static void Identify(PERIFCARD& card, std::uint8_t address, std::uint8_t typeCode);
-  static bool TakeDigitalInput(PERIFCARD& card, const REPLY& reply);
-  static bool TakeKeyMatrix(PERIFCARD& card, const REPLY& reply);
-  static bool TakeAnalogueInput(PERIFCARD& card, const REPLY& reply);
 
   /// The reply's length byte and its body; the longest reply in use has 17 bytes.
   static constexpr std::size_t kReceiveBufferSize = 136;
