@@ -2,21 +2,12 @@
 
 #include "thread/Pause.h"
 #include "vorn/base/Budget.h"
+#include "vorn/base/Values.h"
 #include "vorn/bus/CardReplies.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 
 namespace {
-
-/// The reply limit counts polling reads, not time: about 60 ms on the board, 50 ms on a PC. A
-/// 17-byte reply takes 0.4 ms at 460800 baud.
-constexpr std::uint32_t kReplyReads = 150000;
-/// Identification and handshake make the controller ask all cards, or wake up.
-constexpr std::uint32_t kLongReplyReads = 300000;
-
-constexpr std::size_t kReadSize = 255;
 
 /// Where so many polls of a card wait, no further one is queued: one would do. A lost link leaves a
 /// poll behind in each queue that its pass did not reach, and since every pass adds as many as it
@@ -26,14 +17,11 @@ constexpr std::size_t kMostPollsWaiting = BytesAt(MARK::kBusIsBehind) / (bus::kL
 constexpr int kPauseAfterConnectS = 1;
 constexpr int kPauseAfterFailureS = 2;
 
-// Replies made by the exchange itself, never seen on the wire.
-constexpr const char* kTimeoutReply = "TME";
-/// Classified as a good reply, dispatched on its 'L', and ignored.
-constexpr const char* kEmptyRequestReply = "LCE";
+constexpr unsigned int kPauseBeforeHandshake = 2000;  // Sleep units: 200 µs
 
-std::uint32_t ReadLimitFor(const QList& request) {
-  return bus::IsSlow(request) ? kLongReplyReads : kReplyReads;
-}
+// What Comm2HW makes of no reply, and of no request; never seen on the wire.
+constexpr const char* kTimeoutReply = "TME";
+constexpr const char* kEmptyRequestReply = "LCE";
 
 }  // namespace
 
@@ -116,7 +104,7 @@ bool SERIAL_INTERFACE::ServeBusQueue(std::size_t number) {
     const QList body = queue.DeQueue();
     isFrame = !body.empty();
     ForgetQuestion(number, body);
-    if (!Exchange(body)) {
+    if (!Serve(body)) {
       return false;
     }
   }
@@ -124,26 +112,40 @@ bool SERIAL_INTERFACE::ServeBusQueue(std::size_t number) {
 }
 
 /// Sends one request and takes its reply. False when the link is lost; the request is lost with it.
-bool SERIAL_INTERFACE::Exchange(const QList& request) {
-  const QList reply = Comm2HW(request);
+bool SERIAL_INTERFACE::Serve(const QList& request) {
+  const ANSWER answer = Ask(request);
   if (m_closeRequested) {
     return false;
   }
-  switch (GetQListError(reply)) {
-    case kNoError: {
-      const CARD_REPLY body(reply.begin(), reply.end());
-      if (TakeReply(m_cards, body)) {
-        WriteToQueue(body.data());
-      }
-      return true;
-    }
-    case kTimeout:
-      m_logger.WriteLog(kInf, "comm timeout " + m_devicePath);
-      LoseLink();
-      return false;
-    default:
-      return true;
+  if (answer.outcome == OUTCOME::kTimeout) {
+    m_logger.WriteLog(kInf, "comm timeout " + m_devicePath);
+    LoseLink();
+    return false;
   }
+  if (answer.outcome == OUTCOME::kReply) {
+    const CARD_REPLY reply(answer.reply.begin(), answer.reply.end());
+    if (TakeReply(m_cards, reply)) {
+      WriteToQueue(reply.data());
+    }
+  }
+  return true;
+}
+
+ANSWER SERIAL_INTERFACE::Ask(const QList& request) {
+  if (!m_exchange.Send(request)) {
+    // The reply is awaited all the same; the timeout that follows closes the port.
+    m_logger.WriteLog(kErr, "unable to  write to " + m_devicePath);
+  }
+  return m_exchange.Await(m_closeRequested);
+}
+
+QList SERIAL_INTERFACE::Comm2HW(const QList& body) {
+  const ANSWER answer = Ask(body);
+  if (body.empty()) {
+    return Convert_CharBuff2QList(kEmptyRequestReply);
+  }
+  const bool isSilent = answer.outcome == OUTCOME::kTimeout && answer.reply.empty();
+  return isSilent ? Convert_CharBuff2QList(kTimeoutReply) : answer.reply;
 }
 
 void SERIAL_INTERFACE::WriteToQueue(const std::uint8_t* reply) {
@@ -216,69 +218,80 @@ bool SERIAL_INTERFACE::IsBehind() {
          });
 }
 
-// --- the exchange -------------------------------------------------------------------------------
+// --- the link -----------------------------------------------------------------------------------
 
-QList SERIAL_INTERFACE::Comm2HW(const QList& body) {
-  std::array<std::uint8_t, kReadSize> stale{};
-  [[maybe_unused]] const ssize_t discarded = read(m_port.Get(), stale.data(), stale.size());
-  if (body.empty()) {
-    return Convert_CharBuff2QList(kEmptyRequestReply);
+bool SERIAL_INTERFACE::Init() {
+  if (m_selection == kFixedPath) {
+    return TryDevice("unable to open ");  // stays open where it fails its check
   }
-  if (body.size() > bus::kLongestRequest) {
-    return {};
+  if (m_selection != kSearchDevices) {
+    return false;
   }
-  SendFrame(body);
-  return AwaitReply(ReadLimitFor(body));
-}
-
-void SERIAL_INTERFACE::SendFrame(const QList& body) {
-  std::array<std::uint8_t, bus::kLongestRequest + 1> frame{};
-  frame[0] = static_cast<std::uint8_t>(body.size());
-  Convert_QList2BinBuff(body, frame.data() + 1);
-  m_waiting = true;
-  m_receiveCount = 0;
-  const std::size_t length = body.size() + 1;
-  std::size_t written = 0;
-  while (written < length) {
-    const ssize_t count = write(m_port.Get(), frame.data() + written, length - written);
-    if (count == -1) {
-      // The reply is awaited all the same; the timeout that follows closes the port.
-      m_logger.WriteLog(kErr, "unable to  write to " + m_devicePath);
-      return;
+  const std::list<std::string> candidates = m_port.Search();
+  if (candidates.empty()) {
+    m_logger.WriteLog(kErr, "ttyUSB devices couldn't be found");
+    m_linkStatus = kNotConnected;
+  }
+  for (const std::string& candidate : candidates) {
+    if (m_closeRequested) {
+      break;
     }
-    written += static_cast<std::size_t>(count);
-  }
-}
-
-QList SERIAL_INTERFACE::AwaitReply(std::uint32_t readLimit) {
-  std::array<std::uint8_t, kReadSize> chunk{};
-  std::uint32_t reads = 0;
-  while (m_waiting && reads < readLimit && !m_closeRequested) {
-    const ssize_t count = read(m_port.Get(), chunk.data(), chunk.size());
-    if (count > 0) {
-      AppendReceived(chunk.data(), static_cast<std::size_t>(count));
+    m_devicePath = candidate;
+    if (TryDevice("unable to  open ")) {
+      return true;
     }
-    ++reads;
+    LoseLink();
   }
-  // A reply completed by the very last permitted read is late.
-  if (m_waiting || reads >= readLimit) {
-    return Convert_CharBuff2QList(kTimeoutReply);
-  }
-  const std::size_t length = m_receiveBuffer[0];
-  if (length >= m_receiveBuffer.size()) {
-    return {};  // more than was kept: no reply, and all of it is off the line
-  }
-  return {m_receiveBuffer.begin() + 1,
-          m_receiveBuffer.begin() + 1 + static_cast<std::ptrdiff_t>(length)};
+  return false;
 }
 
-/// Counts all bytes, keeps those that fit.
-void SERIAL_INTERFACE::AppendReceived(const std::uint8_t* bytes, std::size_t count) {
-  const std::size_t used = std::min<std::size_t>(m_receiveCount, m_receiveBuffer.size());
-  const std::size_t kept = std::min(count, m_receiveBuffer.size() - used);
-  std::copy_n(bytes, kept, m_receiveBuffer.begin() + static_cast<std::ptrdiff_t>(used));
-  m_receiveCount += static_cast<std::uint32_t>(count);
-  if (m_receiveCount > m_receiveBuffer[0]) {
-    m_waiting = false;
+/// Opens, sets up and checks the port at the device path.
+bool SERIAL_INTERFACE::TryDevice(const char* complaint) {
+  if (!m_port.Open(m_devicePath)) {
+    m_logger.WriteLog(kErr, complaint + m_devicePath + " for hardware communication");
+    return false;
+  }
+  m_linkStatus = kPortOpen;
+  if (!SetSerialParams() || !HardwareCheck(m_devicePath)) {
+    return false;
+  }
+  m_linkStatus = kControllerFound;
+  return true;
+}
+
+bool SERIAL_INTERFACE::SetSerialParams() {
+  const int error = m_port.SetUp();
+  if (error != 0) {
+    m_logger.WriteLog(kErr, "error " + ITOA(error) + " from tcsetattr");
+  }
+  return error == 0;
+}
+
+bool SERIAL_INTERFACE::HardwareCheck(const std::string& port) {
+  m_logger.WriteLog(kInf, "try to catch hardware on " + port);
+  Sleep(kPauseBeforeHandshake);
+  const ANSWER answer = Ask(bus::HandshakeRequest());
+  if (answer.outcome == OUTCOME::kReply) {
+    // Four characters behind the reply code; a shorter reply shows what it has.
+    const std::string text = Convert_QList2String(answer.reply);
+    const std::string version = text.size() > 1 ? text.substr(1, 4) : std::string();
+    m_logger.WriteLog(kInf, "hardware found on " + port + " version: " + version);
+    return true;
+  }
+  // Where the wait was cut short, the controller is not to blame.
+  if (answer.outcome == OUTCOME::kTimeout && !m_closeRequested) {
+    m_logger.WriteLog(kInf, "comm timeout " + port);
+  }
+  return false;
+}
+
+void SERIAL_INTERFACE::LoseLink() {
+  m_port.Close();
+  if (m_linkStatus == kControllerFound) {
+    m_isLostInOnePass = !m_hasCarriedPass;
+  }
+  m_linkStatus = kNotConnected;
+  if (m_isServing.Exchange(false)) {
+    m_isLossTold = false;
   }
 }

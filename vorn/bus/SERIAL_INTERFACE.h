@@ -2,7 +2,6 @@
 
 #include "thread/Thread.h"
 #include "vorn/base/Backlog.h"
-#include "vorn/base/FileDescriptor.h"
 #include "vorn/base/LOGGER.h"
 #include "vorn/base/QList.h"
 #include "vorn/base/SharedField.h"
@@ -10,6 +9,8 @@
 #include "vorn/base/Values.h"
 #include "vorn/bus/CARD_TABLE.h"
 #include "vorn/bus/CardBus.h"
+#include "vorn/bus/Exchange.h"
+#include "vorn/bus/SerialPort.h"
 
 #include <array>
 #include <atomic>
@@ -33,7 +34,7 @@ enum PORT_SELECTION : std::int32_t {
 ///
 /// Its own thread (interval-driven) finds the adapter, sends the frame bodies waiting in its bus
 /// queues one at a time, waits for each reply and turns replies into updates of the card table and
-/// into input-change lines. Only that thread touches the port and the receive buffer. Other threads
+/// into input-change lines. Only that thread touches the port. Other threads
 /// put frame bodies into the bus queues (one other thread: the master loop's), flip the polling
 /// switch, set the thread delay and may ask for the port to be closed for good. The serial inbound
 /// queue and the card table are lent and outlive the thread.
@@ -63,9 +64,9 @@ class SERIAL_INTERFACE final : public CThread {
   /// Sends the handshake and judges the reply; the port's name is for the log only.
   bool HardwareCheck(const std::string& port);
 
-  /// One request and its reply: the reply's body, or "TME" when none came in time, or "LCE" for an
-  /// empty request, or an empty list for a request that fits no frame (over 254 bytes; nothing is
-  /// sent) and for a reply that fits no buffer (over 135 bytes).
+  /// One request and its reply, as bytes: the reply's body, or "TME" when none came in time, or
+  /// "LCE" for an empty request, or an empty list for a request that fits no frame (over 254 bytes;
+  /// nothing is sent) and for a reply that fits no buffer (over 135 bytes).
   QList Comm2HW(const QList& body);
 
   /// Queues an input-change line for each channel whose change flag is set, of the card at the
@@ -102,29 +103,19 @@ class SERIAL_INTERFACE final : public CThread {
   void QueueQuestion(std::size_t number, const QList& body);
   void ForgetQuestion(std::size_t number, const QList& body);
 
-  bool InitFixedPath();
-  bool InitSearch();
-  bool TryDevice();
-  bool OpenPort();
+  bool TryDevice(const char* complaint);
   void LoseLink();
 
-  bool Exchange(const QList& request);
-  void SendFrame(const QList& body);
-  QList AwaitReply(std::uint32_t readLimit);
-  void AppendReceived(const std::uint8_t* bytes, std::size_t count);
-
-  /// The reply's length byte and its body; the longest reply in use has 17 bytes.
-  static constexpr std::size_t kReceiveBufferSize = 136;
+  ANSWER Ask(const QList& request);
+  bool Serve(const QList& request);
 
   LOGGER m_logger;
   std::string m_devicePath;
-  FILE_DESCRIPTOR m_port;
+  SERIAL_PORT m_port;
+  EXCHANGE m_exchange{m_port};
   SHARED_FIELD<std::int32_t> m_linkStatus;
   PORT_SELECTION m_selection;
   VOQUEUE& m_inboundQueue;
-  bool m_waiting = false;            // a reply is awaited
-  std::uint32_t m_receiveCount = 0;  // bytes of the present reply, those not kept included
-  std::array<std::uint8_t, kReceiveBufferSize> m_receiveBuffer{};
   std::array<VOQUEUE, kBusQueues> m_busQueues;
   /// Questions (polls, and requests to identify) that wait in each bus queue. Atomic: the master
   /// loop counts those that it drops.
@@ -141,8 +132,5 @@ class SERIAL_INTERFACE final : public CThread {
   SHARED_FIELD<bool> m_polling;
   SHARED_FIELD<std::int32_t> m_threadDelayUs = kDefaultThreadDelayUs;
   bool m_autoDiscover;
-  /// Ports that took no line settings: kept open until the next search, so that each attempt does
-  /// not leave one more behind.
-  std::vector<FILE_DESCRIPTOR> m_leftOpen;
   SHARED_FIELD<bool> m_closeRequested = false;
 };

@@ -1,22 +1,21 @@
-// SERIAL_INTERFACE: finding a port, setting it up, and proving that a bus controller answers on it.
-
-#include "thread/Pause.h"
-#include "vorn/base/Values.h"
-#include "vorn/bus/SERIAL_INTERFACE.h"
-#include "vorn/bus/UsbDevices.h"
+#include "vorn/bus/SerialPort.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
-#include <list>
 #include <utility>
 
 namespace {
 
-/// Non-blocking for the whole of the port's life: every read is a poll.
 constexpr int kOpenFlags = O_RDWR | O_NOCTTY | O_NONBLOCK | O_DSYNC | O_CLOEXEC;
+
+constexpr const char* kListCommand = "ls /dev | grep ttyUSB";
+/// "ttyUSB10" and its line feed, and the terminating zero.
+constexpr std::size_t kPieceBufferSize = 10;
 
 /// The BSD set-attributes request ('t', 20, a 60-byte argument). Linux refuses it; tcsetattr does
 /// the work.
@@ -24,93 +23,41 @@ constexpr unsigned long kBsdSetAttributes = 0x403C7414;
 
 constexpr cc_t kReadTimeoutTenths = 50;  // 5 s; without effect on a non-blocking port
 
-constexpr unsigned int kPauseBeforeHandshake =
-    2000;  // Sleep units: 200 µs for a freshly opened port
-
 }  // namespace
 
-bool SERIAL_INTERFACE::Init() {
-  m_receiveBuffer.fill(0);
-  m_receiveCount = 0;
-  switch (m_selection) {
-    case kFixedPath:
-      return InitFixedPath();
-    case kSearchDevices:
-      return InitSearch();
+std::list<std::string> ReadDeviceListing(FILE* listing) {
+  std::list<std::string> devices;
+  std::array<char, kPieceBufferSize> piece{};
+  while (fgets(piece.data(), static_cast<int>(piece.size()), listing) != nullptr) {
+    std::string path = std::string("/dev/") + piece.data();
+    path.pop_back();  // meant to be the line feed
+    devices.push_back(path);
   }
-  return false;
+  return devices;
 }
 
-/// A port that fails its check stays open, with the status that says so.
-bool SERIAL_INTERFACE::InitFixedPath() {
-  if (!OpenPort()) {
-    m_logger.WriteLog(kErr, "unable to open " + m_devicePath + " for hardware communication");
-    return false;
+std::list<std::string> GetUSBDevices() {
+  FILE* const listing = popen(kListCommand, "re");
+  if (listing == nullptr) {
+    return {};
   }
-  m_linkStatus = kPortOpen;
-  if (!SetSerialParams() || !HardwareCheck(m_devicePath)) {
-    return false;
-  }
-  m_linkStatus = kControllerFound;
-  return true;
+  std::list<std::string> devices = ReadDeviceListing(listing);
+  pclose(listing);
+  return devices;
 }
 
-bool SERIAL_INTERFACE::InitSearch() {
-  m_leftOpen.clear();
-  const std::list<std::string> candidates = GetUSBDevices();
-  if (candidates.empty()) {
-    m_logger.WriteLog(kErr, "ttyUSB devices couldn't be found");
-    m_linkStatus = kNotConnected;
-    return false;
-  }
-  for (const std::string& candidate : candidates) {
-    if (m_closeRequested) {
-      break;
-    }
-    m_devicePath = candidate;
-    if (TryDevice()) {
-      m_linkStatus = kControllerFound;
-      return true;
-    }
-  }
-  return false;
+std::list<std::string> SERIAL_PORT::Search() {
+  m_aside.clear();
+  return GetUSBDevices();
 }
 
-bool SERIAL_INTERFACE::TryDevice() {
-  if (!OpenPort()) {
-    m_logger.WriteLog(kErr, "unable to  open " + m_devicePath + " for hardware communication");
-    return false;
-  }
-  m_linkStatus = kPortOpen;
-  if (!SetSerialParams()) {
-    m_linkStatus = kNotConnected;
-    m_leftOpen.push_back(std::move(m_port));
-    return false;
-  }
-  if (!HardwareCheck(m_devicePath)) {
-    LoseLink();
-    return false;
-  }
-  return true;
+bool SERIAL_PORT::Open(const std::string& path) {
+  m_hasRefused = false;
+  m_tty = FILE_DESCRIPTOR(open(path.c_str(), kOpenFlags));
+  return m_tty.IsOpen();
 }
 
-bool SERIAL_INTERFACE::OpenPort() {
-  m_port = FILE_DESCRIPTOR(open(m_devicePath.c_str(), kOpenFlags));
-  return m_port.IsOpen();
-}
-
-void SERIAL_INTERFACE::LoseLink() {
-  m_port.Close();
-  if (m_linkStatus == kControllerFound) {
-    m_isLostInOnePass = !m_hasCarriedPass;
-  }
-  m_linkStatus = kNotConnected;
-  if (m_isServing.Exchange(false)) {
-    m_isLossTold = false;
-  }
-}
-
-bool SERIAL_INTERFACE::SetSerialParams() {
+int SERIAL_PORT::SetUp() {
   termios line{};
   cfmakeraw(&line);
   cfsetispeed(&line, B460800);
@@ -122,32 +69,22 @@ bool SERIAL_INTERFACE::SetSerialParams() {
   line.c_lflag = 0;
   line.c_cc[VTIME] = kReadTimeoutTenths;
   line.c_cc[VMIN] = 0;
-  ioctl(m_port.Get(), kBsdSetAttributes, &line);
-  if (tcsetattr(m_port.Get(), TCSANOW, &line) != 0) {
-    m_logger.WriteLog(kErr, "error " + ITOA(errno) + " from tcsetattr");
-    return false;
-  }
-  return true;
+  ioctl(m_tty.Get(), kBsdSetAttributes, &line);
+  m_hasRefused = tcsetattr(m_tty.Get(), TCSANOW, &line) != 0;
+  return m_hasRefused ? errno : 0;
 }
 
-bool SERIAL_INTERFACE::HardwareCheck(const std::string& port) {
-  m_logger.WriteLog(kInf, "try to catch hardware on " + port);
-  Sleep(kPauseBeforeHandshake);
-  const QList reply = Comm2HW(bus::HandshakeRequest());
-  switch (GetQListError(reply)) {
-    case kNoError: {
-      // Four characters behind the reply code; a shorter reply shows what it has.
-      const std::string text = Convert_QList2String(reply);
-      const std::string version = text.size() > 1 ? text.substr(1, 4) : std::string();
-      m_logger.WriteLog(kInf, "hardware found on " + port + " version: " + version);
-      return true;
-    }
-    case kTimeout:
-      if (!m_closeRequested) {  // else the wait was cut short: the controller is not to blame
-        m_logger.WriteLog(kInf, "comm timeout " + port);
-      }
-      return false;
-    default:
-      return false;
+ssize_t SERIAL_PORT::Read(std::uint8_t* bytes, std::size_t count) {
+  return read(m_tty.Get(), bytes, count);
+}
+
+ssize_t SERIAL_PORT::Write(const std::uint8_t* bytes, std::size_t count) {
+  return write(m_tty.Get(), bytes, count);
+}
+
+void SERIAL_PORT::Close() {
+  if (std::exchange(m_hasRefused, false)) {
+    m_aside.push_back(std::move(m_tty));
   }
+  m_tty.Close();
 }

@@ -1,5 +1,5 @@
 #include "tests/support/unit/Commands.h"
-#include "vorn/bus/UsbDevices.h"
+#include "vorn/bus/SerialPort.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

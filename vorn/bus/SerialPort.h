@@ -1,0 +1,32 @@
+#pragma once
+
+#include "vorn/base/FileDescriptor.h"
+#include "vorn/bus/Line.h"
+
+#include <cstdio>
+#include <vector>
+
+/// The `ttyUSB` devices in /dev as full paths, in the order of `ls`: ttyUSB10 comes before ttyUSB2.
+/// Nothing says that an entry is a device; opening it shows. Empty when there is none, or when the
+/// listing cannot be run.
+std::list<std::string> GetUSBDevices();
+
+/// The same from a listing's output. It is read in pieces of at most 9 characters: an entry longer
+/// than 8 characters gives two bogus paths.
+std::list<std::string> ReadDeviceListing(FILE* listing);
+
+/// The tty of a USB serial adapter. Non-blocking for the whole of its life: every read is a poll.
+class SERIAL_PORT final : public LINE {
+ public:
+  std::list<std::string> Search() override;
+  bool Open(const std::string& path) override;
+  int SetUp() override;
+  ssize_t Read(std::uint8_t* bytes, std::size_t count) override;
+  ssize_t Write(const std::uint8_t* bytes, std::size_t count) override;
+  void Close() override;
+
+ private:
+  FILE_DESCRIPTOR m_tty;
+  bool m_hasRefused = false;  // its settings
+  std::vector<FILE_DESCRIPTOR> m_aside;
+};
