@@ -1,5 +1,7 @@
 #include "thread/Pause.h"
 
+#include "thread/Pauses.h"
+
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -43,4 +45,12 @@ void PauseUs(std::int32_t delayUs) {
   request.tv_sec = delayUs / 1'000'000;
   request.tv_nsec = static_cast<decltype(request.tv_nsec)>(delayUs % 1'000'000) * 1000;
   nanosleep(&request, nullptr);
+}
+
+void SYSTEM_PAUSES::DelayUs(std::int32_t delayUs) {
+  PauseUs(delayUs);
+}
+
+void SYSTEM_PAUSES::Seconds(int seconds) {
+  sleepsec(seconds);
 }

@@ -1,6 +1,8 @@
 // vorn: start-up as a background daemon.
 
+#include "thread/Pauses.h"
 #include "vorn/base/Values.h"
+#include "vorn/bus/SerialPort.h"
 #include "vorn/master/VORN.h"
 
 #include <fcntl.h>
@@ -64,7 +66,9 @@ int RunDaemon(SIGNAL_FLAG& signalFlag) {
 
   InstallSignalHandling(signalFlag);
 
-  VORN vorn(signalFlag);
+  SERIAL_PORT port;
+  SYSTEM_PAUSES pauses;
+  VORN vorn(signalFlag, port, pauses);
   if (vorn.InitProgramData()) {
     vorn.InitInterfaces();
     vorn.MasterThread();

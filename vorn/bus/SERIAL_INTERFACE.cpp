@@ -1,6 +1,5 @@
 #include "vorn/bus/SERIAL_INTERFACE.h"
 
-#include "thread/Pause.h"
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
 #include "vorn/bus/CardReplies.h"
@@ -17,7 +16,7 @@ constexpr std::size_t kMostPollsWaiting = BytesAt(MARK::kBusIsBehind) / (bus::kL
 constexpr int kPauseAfterConnectS = 1;
 constexpr int kPauseAfterFailureS = 2;
 
-constexpr unsigned int kPauseBeforeHandshake = 2000;  // Sleep units: 200 µs
+constexpr std::int32_t kPauseBeforeHandshakeUs = 200;
 
 // What Comm2HW makes of no reply, and of no request; never seen on the wire.
 constexpr const char* kTimeoutReply = "TME";
@@ -28,9 +27,12 @@ constexpr const char* kEmptyRequestReply = "LCE";
 SERIAL_INTERFACE::SERIAL_INTERFACE(const std::string& devicePath, PORT_SELECTION selection,
                                    LINK_STATUS linkStatus, const LOGGER& logger,
                                    VOQUEUE& inboundQueue, CARD_TABLE& cards, bool polling,
-                                   bool autoDiscover)
+                                   bool autoDiscover, LINE& line, PAUSES& pauses)
     : m_logger(logger),
       m_devicePath(devicePath),
+      m_line(line),
+      m_exchange(line),
+      m_pauses(pauses),
       m_linkStatus(linkStatus),
       m_selection(selection),
       m_inboundQueue(inboundQueue),
@@ -43,12 +45,13 @@ SERIAL_INTERFACE::SERIAL_INTERFACE(const std::string& devicePath, PORT_SELECTION
 
 SERIAL_INTERFACE::~SERIAL_INTERFACE() {
   Terminate();
+  m_line.Close();
 }
 
 // --- the pass -----------------------------------------------------------------------------------
 
 bool SERIAL_INTERFACE::OnTask() {
-  PauseUs(m_threadDelayUs);
+  m_pauses.DelayUs(m_threadDelayUs);
   if (m_closeRequested) {
     LoseLink();
     return true;
@@ -70,7 +73,7 @@ bool SERIAL_INTERFACE::OnTask() {
 void SERIAL_INTERFACE::Connect() {
   if (!Init()) {
     m_linkStatus = kNotConnected;
-    sleepsec(kPauseAfterFailureS);
+    m_pauses.Seconds(kPauseAfterFailureS);
     return;
   }
   m_hasCarriedPass = false;
@@ -80,7 +83,7 @@ void SERIAL_INTERFACE::Connect() {
     if (m_questionsWaiting.at(kGeneralQueue) == 0) {
       QueueQuestion(kGeneralQueue, bus::IdentificationRequest());
     }
-    sleepsec(kPauseAfterConnectS);
+    m_pauses.Seconds(kPauseAfterConnectS);
   }
 }
 
@@ -227,7 +230,7 @@ bool SERIAL_INTERFACE::Init() {
   if (m_selection != kSearchDevices) {
     return false;
   }
-  const std::list<std::string> candidates = m_port.Search();
+  const std::list<std::string> candidates = m_line.Search();
   if (candidates.empty()) {
     m_logger.WriteLog(kErr, "ttyUSB devices couldn't be found");
     m_linkStatus = kNotConnected;
@@ -247,7 +250,7 @@ bool SERIAL_INTERFACE::Init() {
 
 /// Opens, sets up and checks the port at the device path.
 bool SERIAL_INTERFACE::TryDevice(const char* complaint) {
-  if (!m_port.Open(m_devicePath)) {
+  if (!m_line.Open(m_devicePath)) {
     m_logger.WriteLog(kErr, complaint + m_devicePath + " for hardware communication");
     return false;
   }
@@ -260,7 +263,7 @@ bool SERIAL_INTERFACE::TryDevice(const char* complaint) {
 }
 
 bool SERIAL_INTERFACE::SetSerialParams() {
-  const int error = m_port.SetUp();
+  const int error = m_line.SetUp();
   if (error != 0) {
     m_logger.WriteLog(kErr, "error " + ITOA(error) + " from tcsetattr");
   }
@@ -269,7 +272,7 @@ bool SERIAL_INTERFACE::SetSerialParams() {
 
 bool SERIAL_INTERFACE::HardwareCheck(const std::string& port) {
   m_logger.WriteLog(kInf, "try to catch hardware on " + port);
-  Sleep(kPauseBeforeHandshake);
+  m_pauses.DelayUs(kPauseBeforeHandshakeUs);
   const ANSWER answer = Ask(bus::HandshakeRequest());
   if (answer.outcome == OUTCOME::kReply) {
     // Four characters behind the reply code; a shorter reply shows what it has.
@@ -286,7 +289,7 @@ bool SERIAL_INTERFACE::HardwareCheck(const std::string& port) {
 }
 
 void SERIAL_INTERFACE::LoseLink() {
-  m_port.Close();
+  m_line.Close();
   if (m_linkStatus == kControllerFound) {
     m_isLostInOnePass = !m_hasCarriedPass;
   }

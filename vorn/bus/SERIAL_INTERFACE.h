@@ -1,5 +1,6 @@
 #pragma once
 
+#include "thread/Pauses.h"
 #include "thread/Thread.h"
 #include "vorn/base/Backlog.h"
 #include "vorn/base/LOGGER.h"
@@ -10,7 +11,7 @@
 #include "vorn/bus/CARD_TABLE.h"
 #include "vorn/bus/CardBus.h"
 #include "vorn/bus/Exchange.h"
-#include "vorn/bus/SerialPort.h"
+#include "vorn/bus/Line.h"
 
 #include <array>
 #include <atomic>
@@ -37,7 +38,7 @@ enum PORT_SELECTION : std::int32_t {
 /// into input-change lines. Only that thread touches the port. Other threads
 /// put frame bodies into the bus queues (one other thread: the master loop's), flip the polling
 /// switch, set the thread delay and may ask for the port to be closed for good. The serial inbound
-/// queue and the card table are lent and outlive the thread.
+/// queue, the card table, the line and the pauses are lent and outlive the worker.
 class SERIAL_INTERFACE final : public CThread {
  public:
   /// 0 to 15: by card address; 16: frames that concern no single card, and card parameters.
@@ -46,7 +47,7 @@ class SERIAL_INTERFACE final : public CThread {
 
   SERIAL_INTERFACE(const std::string& devicePath, PORT_SELECTION selection, LINK_STATUS linkStatus,
                    const LOGGER& logger, VOQUEUE& inboundQueue, CARD_TABLE& cards, bool polling,
-                   bool autoDiscover);
+                   bool autoDiscover, LINE& line, PAUSES& pauses);
   /// Stops the thread (an exchange or a pause ends first), then closes the port.
   ~SERIAL_INTERFACE();
   SERIAL_INTERFACE(const SERIAL_INTERFACE&) = delete;
@@ -111,8 +112,9 @@ class SERIAL_INTERFACE final : public CThread {
 
   LOGGER m_logger;
   std::string m_devicePath;
-  SERIAL_PORT m_port;
-  EXCHANGE m_exchange{m_port};
+  LINE& m_line;
+  EXCHANGE m_exchange;
+  PAUSES& m_pauses;
   SHARED_FIELD<std::int32_t> m_linkStatus;
   PORT_SELECTION m_selection;
   VOQUEUE& m_inboundQueue;

@@ -1,6 +1,5 @@
 #include "vorn/master/VORN.h"
 
-#include "thread/Pause.h"
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
 #include "vorn/config/ConfigReader.h"
@@ -17,8 +16,10 @@ bool IsExit(const std::string& text, const INTERFACE_DESCRIPTOR& descriptor) {
 
 }  // namespace
 
-VORN::VORN(const SIGNAL_FLAG& signalFlag, const std::string& configPath)
+VORN::VORN(const SIGNAL_FLAG& signalFlag, LINE& line, PAUSES& pauses, const std::string& configPath)
     : m_signalFlag(signalFlag),
+      m_line(line),
+      m_pauses(pauses),
       m_configPath(configPath),
       m_monitorBacklog(BytesAt(MARK::kCopiesAreNotMade)),
       m_operatorBacklog(BytesAt(MARK::kOperatorWaitsForAnswers)) {
@@ -91,7 +92,7 @@ void VORN::InitInterfaces() {
 
   m_serial = std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, m_logger,
                                                 *m_serialQueue, *m_cards, m_config.polling,
-                                                m_config.autoDiscover);
+                                                m_config.autoDiscover, m_line, m_pauses);
   m_serial->SetThreadDelayUs(m_config.threadDelayUs);
 
   m_caeInterpreter = std::make_unique<CAE_INTERPRETER>(
@@ -108,7 +109,7 @@ void VORN::InitInterfaces() {
 
 std::unique_ptr<SOCKET_INTERFACE> VORN::StartSocketInterface(const INTERFACE_DESCRIPTOR& descriptor,
                                                              VOQUEUE& inboundQueue) {
-  auto worker = std::make_unique<SOCKET_INTERFACE>(descriptor, m_logger, inboundQueue);
+  auto worker = std::make_unique<SOCKET_INTERFACE>(descriptor, m_logger, inboundQueue, m_pauses);
   worker->Init();  // a failure is logged there and leaves the worker idle
   return worker;
 }
@@ -117,7 +118,7 @@ std::unique_ptr<SOCKET_INTERFACE> VORN::StartSocketInterface(const INTERFACE_DES
 
 void VORN::MasterThread() {
   for (;;) {
-    PauseUs(m_config.threadDelayUs);
+    m_pauses.DelayUs(m_config.threadDelayUs);
     if (StoppedBySignal()) {
       return;
     }
@@ -238,8 +239,4 @@ void VORN::SetThreadDelays(std::int32_t delayUs) {
   m_cae->SetThreadDelayUs(delayUs);
   m_io->SetThreadDelayUs(delayUs);
   m_mon->SetThreadDelayUs(delayUs);
-}
-
-void VORN::PauseSeconds(int seconds) {
-  sleepsec(seconds);
 }

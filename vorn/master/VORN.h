@@ -1,5 +1,6 @@
 #pragma once
 
+#include "thread/Pauses.h"
 #include "vorn/base/Backlog.h"
 #include "vorn/base/LOGGER.h"
 #include "vorn/base/VOQUEUE.h"
@@ -23,8 +24,10 @@
 /// table to the workers, whose threads it stops before it releases anything.
 class VORN : private DAEMON_CONTROL {
  public:
-  /// Lends the stop flag. `configPath` is the file that InitProgramData reads.
-  explicit VORN(const SIGNAL_FLAG& signalFlag, const std::string& configPath = kConfigPath);
+  /// Lent: the stop flag, the line to the bus, the pauses. `configPath` is the file that
+  /// InitProgramData reads.
+  VORN(const SIGNAL_FLAG& signalFlag, LINE& line, PAUSES& pauses,
+       const std::string& configPath = kConfigPath);
   ~VORN() override;
   VORN(const VORN&) = delete;
   VORN& operator=(const VORN&) = delete;
@@ -60,7 +63,7 @@ class VORN : private DAEMON_CONTROL {
   bool Polling() override { return m_serial->Polling(); }
   void SetPolling(bool on) override { m_serial->SetPolling(on); }
   void CloseCaeConnection() override { m_cae->CloseByCommandOf(m_caeNumber); }
-  void PauseSeconds(int seconds) override;
+  void PauseSeconds(int seconds) override { m_pauses.Seconds(seconds); }
 
   LOGGER m_logger;
   CONFIG_DESCRIPTOR m_config;
@@ -74,6 +77,8 @@ class VORN : private DAEMON_CONTROL {
   std::unique_ptr<SOCKET_INTERFACE> m_mon;
   std::unique_ptr<SERIAL_INTERFACE> m_serial;
   const SIGNAL_FLAG& m_signalFlag;
+  LINE& m_line;
+  PAUSES& m_pauses;
   std::unique_ptr<CARD_TABLE> m_cards = std::make_unique<CARD_TABLE>();
   std::string m_configPath;
   // They borrow the workers' queues: made after the workers, released before them.

@@ -1,6 +1,5 @@
 #include "vorn/tcp/SOCKET_INTERFACE.h"
 
-#include "thread/Pause.h"
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
 
@@ -54,7 +53,7 @@ const INTERFACE_ROLE& RoleOf(const std::string& name) {
 
 /// A worker configured under this name is parked for good after its first pass.
 constexpr const char* kParkedName = "DMI";
-constexpr unsigned int kParkedPause = 5000;  // Sleep units
+constexpr std::int32_t kParkedPauseUs = 500;
 
 constexpr int kBacklog = 1;
 /// A port that is taken is asked for again for a quarter of a second. Who has it may be on the way
@@ -64,7 +63,7 @@ constexpr int kBindTries = 51;
 constexpr std::int32_t kPauseBetweenBindsUs = 5000;
 constexpr int kPauseBeforeAcceptS = 3;
 constexpr int kPauseWhileClosedS = 2;
-constexpr unsigned int kPauseAfterConstruction = 50000;  // Sleep units: 5 ms
+constexpr std::int32_t kPauseAfterConstructionUs = 5000;
 
 constexpr std::size_t kReceiveLimit = 255;
 constexpr std::size_t kSendBufferSize = 256;
@@ -137,10 +136,10 @@ std::string PeerText(const sockaddr_in& peer) {
 }  // namespace
 
 SOCKET_INTERFACE::SOCKET_INTERFACE(const INTERFACE_DESCRIPTOR& descriptor, const LOGGER& logger,
-                                   VOQUEUE& inputQueue)
-    : m_descriptor(descriptor), m_logger(logger), m_inputQueue(inputQueue) {
+                                   VOQUEUE& inputQueue, PAUSES& pauses)
+    : m_descriptor(descriptor), m_logger(logger), m_inputQueue(inputQueue), m_pauses(pauses) {
   SetThreadType(kIntervalDriven, 1);
-  Sleep(kPauseAfterConstruction);
+  m_pauses.DelayUs(kPauseAfterConstructionUs);
 }
 
 SOCKET_INTERFACE::~SOCKET_INTERFACE() {
@@ -201,7 +200,7 @@ bool SOCKET_INTERFACE::BindToPort(int listener) const {
     if (errno != EADDRINUSE || --left == 0) {
       return false;
     }
-    PauseUs(kPauseBetweenBindsUs);
+    m_pauses.DelayUs(kPauseBetweenBindsUs);
   }
 }
 
@@ -218,7 +217,7 @@ std::uint16_t SOCKET_INTERFACE::BoundPort() {
 // --- the pass -----------------------------------------------------------------------------------
 
 bool SOCKET_INTERFACE::OnTask() {
-  PauseUs(m_descriptor.threadDelayUs);
+  m_pauses.DelayUs(m_descriptor.threadDelayUs);
   if (State() == kListening) {
     AcceptClient();
   }
@@ -239,7 +238,7 @@ void SOCKET_INTERFACE::AcceptClient() {
   if (!Replace(kListening, kAccepting)) {
     return;
   }
-  sleepsec(kPauseBeforeAcceptS);
+  m_pauses.Seconds(kPauseBeforeAcceptS);
 
   sockaddr_in peer{};
   FILE_DESCRIPTOR client = WaitForClient(peer);
@@ -321,7 +320,7 @@ void SOCKET_INTERFACE::Reopen() {
     const std::lock_guard lock(m_socketLock);
     m_reconnectCounter = m_reconnectCounter + 1;
   }
-  sleepsec(kPauseWhileClosedS);
+  m_pauses.Seconds(kPauseWhileClosedS);
   if (m_reconnectCounter > 1 && !StopRequested()) {
     Init();
   }
@@ -330,7 +329,7 @@ void SOCKET_INTERFACE::Reopen() {
 void SOCKET_INTERFACE::ParkForGood() {
   LogInfo("On task " + m_descriptor.name + " interface");
   while (!StopRequested()) {
-    Sleep(kParkedPause);
+    m_pauses.DelayUs(kParkedPauseUs);
   }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "thread/Lock.h"
+#include "thread/Pauses.h"
 #include "thread/Thread.h"
 #include "vorn/base/FileDescriptor.h"
 #include "vorn/base/LOGGER.h"
@@ -40,11 +41,11 @@ enum TRANSFER_MODE : std::int32_t {
 ///
 /// m_socketLock guards the two sockets' owners, every change of the connection state and what
 /// belongs to it; the worker uses the descriptors without it, because nobody else closes them. The
-/// output queue is owned, the input queue is lent and outlives the thread.
+/// output queue is owned, the input queue and the pauses are lent and outlive the thread.
 class SOCKET_INTERFACE final : public CThread {
  public:
   SOCKET_INTERFACE(const INTERFACE_DESCRIPTOR& descriptor, const LOGGER& logger,
-                   VOQUEUE& inputQueue);
+                   VOQUEUE& inputQueue, PAUSES& pauses);
   /// Stops the thread, whatever it waits for, then closes what is open.
   ~SOCKET_INTERFACE();
   SOCKET_INTERFACE(const SOCKET_INTERFACE&) = delete;
@@ -137,5 +138,6 @@ class SOCKET_INTERFACE final : public CThread {
   DELIVERY_WATCH m_delivery;
   VOQUEUE m_outputQueue;
   VOQUEUE& m_inputQueue;
+  PAUSES& m_pauses;
   SHARED_FIELD<TRANSFER_MODE> m_transferMode = kTextMode;
 };

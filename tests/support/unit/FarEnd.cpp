@@ -1,88 +1,28 @@
 #include "tests/support/unit/FarEnd.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
 #include <utility>
 
 namespace unit {
 
-namespace {
-
-constexpr int kLineLimitMs = 20000;  // for bytes to cross the pseudo-terminal
-
-std::mutex registryLock;         // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
-std::vector<FAR_END*> registry;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
-std::atomic<bool> anyRegistered{
-    false};  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
-
-// The system's own calls: this program's replacements would come back here.
-ssize_t SystemRead(int descriptor, std::uint8_t* bytes, std::size_t count) {
-  return syscall(SYS_read, descriptor, bytes, count);
-}
-
-ssize_t SystemWrite(int descriptor, const std::uint8_t* bytes, std::size_t count) {
-  return syscall(SYS_write, descriptor, bytes, count);
-}
-
-}  // namespace
-
-FAR_END::FAR_END() : m_master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-  std::array<char, 64> path{};
-  struct stat status {};
-  if (m_master < 0 || grantpt(m_master) != 0 || unlockpt(m_master) != 0 ||
-      ptsname_r(m_master, path.data(), path.size()) != 0) {
-    throw std::runtime_error("no pseudo-terminal for the test");
-  }
-  m_path = path.data();
-  m_slave = open(path.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (m_slave < 0 || fstat(m_slave, &status) != 0) {
-    throw std::runtime_error("cannot open " + m_path);
-  }
-  m_device = status.st_rdev;
-  const std::lock_guard lock(registryLock);
-  registry.push_back(this);
-  anyRegistered = true;
-}
-
 FAR_END::~FAR_END() {
-  {
-    const std::lock_guard lock(registryLock);
-    std::erase(registry, this);
-    anyRegistered = !registry.empty();
-  }
   ExpectDone();
-  close(m_slave);
-  if (m_master >= 0) {
-    close(m_master);
-  }
-}
-
-FAR_END* FAR_END::Of(int descriptor) {
-  struct stat status {};
-  if (!anyRegistered || fstat(descriptor, &status) != 0 || !S_ISCHR(status.st_mode)) {
-    return nullptr;
-  }
-  const std::lock_guard lock(registryLock);
-  const auto found = std::find_if(registry.begin(), registry.end(), [&](const FAR_END* end) {
-    return end->m_device == status.st_rdev;
-  });
-  return found == registry.end() ? nullptr : *found;
 }
 
 // --- the script ---------------------------------------------------------------------------------
+
+void FAR_END::List(const std::list<std::string>& paths) {
+  const std::lock_guard lock(m_lock);
+  m_listing = paths;
+}
+
+void FAR_END::RefuseSettings(int error) {
+  const std::lock_guard lock(m_lock);
+  m_settingsError = error;
+}
 
 void FAR_END::Expect(const BYTES& frame, const BYTES& answer) {
   ExpectInReads(frame, answer.empty() ? READS{} : READS{answer});
@@ -100,7 +40,7 @@ void FAR_END::AnswerWith(RESPONDER responder) {
 
 void FAR_END::SendUnasked(const BYTES& bytes) {
   const std::lock_guard lock(m_lock);
-  Deliver(bytes);
+  m_unread.insert(m_unread.end(), bytes.begin(), bytes.end());
 }
 
 void FAR_END::TakeAtMost(std::size_t bytes) {
@@ -110,10 +50,20 @@ void FAR_END::TakeAtMost(std::size_t bytes) {
 
 void FAR_END::PullOut() {
   const std::lock_guard lock(m_lock);
-  close(std::exchange(m_master, -1));
+  m_isPulledOut = true;
 }
 
 // --- what happened ------------------------------------------------------------------------------
+
+int FAR_END::Searches() const {
+  const std::lock_guard lock(m_lock);
+  return m_searches;
+}
+
+int FAR_END::Openings() const {
+  const std::lock_guard lock(m_lock);
+  return m_openings;
+}
 
 std::vector<BYTES> FAR_END::Requests() const {
   const std::lock_guard lock(m_lock);
@@ -130,11 +80,6 @@ std::size_t FAR_END::Writes() const {
   return m_writes;
 }
 
-bool FAR_END::IsDone() const {
-  const std::lock_guard lock(m_lock);
-  return m_script.empty() && m_received.empty();
-}
-
 void FAR_END::ExpectDone() const {
   const std::lock_guard lock(m_lock);
   EXPECT_EQ(m_received, BYTES()) << "part of a frame: " << ToHex(m_received);
@@ -143,83 +88,100 @@ void FAR_END::ExpectDone() const {
   }
 }
 
-termios FAR_END::Settings() const {
-  termios settings{};
-  tcgetattr(m_slave, &settings);
-  return settings;
-}
+// --- the line, for the code under test ----------------------------------------------------------
 
-std::vector<int> FAR_END::Openings() const {
-  std::vector<int> openings;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    const int descriptor = std::stoi(entry.path().filename().string());
-    if (descriptor != m_slave && std::filesystem::read_symlink(entry.path(), gone) == m_path) {
-      openings.push_back(descriptor);
-    }
+std::list<std::string> FAR_END::Search() {
+  for (FAR_END* const end : std::exchange(m_aside, {})) {
+    end->BeClosed();
   }
-  return openings;
+  const std::lock_guard lock(m_lock);
+  ++m_searches;
+  return m_listing;
 }
 
-// --- inside the calls of the code under test ----------------------------------------------------
+bool FAR_END::Open(const std::string& path) {
+  if (m_open != nullptr) {
+    std::exchange(m_open, nullptr)->BeClosed();
+  }
+  FAR_END* end = path == m_path ? this : nullptr;
+  for (FAR_END* const other : m_others) {
+    end = path == other->m_path ? other : end;
+  }
+  m_open = end != nullptr && end->BeOpened() ? end : nullptr;
+  return m_open != nullptr;
+}
 
-bool FAR_END::BeforeRead() {
+int FAR_END::SetUp() {
+  return m_open->m_settingsError;
+}
+
+ssize_t FAR_END::Read(std::uint8_t* bytes, std::size_t count) {
+  errno = EBADF;
+  return m_open == nullptr ? -1 : m_open->Give(bytes, count);
+}
+
+ssize_t FAR_END::Write(const std::uint8_t* bytes, std::size_t count) {
+  errno = EBADF;
+  return m_open == nullptr ? -1 : m_open->Take(bytes, count);
+}
+
+void FAR_END::Close() {
+  FAR_END* const end = std::exchange(m_open, nullptr);
+  if (end != nullptr && end->m_settingsError != 0) {
+    m_aside.push_back(end);
+  } else if (end != nullptr) {
+    end->BeClosed();
+  }
+}
+
+// --- the adapter --------------------------------------------------------------------------------
+
+bool FAR_END::BeOpened() {
+  const std::lock_guard lock(m_lock);
+  m_openings += m_isPulledOut ? 0 : 1;
+  return !m_isPulledOut;
+}
+
+void FAR_END::BeClosed() {
+  const std::lock_guard lock(m_lock);
+  --m_openings;
+}
+
+ssize_t FAR_END::Give(std::uint8_t* bytes, std::size_t count) {
   const std::lock_guard lock(m_lock);
   ++m_reads;
-  if (m_master < 0 || m_unread > 0) {
-    return true;
+  if (!m_isPulledOut && m_unread.empty() && m_reads >= m_firstRead && !m_answer.empty()) {
+    m_unread = std::move(m_answer.front());
+    m_answer.pop_front();
   }
-  if (m_reads < m_firstRead || m_answer.empty()) {
-    return false;
+  if (m_isPulledOut || m_unread.empty()) {
+    errno = m_isPulledOut ? EIO : EAGAIN;
+    return -1;
   }
-  const BYTES bytes = m_answer.front();
-  m_answer.pop_front();
-  if (bytes.empty()) {
-    return false;
-  }
-  Deliver(bytes);
-  return true;
+  const auto end = m_unread.begin() + static_cast<std::ptrdiff_t>(std::min(count, m_unread.size()));
+  std::copy(m_unread.begin(), end, bytes);
+  const ssize_t given = end - m_unread.begin();
+  m_unread.erase(m_unread.begin(), end);
+  return given;
 }
 
-void FAR_END::AfterRead(ssize_t count) {
-  const std::lock_guard lock(m_lock);
-  if (count > 0) {
-    m_unread -= std::min(m_unread, static_cast<std::size_t>(count));
-  }
-}
-
-std::size_t FAR_END::BeforeWrite(std::size_t count) {
-  const std::lock_guard lock(m_lock);
-  return std::min(count, m_writeLimit);
-}
-
-void FAR_END::AfterWrite(ssize_t count) {
+ssize_t FAR_END::Take(const std::uint8_t* bytes, std::size_t count) {
   const std::lock_guard lock(m_lock);
   ++m_writes;
   m_reads = 0;
-  if (count <= 0 || m_master < 0) {
-    return;
+  if (m_isPulledOut) {
+    errno = EIO;
+    return -1;
   }
-  auto left = static_cast<std::size_t>(count);
-  while (left > 0) {
-    pollfd line{m_master, POLLIN, 0};
-    std::array<std::uint8_t, 256> bytes{};
-    const ssize_t taken = poll(&line, 1, kLineLimitMs) == 1
-                              ? SystemRead(m_master, bytes.data(), std::min(left, bytes.size()))
-                              : -1;
-    if (taken <= 0) {
-      ADD_FAILURE() << "what was written does not arrive";
-      return;
-    }
-    m_received.insert(m_received.end(), bytes.begin(), bytes.begin() + taken);
-    left -= static_cast<std::size_t>(taken);
-  }
+  const std::size_t taken = std::min(count, m_writeLimit);
+  m_received.insert(m_received.end(), bytes, bytes + taken);
   while (!m_received.empty() && m_received.size() > m_received.front()) {
     const auto end = m_received.begin() + 1 + m_received.front();
     const BYTES frame(m_received.begin(), end);
     m_received.erase(m_received.begin(), end);
     TakeFrame(frame);
   }
+  return static_cast<ssize_t>(taken);
 }
 
 void FAR_END::TakeFrame(const BYTES& frame) {
@@ -239,24 +201,6 @@ void FAR_END::TakeFrame(const BYTES& frame) {
   EXPECT_EQ(ToHex(frame), ToHex(exchange.frame));
   m_answer.assign(exchange.answer.begin(), exchange.answer.end());
   m_firstRead = exchange.firstRead;
-}
-
-/// Puts the bytes on the line and waits until they can be read, so that the next read finds all.
-void FAR_END::Deliver(const BYTES& bytes) {
-  if (SystemWrite(m_master, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-    ADD_FAILURE() << "the line does not take " << bytes.size() << " bytes";
-    return;
-  }
-  m_unread += bytes.size();
-  int arrived = 0;
-  for (int waitedMs = 0; static_cast<std::size_t>(arrived) < m_unread; ++waitedMs) {
-    if (waitedMs == kLineLimitMs || syscall(SYS_ioctl, m_slave, FIONREAD, &arrived) != 0) {
-      ADD_FAILURE() << "what was sent does not arrive";
-      return;
-    }
-    pollfd nothing{-1, 0, 0};
-    poll(&nothing, 1, waitedMs < 10 ? 0 : 1);
-  }
 }
 
 }  // namespace unit

@@ -1,27 +1,28 @@
 #pragma once
 
 #include "tests/support/unit/Bytes.h"
-
-#include <sys/types.h>
-#include <termios.h>
+#include "vorn/bus/Line.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <string>
 #include <vector>
 
 namespace unit {
 
-/// The far end of the serial line: a pseudo-terminal whose slave the code under test opens as its
-/// port. Expects frames, byte for byte and in order, and answers each as scripted; a frame that is
-/// not expected fails the test, and so does, at the end, one that did not come.
+/// The far end of the serial line, as the code under test has it for its line: an adapter at a
+/// path, with a controller behind it. Expects frames, byte for byte and in order, and answers each
+/// as scripted; a frame that is not expected fails the test, and so does, at the end, one that did
+/// not come.
 ///
-/// It works inside the reads and writes of the code under test, on their thread; see SystemCalls.h.
-/// A lock guards everything, so that the test's thread may look and script meanwhile.
-class FAR_END {
+/// It works inside the reads and writes of the code under test, on their thread, so that an
+/// exchange needs no second thread, and a reply can be timed by the count of reads that the daemon
+/// itself goes by. A lock guards everything; the test's thread may look and script meanwhile.
+class FAR_END : public LINE {
  public:
   /// An answer, one element for each read that is to find something. An empty element is a read
   /// that finds nothing.
@@ -29,15 +30,19 @@ class FAR_END {
   /// From a request's body to the reply frame; empty for none.
   using RESPONDER = std::function<BYTES(const BYTES& body)>;
 
-  FAR_END();
-  ~FAR_END();
+  explicit FAR_END(std::string path = "/dev/ttyUSB0") : m_path(std::move(path)) {}
+  ~FAR_END() override;
   FAR_END(const FAR_END&) = delete;
   FAR_END& operator=(const FAR_END&) = delete;
 
-  /// The port to open, as "/dev/pts/N".
   const std::string& Path() const { return m_path; }
-  /// The same as `ls /dev` would show it.
-  std::string Entry() const { return m_path.substr(sizeof "/dev/" - 1); }
+
+  /// What a search finds from now on; at first nothing.
+  void List(const std::list<std::string>& paths);
+  /// Another adapter that can be opened through this line; it outlives what opens it.
+  void Add(FAR_END& other) { m_others.push_back(&other); }
+  /// The port takes no settings, with this errno value.
+  void RefuseSettings(int error);
 
   /// The next frame, length byte included, and its answer in one read; no answer if it is empty.
   void Expect(const BYTES& frame, const BYTES& answer);
@@ -48,36 +53,33 @@ class FAR_END {
   /// Serves what the script does not, instead of failing.
   void AnswerWith(RESPONDER responder);
 
-  /// Bytes that nobody has asked for, ready to be read when this returns.
+  /// Bytes that nobody has asked for.
   void SendUnasked(const BYTES& bytes);
   /// The next writes take at most so many bytes each.
   void TakeAtMost(std::size_t bytes);
-  /// The adapter is pulled out: reads and writes fail from now on.
+  /// The adapter is pulled out: it cannot be opened, reads and writes fail from now on.
   void PullOut();
 
+  /// Searches made so far.
+  int Searches() const;
+  /// How often the port is open now, put aside or not.
+  int Openings() const;
   /// Frames taken so far, length byte included.
   std::vector<BYTES> Requests() const;
   /// Reads that the code under test has made since the last request.
   std::uint32_t ReadsSinceRequest() const;
   /// Writes that it has made in all.
   std::size_t Writes() const;
-  /// True when the script is used up and no part of a frame is left over.
-  bool IsDone() const;
-  /// Fails the test unless IsDone. The destructor does it too.
+  /// Fails the test unless the script is used up and no part of a frame is left over. The
+  /// destructor does it too.
   void ExpectDone() const;
 
-  /// The line settings of the port.
-  termios Settings() const;
-  /// Descriptors of this process that hold the port open, this end's own left out.
-  std::vector<int> Openings() const;
-
-  // For the system calls: true when they are to do their work, false when the read finds nothing.
-  bool BeforeRead();
-  void AfterRead(ssize_t count);
-  std::size_t BeforeWrite(std::size_t count);
-  void AfterWrite(ssize_t count);
-  /// The far end that `descriptor` leads to, if any.
-  static FAR_END* Of(int descriptor);
+  std::list<std::string> Search() override;
+  bool Open(const std::string& path) override;
+  int SetUp() override;
+  ssize_t Read(std::uint8_t* bytes, std::size_t count) override;
+  ssize_t Write(const std::uint8_t* bytes, std::size_t count) override;
+  void Close() override;
 
  private:
   struct EXCHANGE {
@@ -86,22 +88,32 @@ class FAR_END {
     std::uint32_t firstRead = 1;
   };
 
+  bool BeOpened();
+  void BeClosed();
+  ssize_t Give(std::uint8_t* bytes, std::size_t count);
+  ssize_t Take(const std::uint8_t* bytes, std::size_t count);
   void TakeFrame(const BYTES& frame);
-  void Deliver(const BYTES& bytes);
 
   mutable std::mutex m_lock;
-  int m_master = -1;
-  int m_slave = -1;  // keeps the line up while nobody else has it open
-  dev_t m_device{};
-  std::string m_path;
+  const std::string m_path;
+  // The line's, on the thread that uses it.
+  std::vector<FAR_END*> m_others;
+  FAR_END* m_open = nullptr;
+  std::vector<FAR_END*> m_aside;
+  // The adapter's.
+  std::list<std::string> m_listing;
+  int m_searches = 0;
+  int m_openings = 0;
+  int m_settingsError = 0;
+  bool m_isPulledOut = false;
   std::deque<EXCHANGE> m_script;
   RESPONDER m_responder;
   std::vector<BYTES> m_requests;
   BYTES m_received;  // of a frame that is not complete
   std::deque<BYTES> m_answer;
+  BYTES m_unread;  // on the line for the code under test
   std::uint32_t m_firstRead = 1;
   std::uint32_t m_reads = 0;
-  std::size_t m_unread = 0;  // bytes on the line for the code under test
   std::size_t m_writes = 0;
   std::size_t m_writeLimit = SIZE_MAX;
 };

@@ -6,8 +6,6 @@
 namespace unit {
 namespace {
 
-using LINES = std::vector<std::string>;
-
 constexpr const char* kOldestLost =
     "[ERR] too many messages wait for the card bus, the oldest are lost";
 constexpr const char* kNoDevice = "[ERR] ttyUSB devices couldn't be found";
@@ -16,22 +14,6 @@ constexpr const char* kLinesLost =
 
 class SerialBacklog : public SERIAL_FIXTURE {
  protected:
-  void MakePolled(std::size_t slot, const char* frame) {
-    cards.With(slot, [&](PERIFCARD& card) {
-      card.typeCode = kDigitalInput;
-      card.stateWord = kInputCard;
-      card.pollFlag = 1;
-      card.pollFrame = HexList(frame);
-    });
-  }
-
-  /// A worker that has looked for an adapter in vain.
-  SERIAL_INTERFACE& MakeUnconnected() {
-    MakeWorker(kSearchDevices, "", {});
-    EXPECT_FALSE(serial->Init());
-    return *serial;
-  }
-
   /// So many bytes, as the queues count them, of lines for the master loop.
   void FillInbound(std::size_t bytes) {
     while (inbound.Bytes() < bytes) {
@@ -52,25 +34,24 @@ class SerialBacklog : public SERIAL_FIXTURE {
 
 TEST_F(SerialBacklog, NoCardIsPolledWhile24KibOfLinesWaitForTheMasterLoop) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
-  MakePolled(3, "20 03 02");
+  MakePolled(3);
   FillInbound(24U * 1024);
   EXPECT_TRUE(worker.OnTask());
   EXPECT_TRUE(worker.BusQueue(3).IsEmpty());
 
   inbound.DeQueue();
   EXPECT_TRUE(worker.OnTask());
-  EXPECT_EQ(TakeAll(worker.BusQueue(3)).size(), 1U);
+  EXPECT_EQ(TakeBodies(3).size(), 1U);
 }
 
 TEST_F(SerialBacklog, LinesOfCardsThatReportWithoutAPollAreLostWhere32KibWaitAndTheLogSaysSoOnce) {
   Connect();
-  MakePolled(3, "20 03 02");
+  MakePolled(3);
   FillInbound(32U * 1024);
   TakeReply("21 03 01 02");
   TakeReply("21 03 03 04");
   EXPECT_EQ(inbound.Bytes(), 32U * 1024);
-  const LINES log = Log();
-  EXPECT_EQ(std::count(log.begin(), log.end(), kLinesLost), 1);
+  EXPECT_EQ(CountLog(kLinesLost), 1);
   // What is stored is true all the same.
   EXPECT_EQ(Card(3).values[0], 3);
 
@@ -78,19 +59,13 @@ TEST_F(SerialBacklog, LinesOfCardsThatReportWithoutAPollAreLostWhere32KibWaitAnd
   TakeReply("21 03 05 04");
   const LINES lines = TakeLines();
   EXPECT_EQ(lines.back(), "a3b0d05");
-  const LINES after = Log();
-  EXPECT_EQ(std::count(after.begin(), after.end(), kLinesLost), 1);
+  EXPECT_EQ(CountLog(kLinesLost), 1);
 }
 
 TEST_F(SerialBacklog, LinksLostAgainAndAgainDoNotPileUpPolls) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
-  for (const std::size_t slot : {3U, 8U}) {
-    cards.With(slot, [slot](PERIFCARD& card) {
-      card.stateWord = kInputCard;
-      card.pollFlag = 1;
-      card.pollFrame = {0x20, static_cast<char>(slot), 1};
-    });
-  }
+  MakePolled(3);
+  MakePolled(8);
   // Card 3's poll costs the link each time, so that card 8's is never reached.
   line.AnswerWith(
       [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
@@ -104,7 +79,7 @@ TEST_F(SerialBacklog, LinksLostAgainAndAgainDoNotPileUpPolls) {
 
 TEST_F(SerialBacklog, OtherRequestsOfACardDoNotKeepItsPollsOut) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
-  MakePolled(3, "20 03 02");
+  MakePolled(3);
   line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
   for (int i = 0; i < 20; ++i) {
     worker.BusQueue(3).ToQueue(HexList("10 03 01 00"));
@@ -133,8 +108,8 @@ TEST_F(SerialBacklog, EmptyRequestsBeforeAFrameAreAnsweredInTheSamePass) {
 
 TEST_F(SerialBacklog, ACardWhoseClientKeepsSendingEmptyRequestsIsPolledAsOftenAsItsNeighbour) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
-  MakePolled(3, "20 03 02");
-  MakePolled(4, "20 04 02");
+  MakePolled(3);
+  MakePolled(4);
   line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
   constexpr int kPasses = 30;
   for (int pass = 0; pass <= kPasses; ++pass) {
@@ -169,7 +144,7 @@ TEST_F(SerialBacklog, WithALinkItIsBehindFrom4KibInAQueueOnAndDropsNothing) {
 }
 
 TEST_F(SerialBacklog, WithoutALinkAQueueKeepsTheLatestThatFitAndTheLogSaysSoOnceForEachAbsence) {
-  SERIAL_INTERFACE& worker = MakeUnconnected();
+  SERIAL_INTERFACE& worker = MakeUnconnected({});
   constexpr std::size_t kFit = 4096 / 10;
   for (int absence = 1; absence <= 2; ++absence) {
     for (const std::size_t number : {std::size_t{5}, SERIAL_INTERFACE::kGeneralQueue}) {
@@ -182,10 +157,9 @@ TEST_F(SerialBacklog, WithoutALinkAQueueKeepsTheLatestThatFitAndTheLogSaysSoOnce
         ASSERT_EQ(worker.BusQueue(number).DeQueue(), Numbered(i));
       }
     }
-    const LINES log = Log();
-    EXPECT_EQ(std::count(log.begin(), log.end(), kOldestLost), absence);
+    EXPECT_EQ(CountLog(kOldestLost), absence);
     // The link is there for a moment.
-    commands.ListDevices({line.Entry()});
+    line.List({line.Path()});
     line.AnswerWith([](const BYTES& body) {
       return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54");
     });
@@ -202,7 +176,7 @@ TEST_F(SerialBacklog, WithoutALinkAQueueKeepsTheLatestThatFitAndTheLogSaysSoOnce
 
 TEST_F(SerialBacklog, ALinkThatACardCostsInEachPassIsNoneToTheOthers) {
   SERIAL_INTERFACE& worker = Connect({.polling = true, .autoDiscover = true});
-  MakePolled(3, "20 03 02");
+  MakePolled(3);
   line.AnswerWith(
       [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
   worker.OnTask();  // carries nothing, and so a whole pass; queues a poll
@@ -217,14 +191,13 @@ TEST_F(SerialBacklog, ALinkThatACardCostsInEachPassIsNoneToTheOthers) {
   EXPECT_GT(line.Requests().size(), kPasses);
   EXPECT_EQ(worker.BusQueue(5).Size(), 4096U / 10);
   // The cards are asked for once, however often the link was made.
-  EXPECT_EQ(TakeAll(worker.BusQueue(SERIAL_INTERFACE::kGeneralQueue)), LINES{"0"});
-  const LINES log = Log();
-  EXPECT_EQ(std::count(log.begin(), log.end(), kOldestLost), 1);
+  EXPECT_EQ(TakeBodies(SERIAL_INTERFACE::kGeneralQueue), LINES{"30"});
+  EXPECT_EQ(CountLog(kOldestLost), 1);
 }
 
 TEST_F(SerialBacklog, OnePollIsQueuedWhereTheQueueIsFullOfOtherRequests) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
-  MakePolled(3, "20 03 02");
+  MakePolled(3);
   line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
   for (std::size_t i = 0; i < 1000; ++i) {
     worker.BusQueue(3).ToQueue(Numbered(i));
@@ -236,7 +209,7 @@ TEST_F(SerialBacklog, OnePollIsQueuedWhereTheQueueIsFullOfOtherRequests) {
 }
 
 TEST_F(SerialBacklog, WithoutALinkAnEmptyRequestPushesOutNoFrame) {
-  SERIAL_INTERFACE& worker = MakeUnconnected();
+  SERIAL_INTERFACE& worker = MakeUnconnected({});
   constexpr std::size_t kFit = 4090 / 10;
   for (std::size_t i = 0; i < kFit; ++i) {
     worker.QueueRequest(5, Numbered(i));
@@ -251,7 +224,7 @@ TEST_F(SerialBacklog, WithoutALinkAnEmptyRequestPushesOutNoFrame) {
 
 TEST_F(SerialBacklog, PollsThatGaveWayToLaterRequestsAreQueuedAgain) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
-  MakePolled(3, "20 03 02");
+  MakePolled(3);
   line.AnswerWith(
       [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
   worker.OnTask();  // queues a poll
@@ -262,7 +235,7 @@ TEST_F(SerialBacklog, PollsThatGaveWayToLaterRequestsAreQueuedAgain) {
     worker.QueueRequest(3, Numbered(i));
   }
   ASSERT_EQ(worker.BusQueue(3).DeQueue(), Numbered(1));
-  TakeAll(worker.BusQueue(3));
+  TakeBodies(3);
   line.AnswerWith(
       [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 06"); });
   // Sixteen may wait: none of them is counted that is not there.

@@ -1,6 +1,9 @@
-// One request and its reply, byte by byte.
+// One request and what becomes of it, byte by byte.
 
-#include "tests/unit/bus/SerialFixture.h"
+#include "tests/support/unit/FarEnd.h"
+#include "vorn/bus/Exchange.h"
+
+#include <gtest/gtest.h>
 
 namespace unit {
 namespace {
@@ -8,15 +11,16 @@ namespace {
 constexpr std::uint32_t kShortLimit = 150000;
 constexpr std::uint32_t kLongLimit = 300000;
 
-class Exchange : public SERIAL_FIXTURE {
+class Exchange : public testing::Test {
  protected:
-  Exchange() { Connect(); }
+  Exchange() { line.Open(line.Path()); }
 
-  /// "TME", "LCE" or the hex of a reply's body.
+  /// The hex of a reply's body, behind the outcome where that is another.
   std::string Send(const QList& body) {
-    const QList reply = serial->Comm2HW(body);
-    const std::string text(reply.begin(), reply.end());
-    return text == "TME" || text == "LCE" ? text : ToHex(reply);
+    wasWritten = exchange.Send(body);
+    const ANSWER answer = exchange.Await(isGivenUp);
+    const std::string outcomes[] = {"", "TIMEOUT ", "REFUSED "};
+    return outcomes[static_cast<std::size_t>(answer.outcome)] + ToHex(answer.reply);
   }
   std::string Send(const char* body) { return Send(HexList(body)); }
 
@@ -28,19 +32,16 @@ class Exchange : public SERIAL_FIXTURE {
     return body;
   }
   static BYTES AsFrame(const QList& body) { return Frame(BYTES(body.begin(), body.end())); }
+
+  FAR_END line;
+  EXCHANGE exchange{line};
+  SHARED_FIELD<bool> isGivenUp = false;
+  bool wasWritten = false;
 };
 
+// --- requests -----------------------------------------------------------------------------------
+
 TEST_F(Exchange, SendsTheBodyBehindItsLengthAndGivesTheReplysBody) {
-  line.Expect("04 50 05 01 AB", "03 51 05 00");
-  EXPECT_EQ(Send("50 05 01 AB"), "51 05 00");
-}
-
-TEST_F(Exchange, OfAnEmptyBodySendsNothingAndGivesLce) {
-  EXPECT_EQ(Send(""), "LCE");
-  EXPECT_EQ(line.Requests().size(), 1U);  // the handshake
-}
-
-TEST_F(Exchange, KeepsZeroAndHighBytesInBothDirections) {
   line.Expect("05 10 00 FF 80 00", "04 00 FF 80 00");
   EXPECT_EQ(Send("10 00 FF 80 00"), "00 FF 80 00");
 }
@@ -54,57 +55,102 @@ TEST_F(Exchange, TakesABodyOfEveryLengthThatFitsAFrame) {
   }
 }
 
-TEST_F(Exchange, OfABodyThatFitsNoFrameSendsNothingAndGivesNothing) {
+TEST_F(Exchange, RefusesABodyThatIsEmptyOrFitsNoFrameAndSendsNothing) {
+  EXPECT_EQ(Send(""), "REFUSED ");
   for (const std::size_t length : {255U, 256U, 257U, 1000U}) {
     SCOPED_TRACE(length);
-    EXPECT_EQ(Send(Body(length)), "");
+    EXPECT_EQ(Send(Body(length)), "REFUSED ");
   }
-  EXPECT_EQ(line.Requests().size(), 1U);
+  EXPECT_TRUE(wasWritten);
+  EXPECT_EQ(line.Writes(), 0U);
   line.Expect("01 20", "01 21");
   EXPECT_EQ(Send("20"), "21");
 }
 
+TEST_F(Exchange, CompletesAWriteThatTakesOnlyAPart) {
+  line.TakeAtMost(2);
+  line.Expect("05 10 05 02 FF FB", "01 06");
+  EXPECT_EQ(Send("10 05 02 FF FB"), "06");
+  EXPECT_EQ(line.Writes(), 3U);
+}
+
+TEST_F(Exchange, TellsAFailedWriteAndAwaitsTheReplyAllTheSame) {
+  line.PullOut();
+  EXPECT_EQ(Send("20"), "TIMEOUT ");
+  EXPECT_FALSE(wasWritten);
+  EXPECT_EQ(line.ReadsSinceRequest(), kShortLimit);
+  line.Close();
+  EXPECT_EQ(Send("20"), "TIMEOUT ");
+  EXPECT_FALSE(wasWritten);
+}
+
+// --- what stood on the line before --------------------------------------------------------------
+
+TEST_F(Exchange, DiscardsWhatStoodOnTheLineBefore) {
+  line.SendUnasked(Hex("02 51 06"));
+  line.Expect("01 20", "02 21 05");
+  EXPECT_EQ(Send("20"), "21 05");
+}
+
+TEST_F(Exchange, DiscardsAtMostOneReadOfStaleBytes) {
+  line.SendUnasked(BYTES(255, 0xEE) + Hex("01 06"));
+  line.ExpectInReads(Hex("01 20"), {});
+  EXPECT_EQ(Send("20"), "06");
+}
+
+TEST_F(Exchange, DiscardsStaleBytesForAnEmptyBodyToo) {
+  line.SendUnasked(Hex("01 06"));
+  EXPECT_EQ(Send(""), "REFUSED ");
+  line.Expect("01 20", "01 21");
+  EXPECT_EQ(Send("20"), "21");
+}
+
+// --- replies ------------------------------------------------------------------------------------
+
 TEST_F(Exchange, TakesAReplyOfEveryLengthTheBufferHolds) {
   for (const std::size_t length : {1U, 2U, 16U, 17U, 18U, 134U, 135U}) {
     SCOPED_TRACE(length);
-    const QList body = Body(length);
-    line.Expect(Hex("01 20"), AsFrame(body));
-    EXPECT_EQ(Send("20"), ToHex(body));
+    line.Expect(Hex("01 20"), AsFrame(Body(length)));
+    EXPECT_EQ(Send("20"), ToHex(Body(length)));
   }
 }
 
-TEST_F(Exchange, AReplyOfLengthZeroIsCompleteWithOneByteAndEmpty) {
-  line.Expect("01 20", "00");
-  EXPECT_EQ(Send("20"), "");
-  EXPECT_EQ(line.ReadsSinceRequest(), 1U);
+TEST_F(Exchange, RefusesAnErrorReplyAndTakesATForATimeout) {
+  const std::pair<const char*, const char*> replies[] = {
+      {"01 12", "REFUSED 12"}, {"01 23", "REFUSED 23"},       {"01 24", "REFUSED 24"},
+      {"01 4E", "REFUSED 4E"}, {"01 42", "REFUSED 42"},       {"01 43", "REFUSED 43"},
+      {"00", "REFUSED "},      {"02 54 05", "TIMEOUT 54 05"},
+  };
+  for (const auto& [reply, outcome] : replies) {
+    line.Expect("01 20", reply);
+    EXPECT_EQ(Send("20"), outcome);
+    EXPECT_EQ(line.ReadsSinceRequest(), 1U);
+  }
 }
 
-TEST_F(Exchange, AReplyThatFitsNoBufferIsNoReplyAndTheLinkIsUsableAfterwards) {
+TEST_F(Exchange, RefusesAReplyThatFitsNoBufferAndTakesItOffTheLineHoweverItIsSplit) {
   for (const std::size_t length : {136U, 137U, 200U, 254U, 255U}) {
     SCOPED_TRACE(length);
-    line.Expect(Hex("01 20"), AsFrame(Body(length)));
-    EXPECT_EQ(Send("20"), "");
+    const BYTES frame = AsFrame(Body(length));
+    FAR_END::READS reads;
+    for (const std::uint8_t byte : frame) {
+      reads.push_back({byte});
+    }
+    for (const FAR_END::READS& each : {FAR_END::READS{frame}, reads}) {
+      line.ExpectInReads(Hex("01 20"), each);
+      EXPECT_EQ(Send("20"), "REFUSED ");
+    }
+    EXPECT_EQ(line.ReadsSinceRequest(), length + 1);
     line.Expect("01 20", "02 21 05");
     EXPECT_EQ(Send("20"), "21 05");
   }
 }
 
-TEST_F(Exchange, AReplyThatFitsNoBufferIsTakenOffTheLineHoweverItIsSplit) {
-  const BYTES frame = AsFrame(Body(255));
-  FAR_END::READS reads;
-  for (const std::uint8_t byte : frame) {
-    reads.push_back({byte});
-  }
-  line.ExpectInReads(Hex("01 20"), reads);
-  EXPECT_EQ(Send("20"), "");
-  EXPECT_EQ(line.ReadsSinceRequest(), 256U);
-}
-
-TEST_F(Exchange, AnAnnouncedButMissingByteIsATimeout) {
+TEST_F(Exchange, TakesAnAnnouncedButMissingByteForATimeout) {
   for (const char* const reply : {"02 21", "88 21", "FF 21"}) {
     SCOPED_TRACE(reply);
     line.Expect("01 20", reply);
-    EXPECT_EQ(Send("20"), "TME");
+    EXPECT_EQ(Send("20"), "TIMEOUT ");
   }
 }
 
@@ -120,16 +166,6 @@ TEST_F(Exchange, AReplyMayBeSplitAnywhere) {
   }
 }
 
-TEST_F(Exchange, AReplyMayComeByteByByteWithEmptyReadsBetween) {
-  FAR_END::READS reads;
-  for (const std::uint8_t byte : Hex("11 31 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F")) {
-    reads.push_back({byte});
-    reads.push_back({});
-  }
-  line.ExpectInReads(Hex("01 30"), reads);
-  EXPECT_EQ(Send("30"), "31 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F");
-}
-
 TEST_F(Exchange, OfTwoRepliesInOneReadTheSecondIsDropped) {
   line.Expect("01 20", "02 21 05 02 51 06");
   EXPECT_EQ(Send("20"), "21 05");
@@ -137,93 +173,43 @@ TEST_F(Exchange, OfTwoRepliesInOneReadTheSecondIsDropped) {
   EXPECT_EQ(Send("20"), "21 07");
 }
 
-TEST_F(Exchange, DiscardsWhatStoodOnTheLineBefore) {
-  line.SendUnasked(Hex("02 51 06"));
-  line.Expect("01 20", "02 21 05");
-  EXPECT_EQ(Send("20"), "21 05");
-}
-
-TEST_F(Exchange, DiscardsAtMostOneReadOfStaleBytes) {
-  line.SendUnasked(BYTES(255, 0xEE) + Hex("01 4E"));
-  line.ExpectInReads(Hex("01 20"), {});
-  EXPECT_EQ(Send("20"), "4E");
-}
-
-TEST_F(Exchange, EvenAnEmptyBodyDiscardsStaleBytes) {
-  line.SendUnasked(Hex("01 4E"));
-  EXPECT_EQ(Send(""), "LCE");
-  line.Expect("01 20", "01 21");
-  EXPECT_EQ(Send("20"), "21");
-}
-
 // --- the reply limit ----------------------------------------------------------------------------
 
-TEST_F(Exchange, GivesUpAfterTheShortLimitOfReads) {
-  for (const char* const body : {"10 05 02 FF FF", "20 03 02", "50 05 01 AB", "00", "FF", "4E"}) {
+TEST_F(Exchange, GivesUpAfterTheLimitOfReadsWhichIsLongForIdentificationAndHandshake) {
+  const std::pair<const char*, std::uint32_t> limits[] = {
+      {"10 05 02 FF FF", kShortLimit},
+      {"20 03 02", kShortLimit},
+      {"50 05 01 AB", kShortLimit},
+      {"00", kShortLimit},
+      {"FF", kShortLimit},
+      {"4E", kShortLimit},
+      {"30", kLongLimit},
+      {"40 6F 9A", kLongLimit},
+  };
+  for (const auto& [body, limit] : limits) {
     SCOPED_TRACE(body);
     line.ExpectInReads(Frame(Hex(body)), {});
-    EXPECT_EQ(Send(body), "TME");
-    EXPECT_EQ(line.ReadsSinceRequest(), kShortLimit);
+    EXPECT_EQ(Send(body), "TIMEOUT ");
+    EXPECT_EQ(line.ReadsSinceRequest(), limit);
+    // One that the last permitted read completes is late, one read sooner is not.
+    line.ExpectInReads(Frame(Hex(body)), {Hex("02 21 05")}, limit);
+    EXPECT_EQ(Send(body), "TIMEOUT ");
+    line.ExpectInReads(Frame(Hex(body)), {Hex("02 21 05")}, limit - 1);
+    EXPECT_EQ(Send(body), "21 05");
   }
-}
-
-TEST_F(Exchange, GivesUpOnIdentificationAndHandshakeAfterTheLongLimitOfReads) {
-  for (const char* const body : {"30", "40 6F 9A"}) {
-    SCOPED_TRACE(body);
-    line.ExpectInReads(Frame(Hex(body)), {});
-    EXPECT_EQ(Send(body), "TME");
-    EXPECT_EQ(line.ReadsSinceRequest(), kLongLimit);
-  }
-}
-
-TEST_F(Exchange, AReplyCompletedByTheLastPermittedReadIsLate) {
-  line.ExpectInReads(Hex("01 20"), {Hex("02 21 05")}, kShortLimit);
-  EXPECT_EQ(Send("20"), "TME");
-  line.ExpectInReads(Hex("01 30"), {Hex("02 31 05")}, kLongLimit);
-  EXPECT_EQ(Send("30"), "TME");
-}
-
-TEST_F(Exchange, AReplyCompletedByTheReadBeforeTheLastIsInTime) {
-  line.ExpectInReads(Hex("01 20"), {Hex("02 21 05")}, kShortLimit - 1);
-  EXPECT_EQ(Send("20"), "21 05");
-  line.ExpectInReads(Hex("01 30"), {Hex("02 31 05")}, kLongLimit - 1);
-  EXPECT_EQ(Send("30"), "31 05");
 }
 
 TEST_F(Exchange, AReplyThatWasLateIsNotTakenForTheNextOne) {
   line.ExpectInReads(Hex("01 20"), {Hex("02 21"), Hex("05")}, kShortLimit - 1);
-  EXPECT_EQ(Send("20"), "TME");
+  EXPECT_EQ(Send("20"), "TIMEOUT ");
   line.Expect("01 20", "02 21 07");
   EXPECT_EQ(Send("20"), "21 07");
 }
 
-// --- writing ------------------------------------------------------------------------------------
-
-TEST_F(Exchange, AWriteThatTakesOnlyAPartIsCompleted) {
-  line.TakeAtMost(2);
-  line.Expect("05 10 05 02 FF FB", "01 06");
-  EXPECT_EQ(Send("10 05 02 FF FB"), "06");
-  EXPECT_EQ(line.Writes(), 1U + 3U);  // the handshake's before
-}
-
-TEST_F(Exchange, AFailedWriteIsLoggedWithTwoBlanksAndAwaitedAllTheSame) {
-  line.PullOut();
-  EXPECT_EQ(Send("20"), "TME");
-  EXPECT_EQ(Log().back(), "[ERR] unable to  write to " + line.Path());
-  EXPECT_EQ(line.ReadsSinceRequest(), kShortLimit);
-}
-
-TEST_F(Exchange, WithoutAPortIsAFailedWriteAndATimeout) {
-  SERIAL_INTERFACE& worker = MakeWorker(kFixedPath, "/dev/no-such-port", {});
-  const QList reply = worker.Comm2HW(HexList("20"));
-  EXPECT_EQ(std::string(reply.begin(), reply.end()), "TME");
-  EXPECT_EQ(Log().back(), "[ERR] unable to  write to /dev/no-such-port");
-}
-
-TEST_F(Exchange, EndsSoonWhenThePortIsToBeClosed) {
-  serial->ClosePort();
+TEST_F(Exchange, IsATimeoutSoonWhereItIsGivenUp) {
+  isGivenUp = true;
   line.ExpectInReads(Hex("01 20"), {});
-  EXPECT_EQ(Send("20"), "TME");
+  EXPECT_EQ(Send("20"), "TIMEOUT ");
   EXPECT_LT(line.ReadsSinceRequest(), kShortLimit);
 }
 

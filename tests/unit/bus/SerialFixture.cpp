@@ -1,9 +1,10 @@
 #include "tests/unit/bus/SerialFixture.h"
 
+#include <algorithm>
+
 namespace unit {
 
 SERIAL_FIXTURE::SERIAL_FIXTURE() {
-  commands.LetAllDevicesPass();
   logger.SetFileName(m_folder.File("log"));
 }
 
@@ -11,7 +12,7 @@ SERIAL_INTERFACE& SERIAL_FIXTURE::MakeWorker(PORT_SELECTION selection, const std
                                              OPTIONS options) {
   // A port that is open and not confirmed is the state in which the worker does nothing.
   serial = std::make_unique<SERIAL_INTERFACE>(path, selection, kPortOpen, logger, inbound, cards,
-                                              options.polling, options.autoDiscover);
+                                              options.polling, options.autoDiscover, line, pauses);
   serial->Terminate();
   serial->SetThreadDelayUs(0);
   return *serial;
@@ -24,6 +25,20 @@ SERIAL_INTERFACE& SERIAL_FIXTURE::Connect(OPTIONS options) {
   return *serial;
 }
 
+SERIAL_INTERFACE& SERIAL_FIXTURE::MakeUnconnected(OPTIONS options) {
+  MakeWorker(kSearchDevices, "", options);
+  EXPECT_FALSE(serial->Init());
+  EXPECT_EQ(serial->LinkStatus(), 0);
+  line.List({line.Path()});
+  return *serial;
+}
+
+std::unique_ptr<SERIAL_INTERFACE> SERIAL_FIXTURE::Run() {
+  pauses.SetLongestDelayUs(100);
+  return std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, logger, inbound,
+                                            cards, false, false, line, pauses);
+}
+
 void SERIAL_FIXTURE::TakeReply(const BYTES& body) {
   line.Expect(Hex("02 50 00"), Frame(body));
   serial->BusQueue(SERIAL_INTERFACE::kGeneralQueue).ToQueue(HexList("50 00"));
@@ -34,30 +49,40 @@ PERIFCARD SERIAL_FIXTURE::Card(std::size_t address) {
   return cards.With(address, [](const PERIFCARD& card) { return card; });
 }
 
-void SERIAL_FIXTURE::SetCard(std::size_t address, const PERIFCARD& card) {
-  cards.With(address, [&](PERIFCARD& record) { record = card; });
+void SERIAL_FIXTURE::MakePolled(std::size_t slot) {
+  cards.With(slot, [&](PERIFCARD& card) {
+    card.typeCode = kDigitalInput;
+    card.stateWord = kInputCard;
+    card.pollFlag = 1;
+    card.pollFrame = bus::PollRequest(static_cast<std::uint8_t>(slot), 2);
+  });
 }
 
-void SERIAL_FIXTURE::Identify(std::size_t address, std::uint8_t typeCode) {
-  BYTES reply(17, 0);
-  reply[0] = '1';
-  for (std::size_t slot = 0; slot < 16; ++slot) {
-    reply[1 + slot] = slot == address ? typeCode : Card(slot).typeCode;
-  }
-  TakeReply(reply);
-}
-
-std::vector<std::string> SERIAL_FIXTURE::TakeLines() {
-  return TakeAll(inbound);
-}
-
-std::vector<std::string> SERIAL_FIXTURE::TakeAll(VOQUEUE& queue) {
-  std::vector<std::string> lines;
-  while (!queue.IsEmpty()) {
-    const QList message = queue.DeQueue();
+SERIAL_FIXTURE::LINES SERIAL_FIXTURE::TakeLines() {
+  LINES lines;
+  while (!inbound.IsEmpty()) {
+    const QList message = inbound.DeQueue();
     lines.emplace_back(message.begin(), message.end());
   }
   return lines;
+}
+
+SERIAL_FIXTURE::LINES SERIAL_FIXTURE::TakeBodies(std::size_t queue) {
+  LINES bodies;
+  while (!serial->BusQueue(queue).IsEmpty()) {
+    bodies.push_back(ToHex(serial->BusQueue(queue).DeQueue()));
+  }
+  return bodies;
+}
+
+std::ptrdiff_t SERIAL_FIXTURE::CountLog(const std::string& text) const {
+  const LINES log = Log();
+  return std::count(log.begin(), log.end(), text);
+}
+
+SERIAL_FIXTURE::LINES SERIAL_FIXTURE::FoundAt(const FAR_END& end) const {
+  return {"[INF] try to catch hardware on " + end.Path(),
+          "[INF] hardware found on " + end.Path() + " version: 1.07"};
 }
 
 }  // namespace unit

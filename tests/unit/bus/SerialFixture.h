@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/support/unit/Bytes.h"
-#include "tests/support/unit/Commands.h"
+#include "tests/support/unit/FakePauses.h"
 #include "tests/support/unit/FarEnd.h"
 #include "tests/support/unit/Folder.h"
 #include "vorn/base/LOGGER.h"
@@ -20,10 +20,13 @@ namespace unit {
 constexpr const char* kHandshakeFrame = "03 40 6F 9A";
 constexpr const char* kHandshakeReply = "05 6F 31 2E 30 37";  // version 1.07
 
-/// A serial worker whose thread has ended: the test makes its passes. The pauses, and the listing
-/// of devices, are stand-ins.
+/// A serial worker whose thread has ended: the test makes its passes. The line and the pauses are
+/// the test's.
 class SERIAL_FIXTURE : public testing::Test {
  protected:
+  using LINES = std::vector<std::string>;
+  using SECONDS = std::vector<int>;
+
   struct OPTIONS {
     bool polling = false;
     bool autoDiscover = false;
@@ -39,22 +42,29 @@ class SERIAL_FIXTURE : public testing::Test {
   /// A worker that has found the controller at `line`.
   SERIAL_INTERFACE& Connect(OPTIONS options);
   SERIAL_INTERFACE& Connect() { return Connect(OPTIONS{}); }
+  /// A worker in search mode that has found no adapter; there is one from now on.
+  SERIAL_INTERFACE& MakeUnconnected(OPTIONS options);
+  /// A worker in search mode whose thread runs.
+  std::unique_ptr<SERIAL_INTERFACE> Run();
 
   /// Makes one exchange whose reply has this body, in a pass of its own.
   void TakeReply(const BYTES& body);
   void TakeReply(const char* body) { TakeReply(Hex(body)); }
 
   PERIFCARD Card(std::size_t address);
-  void SetCard(std::size_t address, const PERIFCARD& card);
-  /// Makes slot `address` a card of this type, as identification would, without one.
-  void Identify(std::size_t address, std::uint8_t typeCode);
+  /// Makes the slot an input card of two groups that is polled, as identification does.
+  void MakePolled(std::size_t slot);
 
   /// The input-change lines so far; takes them.
-  std::vector<std::string> TakeLines();
-  std::vector<std::string> Log() const { return ReadLog(m_folder.File("log")); }
-  static std::vector<std::string> TakeAll(VOQUEUE& queue);
+  LINES TakeLines();
+  /// The bodies that wait in a bus queue, as hex; takes them.
+  LINES TakeBodies(std::size_t queue);
+  LINES Log() const { return ReadLog(m_folder.File("log")); }
+  std::ptrdiff_t CountLog(const std::string& text) const;
+  /// The two lines of a controller that answers.
+  LINES FoundAt(const FAR_END& end) const;
 
-  STUB_COMMANDS commands;
+  FAKE_PAUSES pauses;
   FAR_END line;
   VOQUEUE inbound;
   CARD_TABLE cards;

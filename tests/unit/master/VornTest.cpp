@@ -4,10 +4,10 @@
 #include "tests/support/ReservedPort.h"
 #include "tests/support/TcpClient.h"
 #include "tests/support/Wait.h"
-#include "tests/support/unit/Commands.h"
+#include "tests/support/unit/FakePauses.h"
 #include "tests/support/unit/FarEnd.h"
+#include "tests/support/unit/Folder.h"
 #include "tests/support/unit/Gate.h"
-#include "tests/support/unit/SystemCalls.h"
 #include "vorn/master/VORN.h"
 
 #include <gtest/gtest.h>
@@ -33,9 +33,8 @@ constexpr const char* kCaeGreeting =
 constexpr const char* kIoGreeting = "VORN IO interface is ready\r\n\r";
 constexpr const char* kMonGreeting = "VORN MON interface is ready\r\n\r";
 
-/// A central object with its configuration. Its pauses and the search for the adapter are
-/// stand-ins; the adapter is a far end that identifies a digital input card at 3 and a digital
-/// output card at 5.
+/// A central object with its configuration, and with the test's pauses and line: a far end that
+/// identifies a digital input card at 3 and a digital output card at 5.
 class Vorn : public testing::Test {
  protected:
   Vorn() {
@@ -43,8 +42,9 @@ class Vorn : public testing::Test {
     config.cae.port = caePort.Port();
     config.io.port = ioPort.Port();
     config.mon.port = monPort.Port();
-    commands.LetAllDevicesPass();
-    commands.ListDevices({line.Entry()});
+    pauses.SetLength(1, support::milliseconds(10));  // in which cards answer
+    pauses.SetLength(2, support::milliseconds(1));
+    line.List({line.Path()});
     line.AnswerWith([this](const BYTES& body) { return Answer(body); });
   }
 
@@ -74,7 +74,7 @@ class Vorn : public testing::Test {
 
   VORN& Make() {
     WriteFile(folder.File("vornconf.xml"), config.Text());
-    vorn.emplace(flag, folder.File("vornconf.xml"));
+    vorn.emplace(flag, line, pauses, folder.File("vornconf.xml"));
     return *vorn;
   }
 
@@ -119,11 +119,11 @@ class Vorn : public testing::Test {
   static void AskVersion(TCP_CLIENT& cae) { Ask(cae, "DRVVER", {"CIA: DRIVER VERSION 1.20"}); }
 
   /// The client ends its connection. The second before the close lasts until it has its farewell.
-  void Exit(TCP_CLIENT& client, const std::string& separator) const {
-    commands.HoldPauses(1);
+  void Exit(TCP_CLIENT& client, const std::string& separator) {
+    pauses.Hold(1);
     client.Send("EXIT" + separator);
     EXPECT_TRUE(client.Receives("VORN: Bye Bye..." + separator + "\r"));
-    commands.ReleasePauses(1);
+    pauses.Release(1);
   }
 
   /// A read of 255 bytes with a dozen commands, all answered at once: no card is at address 2.
@@ -150,7 +150,7 @@ class Vorn : public testing::Test {
   }
 
   FOLDER folder;
-  STUB_COMMANDS commands;
+  FAKE_PAUSES pauses{100};
   FAR_END line;
   const support::RESERVED_PORT caePort;
   const support::RESERVED_PORT ioPort;
@@ -195,7 +195,7 @@ TEST_F(Vorn, LogsTheErrorAndStopsWhenAPortIsTooLow) {
 }
 
 TEST_F(Vorn, StopsWithoutALogWhenTheConfigurationCannotBeRead) {
-  VORN unconfigured(flag, folder.File("no-such-file.xml"));
+  VORN unconfigured(flag, line, pauses, folder.File("no-such-file.xml"));
   EXPECT_FALSE(unconfigured.InitProgramData());
   EXPECT_EQ(Log(), LINES());
   EXPECT_EQ(unconfigured.ReadConfig().errorText,
@@ -205,7 +205,7 @@ TEST_F(Vorn, StopsWithoutALogWhenTheConfigurationCannotBeRead) {
 TEST_F(Vorn, StopsWhenTheConfigurationIsNotWellFormed) {
   const std::string path = folder.File("broken.xml");
   WriteFile(path, "<VORNConfig><Debuglog File=\"" + config.logFile + "\"/>");
-  VORN unconfigured(flag, path);
+  VORN unconfigured(flag, line, pauses, path);
   EXPECT_FALSE(unconfigured.InitProgramData());
   EXPECT_EQ(Log(), LINES());
 }
@@ -237,7 +237,7 @@ TEST_F(Vorn, StartsItsWorkersInTheOrderCaeIoMonAndThenTheBus) {
 TEST_F(Vorn, AMissingInterfaceElementStillGetsAWorker) {
   WriteFile(folder.File("vornconf.xml"),
             support::Document({support::DebuglogElement(config.logFile)}));
-  vorn.emplace(flag, folder.File("vornconf.xml"));
+  vorn.emplace(flag, line, pauses, folder.File("vornconf.xml"));
   ASSERT_TRUE(vorn->InitProgramData());
   vorn->InitInterfaces();
   const LINES log = Log();
@@ -251,7 +251,7 @@ class VornStopped : public Vorn, public testing::WithParamInterface<int> {};
 TEST_P(VornStopped, ByItsSignalTellsEachWorkerClosesThePortAndReturns) {
   const std::string number = std::to_string(GetParam());
   Start();
-  ASSERT_TRUE(WaitUntil([&] { return !line.Openings().empty(); }));
+  ASSERT_TRUE(WaitUntil([&] { return line.Openings() > 0; }));
   Stop(GetParam());
   const LINES expected = {"[INF] signal " + number + " on CAE interface",
                           "[INF] signal " + number + " on IO interface",
@@ -265,7 +265,7 @@ TEST_P(VornStopped, ByItsSignalTellsEachWorkerClosesThePortAndReturns) {
     }
   }
   EXPECT_EQ(found, expected);
-  EXPECT_TRUE(WaitUntil([&] { return line.Openings().empty(); }));
+  EXPECT_TRUE(WaitUntil([&] { return line.Openings() == 0; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, VornStopped, testing::Values(SIGINT, SIGTERM));
@@ -309,7 +309,7 @@ TEST_F(Vorn, CanBeReleasedWhileItsWorkersStart) {
   ASSERT_TRUE(vorn->InitProgramData());
   vorn->InitInterfaces();
   vorn.reset();
-  EXPECT_EQ(line.Openings(), std::vector<int>());
+  EXPECT_EQ(line.Openings(), 0);
 }
 
 TEST_F(Vorn, ReleasesEverythingInOrderWhileWorkersAreBusy) {
@@ -329,7 +329,7 @@ TEST_F(Vorn, ReleasesEverythingInOrderWhileWorkersAreBusy) {
     EXPECT_TRUE(io.IsClosed());
     EXPECT_TRUE(mon.IsClosed());
   }
-  EXPECT_EQ(line.Openings(), std::vector<int>());
+  EXPECT_EQ(line.Openings(), 0);
   EXPECT_TRUE(TCP_CLIENT::IsRefused(config.cae.port));
   EXPECT_TRUE(TCP_CLIENT::IsRefused(config.io.port));
   EXPECT_TRUE(TCP_CLIENT::IsRefused(config.mon.port));
@@ -462,7 +462,7 @@ TEST_F(Vorn, GoesOnWithIoWithoutAnAdapterAndSendsEachCardTheLatestWhenThereIsOne
   WaitForCards(cae);
   TCP_CLIENT io = ConnectIo();
   TCP_CLIENT mon = ConnectMon();
-  commands.ListDevices({});
+  line.List({});
   line.AnswerWith([](const BYTES&) { return BYTES(); });
   io.Send("a5b0d00\n");
   ASSERT_TRUE(WaitUntil([&] { return Logged("[INF] comm timeout " + line.Path()); }));
@@ -485,7 +485,7 @@ TEST_F(Vorn, GoesOnWithIoWithoutAnAdapterAndSendsEachCardTheLatestWhenThereIsOne
             1);
   frames.erase(frames.begin(), frames.end() - 4096 / 6);  // six bytes each, as a queue counts them
   line.AnswerWith([this](const BYTES& body) { return Answer(body); });
-  commands.ListDevices({line.Entry()});
+  line.List({line.Path()});
   const auto sent = [&] {
     std::vector<BYTES> requests = line.Requests();
     std::erase_if(requests, [](const BYTES& frame) { return frame[1] != 0x10; });
@@ -547,10 +547,10 @@ TEST_F(Vorn, AnExitThatWaitedEndsNobodyElsesConnection) {
   WaitForCards(cae);
   TCP_CLIENT io = ConnectIo();
   // The master loop is in a command's second while both send their last words and leave.
-  commands.HoldPauses(1);
-  const std::size_t pauses = commands.Pauses().size();
+  const int paused = pauses.CountBegun(1);
+  pauses.Hold(1);
   cae.SendAndWaitUntilRead("REBOOT:5\r\n");
-  ASSERT_TRUE(WaitUntil([&] { return commands.Pauses().size() > pauses; }));
+  ASSERT_TRUE(pauses.WaitUntilBegun(1, paused + 1));
   io.SendAndWaitUntilRead("a5b0d00\n");
   io.SendAndWaitUntilRead("EXIT\n");
   cae.SendAndWaitUntilRead("EXIT\r\n");
@@ -558,7 +558,7 @@ TEST_F(Vorn, AnExitThatWaitedEndsNobodyElsesConnection) {
   cae.Close();
   TCP_CLIENT nextIo = ConnectIo();
   TCP_CLIENT nextCae = ConnectCae();
-  commands.ReleasePauses(1);
+  pauses.Release(1);
   EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));  // commands of who has left are carried out
   EXPECT_TRUE(nextCae.Receives("CIA: Card is REBOOTED\r\n\rRBT:0x5:OK\r\n\r>\r\n\r"));
   AskVersion(nextCae);
@@ -635,9 +635,8 @@ TEST_F(Vorn, SpeedPacesAllFiveLoops) {
   TCP_CLIENT cae = ConnectCae();
   TCP_CLIENT io = ConnectIo();
   TCP_CLIENT mon = ConnectMon();
-  const CALLS_RECORDED calls;
   Ask(cae, "SPEED=50", {"CIA: SPEED IS SET to 50%"});
-  EXPECT_TRUE(WaitUntil([&] { return calls.ThreadsThatPaused(2'525'000) == 5; }));
+  EXPECT_TRUE(WaitUntil([&] { return pauses.ThreadsThatDelayed(2525) == 5; }));
 }
 
 TEST_F(Vorn, TakesNoCommandWhile336KibOfAnswersWaitForTheOperator) {
@@ -646,7 +645,6 @@ TEST_F(Vorn, TakesNoCommandWhile336KibOfAnswersWaitForTheOperator) {
   TCP_CLIENT cae = ConnectCae();
   cae.Send(AskedAtOnce());
   const std::size_t answer = cae.ReadUntil("\r>\r\n\r").size();
-  const CALLS_RECORDED calls;
   constexpr std::size_t kReads = 1000;
   std::thread asking([&] {
     for (std::size_t i = 0; i < kReads; ++i) {
@@ -659,7 +657,7 @@ TEST_F(Vorn, TakesNoCommandWhile336KibOfAnswersWaitForTheOperator) {
   std::size_t answered = 0;
   EXPECT_TRUE(WaitUntil([&] {
     answered += cae.Read(4096, std::chrono::milliseconds(20)).size();
-    return calls.ThreadsThatPaused(2'525'000) > 0;
+    return pauses.ThreadsThatDelayed(2525) > 0;
   }));
   asking.join();
   // What waits, and what the connection holds.
@@ -760,7 +758,7 @@ class VornReleased : public Vorn {
  protected:
   ~VornReleased() override {
     for (const int seconds : {1, 2, 3}) {
-      commands.ReleasePauses(seconds);
+      pauses.Release(seconds);
     }
     if (released.valid()) {
       released.wait();
@@ -783,10 +781,6 @@ class VornReleased : public Vorn {
     return released.wait_for(limit) == std::future_status::ready;
   }
 
-  std::ptrdiff_t PausesOf(const std::string& seconds) const {
-    const LINES all = commands.Pauses();
-    return std::count(all.begin(), all.end(), seconds);
-  }
   std::ptrdiff_t CountLines(const std::string& text) const {
     const LINES log = Log();
     return std::count(log.begin(), log.end(), text);
@@ -803,22 +797,22 @@ TEST_F(VornReleased, AllWorkersAreToldBeforeOneIsWaitedFor) {
   ASSERT_TRUE(WaitUntil(
       [&] { return Logged("[INF] hardware found on " + line.Path() + " version: 1.07"); }));
   // CAE stays in the pause before it accepts, IO and MON in the first after their clients' leave.
-  commands.HoldPauses(3);
+  pauses.Hold(3);
   cae.Close();
-  ASSERT_TRUE(WaitUntil([&] { return PausesOf("3") == 4; }));
-  commands.HoldPauses(2);
-  const std::ptrdiff_t closed = PausesOf("2");
+  ASSERT_TRUE(WaitUntil([&] { return pauses.CountBegun(3) == 4; }));
+  pauses.Hold(2);
+  const int closed = pauses.CountBegun(2);
   io.Close();
   mon.Close();
-  ASSERT_TRUE(WaitUntil([&] { return PausesOf("2") == closed + 2; }));
+  ASSERT_TRUE(WaitUntil([&] { return pauses.CountBegun(2) == closed + 2; }));
   BeginRelease();
-  commands.ReleasePauses(2);
+  pauses.Release(2);
   // They end with that pause, though CAE is waited for first.
-  EXPECT_FALSE(WaitUntil([&] { return PausesOf("2") > closed + 2; }, support::kSilence));
+  EXPECT_FALSE(WaitUntil([&] { return pauses.CountBegun(2) > closed + 2; }, support::kSilence));
   EXPECT_FALSE(IsReleased(std::chrono::milliseconds(0)));
-  commands.ReleasePauses(3);
+  pauses.Release(3);
   ASSERT_TRUE(IsReleased());
-  EXPECT_EQ(PausesOf("2"), closed + 2);
+  EXPECT_EQ(pauses.CountBegun(2), closed + 2);
   for (const support::INTERFACE* const interface : {&config.io, &config.mon}) {
     EXPECT_EQ(CountLines("[INF] " + interface->name + " interface listening on port " +
                          std::to_string(interface->port)),
@@ -828,7 +822,7 @@ TEST_F(VornReleased, AllWorkersAreToldBeforeOneIsWaitedFor) {
 
 TEST_F(VornReleased, TheBusIsLeftAloneWhileTheOtherWorkersAreWaitedFor) {
   config.initPollState = "TRUE";
-  commands.HoldPauses(3);
+  pauses.Hold(3);
   StartWorkers();
   ASSERT_TRUE(WaitUntil([&] { return line.Requests().size() > 10; }));  // it polls
   BeginRelease();
@@ -843,13 +837,14 @@ TEST_F(VornReleased, TheBusIsLeftAloneWhileTheOtherWorkersAreWaitedFor) {
 TEST_F(VornReleased, AWorkerThatReadsItsClientStillHasItsQueue) {
   for (const support::INTERFACE* const interface : {&config.cae, &config.io}) {
     SCOPED_TRACE(interface->name);
+    pauses.SetLongestDelayUs(600'000);
     // Half a second for each of its passes, and hardly any for those of the others.
     WriteFile(
         folder.File("vornconf.xml"),
         support::Document({support::DebuglogElement(config.logFile), support::SpeedElement("-9900"),
                            support::InterfacesElement({support::InterfaceElement(*interface)}),
                            support::SpeedElement("100")}));
-    vorn.emplace(flag, folder.File("vornconf.xml"));
+    vorn.emplace(flag, line, pauses, folder.File("vornconf.xml"));
     ASSERT_TRUE(vorn->InitProgramData());
     vorn->InitInterfaces();
     TCP_CLIENT client =
@@ -882,9 +877,9 @@ TEST_F(VornReleased, TheWorkerOnTheBusStillHasItsQueueForTheReplyThatItWaitsFor)
 
 TEST_F(Vorn, AnyOtherNumberClosesThePortAsWell) {
   Start();
-  ASSERT_TRUE(WaitUntil([&] { return !line.Openings().empty(); }));
+  ASSERT_TRUE(WaitUntil([&] { return line.Openings() > 0; }));
   flag = SIGUSR1;
-  EXPECT_TRUE(WaitUntil([&] { return line.Openings().empty(); }));
+  EXPECT_TRUE(WaitUntil([&] { return line.Openings() == 0; }));
   EXPECT_FALSE(Logged("[INF] vorn is stopped by SIGTERM or SIGINT"));
 }
 

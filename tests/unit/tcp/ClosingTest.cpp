@@ -39,16 +39,16 @@ TEST_F(SocketInterface, WaitsTwoPausesAfterAClientsCloseBeforeItListens) {
   const int port = reserved.Port();
   Start("CAE", port);
   TCP_CLIENT client = ConnectAndGreet();
-  m_pauses->Hold(2);
+  m_pauses.Hold(2);
   client.Close();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(2));
   EXPECT_EQ(m_worker->State(), kClosed);
   EXPECT_FALSE(m_worker->IsConnected());
   EXPECT_EQ(Port(), 0);
   EXPECT_TRUE(TCP_CLIENT::IsRefused(port));
-  m_pauses->Release(2);
-  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
-  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 3}));
+  m_pauses.Release(2);
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses.CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses.Begun(), (std::vector<int>{3, 2, 2, 3}));
 }
 
 TEST_F(SocketInterface, ListensOnItsOwnPortAgain) {
@@ -99,8 +99,8 @@ TEST_F(SocketInterface, KeepsTryingToListenWithAPauseEachTime) {
   ASSERT_TRUE(WaitUntilListening(2));
   EXPECT_EQ(m_log.LinesWith("[ERR]"),
             (std::vector<std::string>(3, "[ERR] couldn't open socket forCAE interface")));
-  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
-  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 2, 2, 2, 3}));
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses.CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses.Begun(), (std::vector<int>{3, 2, 2, 2, 2, 2, 3}));
 }
 
 TEST_F(SocketInterface, TakesAClientThatOnlyStopsSendingAsGone) {
@@ -137,8 +137,8 @@ TEST_F(SocketInterface, CloseByCommandEndsTheConnection) {
   EXPECT_EQ(Log(), (std::vector<std::string>{"[INF] CAE interface listening on port 0", kWaiting,
                                              ConnectedLine(client), kByCommand,
                                              "[INF] CAE interface listening on port 0", kWaiting}));
-  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
-  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 3}));
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses.CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses.Begun(), (std::vector<int>{3, 2, 2, 3}));
   TCP_CLIENT next = ConnectAndGreet();
 }
 
@@ -194,14 +194,14 @@ TEST_F(SocketInterface, CloseByCommandWhileListeningReopens) {
 }
 
 TEST_F(SocketInterface, CloseByCommandInThePauseBeforeAcceptReopens) {
-  m_pauses->Hold(3);
+  m_pauses.Hold(3);
   Start();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(3));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(3));
   TCP_CLIENT waiting = Connect();
   m_worker->CloseByCommand();
   EXPECT_EQ(m_worker->State(), kClosed);
   EXPECT_TRUE(waiting.IsClosed());
-  m_pauses->Release(3);
+  m_pauses.Release(3);
   ASSERT_TRUE(WaitUntilListening(2));
   TCP_CLIENT client = ConnectAndGreet();
   EXPECT_EQ(Log(), (std::vector<std::string>{"[INF] CAE interface listening on port 0", kWaiting,
@@ -253,30 +253,30 @@ TEST_F(SocketInterface, CloseByCommandWakesABlockedSend) {
 }
 
 TEST_F(SocketInterface, CloseByCommandOfAClosedConnectionIsToldAndWaitedForAnew) {
-  m_pauses->Hold(2);
+  m_pauses.Hold(2);
   TCP_CLIENT client = StartWithClient();
   m_worker->CloseByCommand();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(2));
   m_worker->CloseByCommand();
   EXPECT_EQ(m_worker->State(), kClosed);
   EXPECT_EQ(Count(kByCommand), 2);
-  m_pauses->Release(2);
+  m_pauses.Release(2);
   ASSERT_TRUE(WaitUntilListening(2));
-  ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == 2; }));
-  EXPECT_EQ(m_pauses->Begun(), (std::vector<int>{3, 2, 2, 2, 3}));
+  ASSERT_TRUE(WaitUntil([&] { return m_pauses.CountBegun(3) == 2; }));
+  EXPECT_EQ(m_pauses.Begun(), (std::vector<int>{3, 2, 2, 2, 3}));
   TCP_CLIENT next = ConnectAndGreet();
 }
 
 TEST_F(SocketInterface, CloseByCommandAfterTheClientsCloseIsTold) {
   TCP_CLIENT client = StartWithClient();
-  m_pauses->Hold(2);
+  m_pauses.Hold(2);
   client.Close();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(2));
   m_worker->CloseByCommand();
   EXPECT_EQ(m_worker->State(), kClosed);
   EXPECT_EQ(Count(kByClient), 1);
   EXPECT_EQ(Count(kByCommand), 1);
-  m_pauses->Release(2);
+  m_pauses.Release(2);
 }
 
 TEST_F(SocketInterface, CloseByCommandBeforeTheWorkerReadsTheClientsCloseLogsOneClose) {
@@ -328,17 +328,17 @@ TEST_F(SocketInterface, CloseByCommandOfAMessageEndsTheConnectionThatItCameOver)
 
 TEST_F(SocketInterface,
        CloseByCommandOfAMessageIsToldWhenItsClientHasLeftAndNobodyElseCanHaveCome) {
-  m_pauses->Hold(2);
+  m_pauses.Hold(2);
   TCP_CLIENT client = StartWithClient();
   const VOQUEUE::NUMBER number = m_input.NextToCome();
   client.Send("EXIT\r\n");
   client.Close();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(2));
   EXPECT_FALSE(m_worker->IsLeftBehind(number));
   m_worker->CloseByCommandOf(number);
   EXPECT_EQ(Count(kByClient), 1);
   EXPECT_EQ(Count(kByCommand), 1);
-  m_pauses->Release(2);
+  m_pauses.Release(2);
 }
 
 TEST_F(SocketInterface, CloseByCommandOfAMessageWhoseClientHasLeftEndsNobodyElsesConnection) {
@@ -346,11 +346,11 @@ TEST_F(SocketInterface, CloseByCommandOfAMessageWhoseClientHasLeftEndsNobodyElse
   const VOQUEUE::NUMBER number = m_input.NextToCome();
   client.SendAndWaitUntilRead("EXIT\r\n");
   client.Close();
-  m_pauses->Hold(3);
+  m_pauses.Hold(3);
   ASSERT_TRUE(WaitUntilListening(2));
   EXPECT_TRUE(m_worker->IsLeftBehind(number));
   m_worker->CloseByCommandOf(number);  // while somebody may be in the backlog
-  m_pauses->Release(3);
+  m_pauses.Release(3);
   TCP_CLIENT next = ConnectAndGreet();
   m_worker->CloseByCommandOf(number);
   EXPECT_EQ(Count(kByCommand), 0);
@@ -391,9 +391,9 @@ TEST_F(SocketInterface, WaitsTwoPausesAfterEachOfManyClosesBeforeItListens) {
       m_worker->CloseByCommand();
     }
     client.Close();
-    ASSERT_TRUE(WaitUntil([&] { return m_pauses->CountBegun(3) == round + 1; }));
+    ASSERT_TRUE(WaitUntil([&] { return m_pauses.CountBegun(3) == round + 1; }));
     expected.insert(expected.end(), {2, 2, 3});
-    ASSERT_EQ(m_pauses->Begun(), expected) << "close " << round;
+    ASSERT_EQ(m_pauses.Begun(), expected) << "close " << round;
   }
   EXPECT_EQ(Count(kByClient) + Count(kByCommand), kRounds);
 }

@@ -49,7 +49,7 @@ int DescriptorOfListener(int port) {
 SocketInterface::SocketInterface() {
   socketCalls.Reset();
   for (const int seconds : {2, 3}) {
-    m_pauses->SetLength(seconds, milliseconds(1));
+    m_pauses.SetLength(seconds, milliseconds(1));
   }
 }
 
@@ -66,7 +66,7 @@ void SocketInterface::Make(const std::string& name, int port) {
   descriptor.inpSeparator = m_separator;
   LOGGER logger;
   logger.SetFileName(m_log.Path());
-  m_worker = std::make_unique<SOCKET_INTERFACE>(descriptor, logger, m_input);
+  m_worker = std::make_unique<SOCKET_INTERFACE>(descriptor, logger, m_input, m_pauses);
 }
 
 void SocketInterface::Start(const std::string& name, int port) {

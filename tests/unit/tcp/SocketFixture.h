@@ -3,9 +3,9 @@
 #include "tests/support/LogFile.h"
 #include "tests/support/ReservedPort.h"
 #include "tests/support/TcpClient.h"
+#include "tests/support/unit/FakePauses.h"
 #include "tests/support/unit/Folder.h"
 #include "tests/support/unit/Gate.h"
-#include "tests/support/unit/StubPauses.h"
 #include "tests/unit/tcp/SocketCalls.h"
 #include "vorn/tcp/SOCKET_INTERFACE.h"
 
@@ -65,7 +65,7 @@ class SocketInterface : public testing::Test {
                                    const std::string& name = "CAE");
 
   unit::FOLDER m_folder;
-  unit::STUB_PAUSES m_pauses;
+  unit::FAKE_PAUSES m_pauses{100};
   const support::LOG_FILE m_log{m_folder.File("log")};
   std::string m_separator = "\r\n";  // InpSeparator of the next worker
   VOQUEUE m_input;

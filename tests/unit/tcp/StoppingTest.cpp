@@ -30,9 +30,9 @@ TEST_F(SocketInterface, IsDestroyedRightAfterInit) {
 }
 
 TEST_F(SocketInterface, IsDestroyedInThePauseBeforeAccept) {
-  m_pauses->SetLength(3, support::milliseconds(500));
+  m_pauses.SetLength(3, support::milliseconds(500));
   Start();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(3));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(3));
   TCP_CLIENT client = Connect();
   m_worker.reset();
   EXPECT_TRUE(client.IsClosed());
@@ -64,10 +64,10 @@ TEST_F(SocketInterface, IsDestroyedWhileBlockedInSend) {
 }
 
 TEST_F(SocketInterface, IsDestroyedInThePauseAfterAClose) {
-  m_pauses->SetLength(2, support::milliseconds(50));
+  m_pauses.SetLength(2, support::milliseconds(50));
   TCP_CLIENT client = StartWithClient();
   client.Close();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(2));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(2));
   m_worker.reset();
   EXPECT_EQ(m_log.LinesWith("listening").size(), 1U);
 }
@@ -119,7 +119,7 @@ TEST_F(SocketInterface, TouchesItsInputQueueNoMoreAfterTerminate) {
   INTERFACE_DESCRIPTOR descriptor;
   descriptor.name = "CAE";
   descriptor.threadDelayUs = 0;
-  auto worker = std::make_unique<SOCKET_INTERFACE>(descriptor, LOGGER(), *input);
+  auto worker = std::make_unique<SOCKET_INTERFACE>(descriptor, LOGGER(), *input, m_pauses);
   ASSERT_EQ(worker->Init(), 1);
   TCP_CLIENT client(worker->BoundPort());
   client.ReadUntil(kCaeGreeting);
@@ -138,12 +138,12 @@ TEST_F(SocketInterface, ListensNoMoreWhenItIsToEndAfterItsPauseInTheClosedState)
   client.Close();
   ASSERT_TRUE(gate.WaitUntilReached());
   // The next pause is one that ends in another try.
-  m_pauses->Hold(2);
+  m_pauses.Hold(2);
   socketCalls.socket.HoldAt(nullptr);
   gate.Open();
-  ASSERT_TRUE(m_pauses->WaitUntilBegun(2, 3));
+  ASSERT_TRUE(m_pauses.WaitUntilBegun(2, 3));
   m_worker->RequestStop();
-  m_pauses->Release(2);
+  m_pauses.Release(2);
   m_worker.reset();
   EXPECT_EQ(m_log.LinesWith("listening").size(), 1U);
 }

@@ -4,6 +4,7 @@
 #include "tests/support/unit/StubPauses.h"
 #include "tests/unit/thread/Faults.h"
 #include "thread/Pause.h"
+#include "thread/Pauses.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -155,4 +156,16 @@ TEST(Sleepsec, HandsNoPipeOfOnePauseToTheChildOfAnother) {
     }
     EXPECT_EQ(inherited.count(descriptor.substr(0, descriptor.find('='))), 1U) << descriptor;
   }
+}
+
+TEST(SystemPauses, AreThoseOfTheMachineByItsMonotonicClock) {
+  unit::STUB_PAUSES stub;
+  SYSTEM_PAUSES pauses;
+  const auto begin = pauses.Now();
+  EXPECT_LE(begin, CLOCK::now());
+  pauses.DelayUs(5000);
+  EXPECT_GE(pauses.Now() - begin, milliseconds(5));
+  pauses.DelayUs(-1);
+  pauses.Seconds(3);
+  EXPECT_EQ(stub->Begun(), std::vector<int>{3});
 }

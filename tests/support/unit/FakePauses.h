@@ -1,0 +1,58 @@
+#pragma once
+
+#include "tests/support/Wait.h"
+#include "thread/Pauses.h"
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace unit {
+
+/// Pauses that take no time unless the test says so: a clock that only they move, counted, and held
+/// where the test wants to stand in one. Any thread.
+class FAKE_PAUSES : public PAUSES {
+ public:
+  /// `longestDelayUs`: thread delays take their time up to here, so that the loops of several
+  /// threads leave the machine to each other.
+  explicit FAKE_PAUSES(std::int32_t longestDelayUs = 0) : m_longestDelayUs(longestDelayUs) {}
+
+  void DelayUs(std::int32_t delayUs) override;
+  void Seconds(int seconds) override;
+  CLOCK::time_point Now() override;
+
+  /// What a pause of so many seconds takes.
+  void SetLength(int seconds, std::chrono::milliseconds length);
+  void SetLongestDelayUs(std::int32_t longestUs);
+
+  /// Pauses of so many seconds do not end, those under way included, until Release.
+  void Hold(int seconds);
+  void Release(int seconds);
+
+  /// Pauses begun so far, in order: their seconds.
+  std::vector<int> Begun() const;
+  int CountBegun(int seconds) const;
+  /// Waits until at least count pauses of so many seconds have begun.
+  bool WaitUntilBegun(int seconds, int count = 1) const;
+  /// Threads that have made this thread delay.
+  std::size_t ThreadsThatDelayed(std::int32_t delayUs) const;
+  /// Thread delays made so far, those of nothing left out.
+  std::size_t Delays() const;
+
+ private:
+  mutable std::mutex m_lock;
+  mutable std::condition_variable m_changed;
+  CLOCK::time_point m_now{};
+  std::int32_t m_longestDelayUs;
+  std::map<int, std::chrono::milliseconds> m_lengths;
+  std::set<int> m_held;
+  std::vector<int> m_begun;
+  std::set<std::pair<std::thread::id, std::int32_t>> m_delayed;
+  std::size_t m_delays = 0;
+};
+
+}  // namespace unit
