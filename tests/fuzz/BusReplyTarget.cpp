@@ -31,7 +31,7 @@ class REPLYING : public fuzz::BUS {
     }
     m_maySilence = choice % kRunsToASilence == 0;
     m_worker = std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, LOGGER(),
-                                                  m_lines, m_cards, true, true);
+                                                  m_lines, m_cards, true, true, *this, *this);
   }
   ~REPLYING() override {
     LetWorkersEnd();

@@ -6,6 +6,7 @@
 
 #include "tests/fuzz/support/Check.h"
 #include "tests/fuzz/support/Input.h"
+#include "tests/fuzz/support/Sockets.h"
 #include "tests/fuzz/support/System.h"
 #include "vorn/base/Budget.h"
 #include "vorn/tcp/SOCKET_INTERFACE.h"
@@ -40,7 +41,7 @@ constexpr std::array<ROLE, 4> kRoles = {{
     {"other", "", 4096},
 }};
 
-class NETWORK : public fuzz::SYSTEM {
+class NETWORK : public fuzz::SYSTEM, public fuzz::SOCKETS {
  public:
   explicit NETWORK(std::uint8_t choices)
       : m_role(kRoles.at(choices & 3U)),
@@ -49,7 +50,7 @@ class NETWORK : public fuzz::SYSTEM {
     INTERFACE_DESCRIPTOR descriptor;
     descriptor.name = m_role.name;
     descriptor.port = 5000;
-    m_worker = std::make_unique<SOCKET_INTERFACE>(descriptor, LOGGER(), m_input);
+    m_worker = std::make_unique<SOCKET_INTERFACE>(descriptor, LOGGER(), m_input, *this);
     m_worker->SetTransferMode(m_binary ? kBinaryMode : kTextMode);
     Require(m_worker->Init() == 1, "it listens");
   }

@@ -22,7 +22,8 @@ class SPLITTING : public fuzz::BUS {
  public:
   SPLITTING()
       : m_worker(std::make_unique<SERIAL_INTERFACE>("/dev/ttyUSB0", kFixedPath, kNotConnected,
-                                                    LOGGER(), m_lines, m_cards, false, false)) {
+                                                    LOGGER(), m_lines, m_cards, false, false, *this,
+                                                    *this)) {
     m_reads = {Frame("o1.07")};
     Require(m_worker->Init(), "the controller is found");
   }

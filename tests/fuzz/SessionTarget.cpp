@@ -6,6 +6,7 @@
 #include "tests/fuzz/support/Bus.h"
 #include "tests/fuzz/support/Input.h"
 #include "tests/fuzz/support/Rack.h"
+#include "tests/fuzz/support/Sockets.h"
 #include "vorn/base/Budget.h"
 #include "vorn/bus/SERIAL_INTERFACE.h"
 #include "vorn/master/Farewell.h"
@@ -136,7 +137,7 @@ void RequireMessages(const RECEIVED& received, std::string_view name, Lengths&& 
 
 // --- the session --------------------------------------------------------------------------------
 
-class SESSION : public fuzz::BUS {
+class SESSION : public fuzz::BUS, public fuzz::SOCKETS {
  public:
   explicit SESSION(fuzz::INPUT input) {
     std::string script = input.Rest();
@@ -145,7 +146,7 @@ class SESSION : public fuzz::BUS {
       m_steps.push_back(script.substr(0, end));
       script.erase(0, end + 1);
     }
-    m_daemon = std::make_unique<VORN>(m_signal, ConfigurationPath());
+    m_daemon = std::make_unique<VORN>(m_signal, *this, *this, ConfigurationPath());
     Require(m_daemon->InitProgramData(), "the configuration is good");
     m_daemon->InitInterfaces();
     Require(Workers().size() == 4, "there are four workers");
@@ -447,21 +448,23 @@ class SESSION : public fuzz::BUS {
 
   // --- the bus ---
 
-  std::string Adapters() override { return m_pulled ? "" : BUS::Adapters(); }
-  bool OpenPort() override { return !m_pulled && BUS::OpenPort(); }
-  ssize_t WritePort(const std::uint8_t* bytes, std::size_t count) override {
-    if (m_pulled) {
-      errno = EIO;
-      return -1;
-    }
-    return BUS::WritePort(bytes, count);
+  std::list<std::string> Search() override {
+    return m_pulled ? std::list<std::string>() : BUS::Search();
   }
-  ssize_t ReadPort(std::uint8_t* bytes, std::size_t count) override {
+  bool Open(const std::string& path) override { return !m_pulled && BUS::Open(path); }
+  ssize_t Write(const std::uint8_t* bytes, std::size_t count) override {
     if (m_pulled) {
       errno = EIO;
       return -1;
     }
-    return BUS::ReadPort(bytes, count);
+    return BUS::Write(bytes, count);
+  }
+  ssize_t Read(std::uint8_t* bytes, std::size_t count) override {
+    if (m_pulled) {
+      errno = EIO;
+      return -1;
+    }
+    return BUS::Read(bytes, count);
   }
 
   void Answer(const std::string& body) override {

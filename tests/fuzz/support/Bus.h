@@ -2,6 +2,7 @@
 
 #include "tests/fuzz/support/Check.h"
 #include "tests/fuzz/support/System.h"
+#include "vorn/bus/Line.h"
 #include "vorn/bus/PERIFCARD.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,16 +20,21 @@ namespace fuzz {
 /// A bus controller at the port. Whatever the daemon writes must be whole frames with a right
 /// length byte and, where they name a card, its address below 16; the target says how each is
 /// answered.
-class BUS : public SYSTEM {
+class BUS : public SYSTEM, public LINE {
  public:
-  std::string Adapters() override { return "ttyUSB0\n"; }
-  bool OpenPort() override {
+  ~BUS() override { Require(!m_isOpen, "the port is closed at the end"); }
+
+  std::list<std::string> Search() override { return {"/dev/ttyUSB0"}; }
+  bool Open(const std::string& /*path*/) override {
     m_request.clear();
     m_reply.clear();
+    m_isOpen = true;
     return true;
   }
+  int SetUp() override { return 0; }
+  void Close() override { m_isOpen = false; }
 
-  ssize_t WritePort(const std::uint8_t* bytes, std::size_t count) override {
+  ssize_t Write(const std::uint8_t* bytes, std::size_t count) override {
     m_request.append(bytes, bytes + count);
     Require(m_request.size() <= 255, "no frame is over 255 bytes", m_request);
     if (m_request.size() == 1U + static_cast<std::uint8_t>(m_request[0])) {
@@ -41,7 +48,7 @@ class BUS : public SYSTEM {
     return static_cast<ssize_t>(count);
   }
 
-  ssize_t ReadPort(std::uint8_t* bytes, std::size_t count) override {
+  ssize_t Read(std::uint8_t* bytes, std::size_t count) override {
     // Empty elements are reads that find nothing.
     if (m_reply.empty() || m_reply.front().empty()) {
       if (!m_reply.empty()) {
@@ -100,6 +107,7 @@ class BUS : public SYSTEM {
     }
   }
 
+  bool m_isOpen = false;
   std::string m_request;  // as far as it has come
   std::deque<std::string> m_reply;
   std::size_t m_requests = 0;
