@@ -9,14 +9,15 @@ class PAUSES {
  public:
   using CLOCK = std::chrono::steady_clock;
 
-  virtual ~PAUSES() = default;
-
   /// Pauses microseconds; 0 or less is no pause.
   virtual void DelayUs(std::int32_t delayUs) = 0;
   /// Pauses whole seconds.
   virtual void Seconds(int seconds) = 0;
   /// The monotonic clock.
   virtual CLOCK::time_point Now() = 0;
+
+ protected:
+  ~PAUSES() = default;  // nobody owns them by this
 };
 
 /// Those of the machine: see thread/Pause.h.

@@ -122,7 +122,7 @@ std::size_t DigitBehind(const std::string& line, char mark) {
 /// How cards answer, by a choice of the input.
 enum class CARDS_SAY { kYes, kNothing, kShort, kAnotherAddress };
 
-class OPERATOR : private DAEMON_CONTROL {
+class OPERATOR final : private DAEMON_CONTROL {
  public:
   /// `choices`: two bits each for the separators of input and of output, and for CARDS_SAY.
   OPERATOR(std::uint8_t choices, std::uint8_t turn)

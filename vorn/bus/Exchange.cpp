@@ -19,17 +19,6 @@ constexpr std::size_t kReadSize = 255;
 /// The reply's length byte and its body; the longest reply in use has 17 bytes.
 constexpr std::size_t kReceiveBufferSize = 136;
 
-OUTCOME OutcomeOf(const QList& reply) {
-  switch (GetQListError(reply)) {
-    case kNoError:
-      return OUTCOME::kReply;
-    case kTimeout:
-      return OUTCOME::kTimeout;
-    default:
-      return OUTCOME::kRefused;
-  }
-}
-
 }  // namespace
 
 bool EXCHANGE::Send(const QList& body) {
@@ -72,7 +61,7 @@ ANSWER EXCHANGE::Await(const SHARED_FIELD<bool>& isGivenUp) {
       total += static_cast<std::size_t>(count);
     }
   }
-  const std::size_t length = received[0];
+  const std::uint8_t length = received[0];
   // A reply completed by the very last permitted read is late.
   if (total <= length || reads >= m_readLimit) {
     return {OUTCOME::kTimeout, {}};
@@ -80,7 +69,9 @@ ANSWER EXCHANGE::Await(const SHARED_FIELD<bool>& isGivenUp) {
   if (length >= received.size()) {
     return {OUTCOME::kRefused, {}};  // more than was kept; all of it is off the line
   }
-  const QList reply(received.begin() + 1,
-                    received.begin() + 1 + static_cast<std::ptrdiff_t>(length));
-  return {OutcomeOf(reply), reply};
+  ANSWER answer{OUTCOME::kReply, QList(received.begin() + 1, received.begin() + 1 + length)};
+  if (const QLIST_ERROR error = GetQListError(answer.reply); error != kNoError) {
+    answer.outcome = error == kTimeout ? OUTCOME::kTimeout : OUTCOME::kRefused;
+  }
+  return answer;
 }

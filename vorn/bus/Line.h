@@ -11,8 +11,6 @@
 /// needs of the machine. One port at a time is open. Called by the worker's thread alone.
 class LINE {
  public:
-  virtual ~LINE() = default;
-
   /// The paths at which an adapter may be, in the order in which to try them. Closes what has
   /// been put aside.
   virtual std::list<std::string> Search() = 0;
@@ -27,4 +25,7 @@ class LINE {
   virtual ssize_t Write(const std::uint8_t* bytes, std::size_t count) = 0;
   /// A port that has refused its settings is only put aside: it stays open until the next search.
   virtual void Close() = 0;
+
+ protected:
+  ~LINE() = default;  // nobody owns it by this
 };

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -72,14 +71,6 @@ int SERIAL_PORT::SetUp() {
   ioctl(m_tty.Get(), kBsdSetAttributes, &line);
   m_hasRefused = tcsetattr(m_tty.Get(), TCSANOW, &line) != 0;
   return m_hasRefused ? errno : 0;
-}
-
-ssize_t SERIAL_PORT::Read(std::uint8_t* bytes, std::size_t count) {
-  return read(m_tty.Get(), bytes, count);
-}
-
-ssize_t SERIAL_PORT::Write(const std::uint8_t* bytes, std::size_t count) {
-  return write(m_tty.Get(), bytes, count);
 }
 
 void SERIAL_PORT::Close() {

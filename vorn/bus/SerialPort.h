@@ -3,8 +3,9 @@
 #include "vorn/base/FileDescriptor.h"
 #include "vorn/bus/Line.h"
 
+#include <unistd.h>
+
 #include <cstdio>
-#include <vector>
 
 /// The `ttyUSB` devices in /dev as full paths, in the order of `ls`: ttyUSB10 comes before ttyUSB2.
 /// Nothing says that an entry is a device; opening it shows. Empty when there is none, or when the
@@ -21,12 +22,16 @@ class SERIAL_PORT final : public LINE {
   std::list<std::string> Search() override;
   bool Open(const std::string& path) override;
   int SetUp() override;
-  ssize_t Read(std::uint8_t* bytes, std::size_t count) override;
-  ssize_t Write(const std::uint8_t* bytes, std::size_t count) override;
+  ssize_t Read(std::uint8_t* bytes, std::size_t count) override {
+    return read(m_tty.Get(), bytes, count);
+  }
+  ssize_t Write(const std::uint8_t* bytes, std::size_t count) override {
+    return write(m_tty.Get(), bytes, count);
+  }
   void Close() override;
 
  private:
   FILE_DESCRIPTOR m_tty;
   bool m_hasRefused = false;  // its settings
-  std::vector<FILE_DESCRIPTOR> m_aside;
+  std::list<FILE_DESCRIPTOR> m_aside;
 };

@@ -6,8 +6,6 @@
 /// VORN; called on the master loop's thread.
 class DAEMON_CONTROL {
  public:
-  virtual ~DAEMON_CONTROL() = default;
-
   /// Sets the pause of all five loops, in microseconds.
   virtual void SetThreadDelays(std::int32_t delayUs) = 0;
   /// The global polling switch.
@@ -17,4 +15,7 @@ class DAEMON_CONTROL {
   virtual void CloseCaeConnection() = 0;
   /// The master loop waits; the workers go on.
   virtual void PauseSeconds(int seconds) = 0;
+
+ protected:
+  ~DAEMON_CONTROL() = default;  // nobody owns it by this
 };

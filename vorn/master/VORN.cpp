@@ -45,22 +45,18 @@ VORN::~VORN() {
 
 /// The workers' threads use what is released next, so they end first.
 void VORN::StopWorkers() {
-  for (const auto* const worker : {&m_cae, &m_io, &m_mon}) {
-    if (*worker) {
-      (*worker)->RequestStop();  // all of them, so that their pauses run side by side
+  const auto each = [this](auto action) {
+    for (const auto* const worker : {&m_cae, &m_io, &m_mon}) {
+      if (*worker) {
+        action(**worker);
+      }
     }
-  }
-  if (m_serial) {
-    m_serial->RequestStop();
-  }
-  for (const auto* const worker : {&m_cae, &m_io, &m_mon}) {
-    if (*worker) {
-      (*worker)->Terminate();
+    if (m_serial) {
+      action(*m_serial);
     }
-  }
-  if (m_serial) {
-    m_serial->Terminate();
-  }
+  };
+  each([](auto& worker) { worker.RequestStop(); });  // all, so that their pauses run side by side
+  each([](auto& worker) { worker.Terminate(); });
 }
 
 // --- start-up -----------------------------------------------------------------------------------

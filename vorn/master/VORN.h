@@ -22,13 +22,13 @@
 ///
 /// One instance, built by main and used on the main thread only. It lends its queues and the card
 /// table to the workers, whose threads it stops before it releases anything.
-class VORN : private DAEMON_CONTROL {
+class VORN final : private DAEMON_CONTROL {
  public:
   /// Lent: the stop flag, the line to the bus, the pauses. `configPath` is the file that
   /// InitProgramData reads.
   VORN(const SIGNAL_FLAG& signalFlag, LINE& line, PAUSES& pauses,
        const std::string& configPath = kConfigPath);
-  ~VORN() override;
+  ~VORN();
   VORN(const VORN&) = delete;
   VORN& operator=(const VORN&) = delete;
 

@@ -18,7 +18,7 @@ namespace fuzz {
 class SYSTEM : public PAUSES {
  public:
   SYSTEM();
-  ~SYSTEM() override;
+  virtual ~SYSTEM();
   SYSTEM(const SYSTEM&) = delete;
   SYSTEM& operator=(const SYSTEM&) = delete;
 

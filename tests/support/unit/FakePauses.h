@@ -15,7 +15,7 @@ namespace unit {
 
 /// Pauses that take no time unless the test says so: a clock that only they move, counted, and held
 /// where the test wants to stand in one. Any thread.
-class FAKE_PAUSES : public PAUSES {
+class FAKE_PAUSES final : public PAUSES {
  public:
   /// `longestDelayUs`: thread delays take their time up to here, so that the loops of several
   /// threads leave the machine to each other.

@@ -22,7 +22,7 @@ namespace unit {
 /// It works inside the reads and writes of the code under test, on their thread, so that an
 /// exchange needs no second thread, and a reply can be timed by the count of reads that the daemon
 /// itself goes by. A lock guards everything; the test's thread may look and script meanwhile.
-class FAR_END : public LINE {
+class FAR_END final : public LINE {
  public:
   /// An answer, one element for each read that is to find something. An empty element is a read
   /// that finds nothing.
@@ -31,7 +31,7 @@ class FAR_END : public LINE {
   using RESPONDER = std::function<BYTES(const BYTES& body)>;
 
   explicit FAR_END(std::string path = "/dev/ttyUSB0") : m_path(std::move(path)) {}
-  ~FAR_END() override;
+  ~FAR_END();
   FAR_END(const FAR_END&) = delete;
   FAR_END& operator=(const FAR_END&) = delete;
 

@@ -11,7 +11,7 @@ namespace unit {
 
 /// The daemon as the CAE commands see it. What happens elsewhere during a pause, a card's answer
 /// above all, is what the test puts into `duringPause`.
-class DAEMON_DOUBLE : public DAEMON_CONTROL {
+class DAEMON_DOUBLE final : public DAEMON_CONTROL {
  public:
   void SetThreadDelays(std::int32_t delayUs) override { delaysUs.push_back(delayUs); }
   bool Polling() override { return polling; }
