@@ -224,12 +224,20 @@ bool SERIAL_INTERFACE::IsBehind() {
 // --- the link -----------------------------------------------------------------------------------
 
 bool SERIAL_INTERFACE::Init() {
-  if (m_selection == kFixedPath) {
-    return TryDevice("unable to open ");  // stays open where it fails its check
+  switch (m_selection) {
+    case kFixedPath:
+      if (!m_line.Open(m_devicePath)) {
+        m_logger.WriteLog(kErr, "unable to open " + m_devicePath + " for hardware communication");
+        return false;
+      }
+      return CheckPort();  // stays open where it fails that
+    case kSearchDevices:
+      return Search();
   }
-  if (m_selection != kSearchDevices) {
-    return false;
-  }
+  return false;
+}
+
+bool SERIAL_INTERFACE::Search() {
   const std::list<std::string> candidates = m_line.Search();
   if (candidates.empty()) {
     m_logger.WriteLog(kErr, "ttyUSB devices couldn't be found");
@@ -240,20 +248,19 @@ bool SERIAL_INTERFACE::Init() {
       break;
     }
     m_devicePath = candidate;
-    if (TryDevice("unable to  open ")) {
+    if (!m_line.Open(m_devicePath)) {
+      m_logger.WriteLog(kErr, "unable to  open " + m_devicePath + " for hardware communication");
+    } else if (CheckPort()) {
       return true;
+    } else {
+      LoseLink();
     }
-    LoseLink();
   }
   return false;
 }
 
-/// Opens, sets up and checks the port at the device path.
-bool SERIAL_INTERFACE::TryDevice(const char* complaint) {
-  if (!m_line.Open(m_devicePath)) {
-    m_logger.WriteLog(kErr, complaint + m_devicePath + " for hardware communication");
-    return false;
-  }
+/// Sets up the open port and looks for a controller.
+bool SERIAL_INTERFACE::CheckPort() {
   m_linkStatus = kPortOpen;
   if (!SetSerialParams() || !HardwareCheck(m_devicePath)) {
     return false;

@@ -104,7 +104,8 @@ class SERIAL_INTERFACE final : public CThread {
   void QueueQuestion(std::size_t number, const QList& body);
   void ForgetQuestion(std::size_t number, const QList& body);
 
-  bool TryDevice(const char* complaint);
+  bool Search();
+  bool CheckPort();
   void LoseLink();
 
   ANSWER Ask(const QList& request);

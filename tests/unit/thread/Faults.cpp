@@ -2,9 +2,7 @@
 
 #include <pthread.h>
 
-#include <cerrno>
 #include <cstddef>
-#include <cstdio>
 #include <memory>
 #include <new>
 #include <utility>
@@ -45,8 +43,6 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*function)(void*), void* argument);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
-FILE* __real_popen(const char* command, const char* mode);
-FILE* __wrap_popen(const char* command, const char* mode);
 void* NOTHROW_NEW(__real_)(std::size_t size, const std::nothrow_t& tag) noexcept;
 void* NOTHROW_NEW(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept;
 
@@ -74,14 +70,6 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     std::exchange(beforeMutexLock, nullptr)();
   }
   return __real_pthread_mutex_lock(mutex);
-}
-
-FILE* __wrap_popen(const char* command, const char* mode) {
-  if (faults.childStart) {
-    errno = EAGAIN;
-    return nullptr;
-  }
-  return __real_popen(command, mode);
 }
 
 void* NOTHROW_NEW(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstdio>
 #include <functional>
 
 // The program is linked so that what the framework asks of the system passes through here first.
@@ -9,7 +8,6 @@
 /// Failures that the system is to show while they are switched on.
 struct FAULTS {
   std::atomic<int> threadCreation{0};         ///< an errno value for pthread_create; 0: none
-  std::atomic<bool> childStart{false};        ///< popen starts none
   std::atomic<bool> allocation{false};        ///< the new that reports failure by a null pointer
   std::atomic<unsigned int> threadsAsked{0};  ///< calls of pthread_create so far
   /// What a new thread does before the function that it is made for.

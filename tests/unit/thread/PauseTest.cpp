@@ -2,12 +2,12 @@
 #include "tests/support/Wait.h"
 #include "tests/support/unit/Folder.h"
 #include "tests/support/unit/StubPauses.h"
-#include "tests/unit/thread/Faults.h"
 #include "thread/Pause.h"
 #include "thread/Pauses.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,23 +93,21 @@ TEST(Sleepsec, PausesWholeSecondsByTheSystemsOwnCommand) {
   EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
 }
 
-TEST(Sleepsec, PausesWithoutASleepCommandInThePath) {
-  const unit::FOLDER empty;
-  const unit::VARIABLE path("PATH", empty.Path());
-  EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
-}
-
 TEST(Sleepsec, PausesWhenNoChildCanBeStarted) {
-  faults.childStart = true;
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit noPipe = {0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &noPipe), 0);
   EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
-  faults.childStart = false;
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
-TEST(Sleepsec, WaitsTheRestWhenTheChildFails) {
+TEST(Sleepsec, WaitsTheRestWhenTheChildFailsAsOneThatIsNotThereDoes) {
   const unit::FOLDER folder;
   unit::WriteFile(folder.File("sleep"), "#!/bin/sh\nexit 1\n");
-  ASSERT_EQ(chmod(folder.File("sleep").c_str(), 0755), 0);
   const unit::VARIABLE path("PATH", folder.Path());
+  EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
+  ASSERT_EQ(chmod(folder.File("sleep").c_str(), 0755), 0);
   EXPECT_GE(TimeOf([] { sleepsec(1); }), seconds(1));
 }
 
