@@ -90,7 +90,7 @@ class SERIAL_INTERFACE final : public CThread {
   std::int32_t ThreadDelayUs() const { return m_threadDelayUs; }
   /// Microseconds at the top of every pass; 0 or less is none.
   void SetThreadDelayUs(std::int32_t delayUs) { m_threadDelayUs = delayUs; }
-  LINK_STATUS LinkStatus() const { return static_cast<LINK_STATUS>(m_linkStatus.Get()); }
+  LINK_STATUS LinkStatus() const { return m_linkStatus; }
   LOGGER& Logger() { return m_logger; }
   /// Asks the worker to close the port and not to open one again: the daemon is stopping.
   void ClosePort() { m_closeRequested = true; }
@@ -116,7 +116,7 @@ class SERIAL_INTERFACE final : public CThread {
   LINE& m_line;
   EXCHANGE m_exchange;
   PAUSES& m_pauses;
-  SHARED_FIELD<std::int32_t> m_linkStatus;
+  SHARED_FIELD<LINK_STATUS> m_linkStatus;
   PORT_SELECTION m_selection;
   VOQUEUE& m_inboundQueue;
   std::array<VOQUEUE, kBusQueues> m_busQueues;

@@ -27,20 +27,6 @@ VORN::VORN(const SIGNAL_FLAG& signalFlag, LINE& line, PAUSES& pauses, const std:
 
 VORN::~VORN() {
   StopWorkers();
-  m_outCommandParser.reset();
-  m_caeInterpreter.reset();
-
-  m_ioQueue.reset();
-  m_caeQueue.reset();
-  m_monQueue.reset();
-  m_serialQueue.reset();
-
-  m_cae.reset();
-  m_io.reset();
-  m_mon.reset();
-  m_serial.reset();
-
-  m_cards.reset();
 }
 
 /// The workers' threads use what is released next, so they end first.
@@ -82,12 +68,12 @@ bool VORN::InitProgramData() {
 }
 
 void VORN::InitInterfaces() {
-  m_cae = StartSocketInterface(m_config.cae, *m_caeQueue);
-  m_io = StartSocketInterface(m_config.io, *m_ioQueue);
-  m_mon = StartSocketInterface(m_config.mon, *m_monQueue);
+  m_cae = StartSocketInterface(m_config.cae, m_caeQueue);
+  m_io = StartSocketInterface(m_config.io, m_ioQueue);
+  m_mon = StartSocketInterface(m_config.mon, m_monQueue);
 
   m_serial = std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, m_logger,
-                                                *m_serialQueue, *m_cards, m_config.polling,
+                                                m_serialQueue, m_cards, m_config.polling,
                                                 m_config.autoDiscover, m_line, m_pauses);
   m_serial->SetThreadDelayUs(m_config.threadDelayUs);
 
@@ -96,9 +82,9 @@ void VORN::InitInterfaces() {
       [this](QList body) {
         m_serial->QueueRequest(SERIAL_INTERFACE::kGeneralQueue, std::move(body));
       },
-      *m_serialQueue, *m_cards, static_cast<DAEMON_CONTROL&>(*this));
+      m_serialQueue, m_cards, static_cast<DAEMON_CONTROL&>(*this));
   m_outCommandParser = std::make_unique<OUT_COMMAND_PARSER>(
-      m_config.io.inpSeparator, m_config.cae.outSeparator, *m_cards,
+      m_config.io.inpSeparator, m_config.cae.outSeparator, m_cards,
       [this](std::size_t address, QList body) { m_serial->QueueRequest(address, std::move(body)); },
       m_cae->OutputQueue(), m_logger);
 }
@@ -144,11 +130,11 @@ bool VORN::StoppedBySignal() {
 /// The monitor sees card input only while an IO client is connected; without one the line is
 /// dropped.
 void VORN::ForwardCardInput() {
-  if (m_serialQueue->IsEmpty() ||
+  if (m_serialQueue.IsEmpty() ||
       (m_io->IsConnected() && m_io->OutputQueue().Bytes() >= BytesAt(MARK::kLinesWaitForIo))) {
     return;
   }
-  QList line = m_serialQueue->DeQueue();
+  QList line = m_serialQueue.DeQueue();
   if (!m_io->IsConnected()) {
     return;
   }
@@ -161,11 +147,11 @@ void VORN::ForwardCardInput() {
 /// While the bus is behind no message is taken: the IO worker then stops reading, and TCP holds the
 /// client back. Without a link IO goes on: each card keeps the latest of what waits for it.
 void VORN::ServeIo() {
-  if (m_ioQueue->IsEmpty() || m_serial->IsBehind()) {
+  if (m_ioQueue.IsEmpty() || m_serial->IsBehind()) {
     return;
   }
-  const VOQUEUE::NUMBER number = m_ioQueue->NextToGo();
-  const QList message = m_ioQueue->DeQueue();
+  const VOQUEUE::NUMBER number = m_ioQueue.NextToGo();
+  const QList message = m_ioQueue.DeQueue();
   if (IsExit(Convert_QList2String(message), m_config.io)) {
     EndIoConnection(number);
     return;
@@ -201,7 +187,7 @@ void VORN::CopyToMonitor(const QList& message) {
 /// keeps him waiting: the CAE worker then stops reading, and TCP holds him back. An operator who
 /// has gone cannot be held back: his commands run, and further answers to them are not kept.
 void VORN::ServeCae() {
-  if (m_caeQueue->IsEmpty() || m_serialQueue->Bytes() >= BytesAt(MARK::kOperatorWaitsForLines)) {
+  if (m_caeQueue.IsEmpty() || m_serialQueue.Bytes() >= BytesAt(MARK::kOperatorWaitsForLines)) {
     return;
   }
   const bool isThere = m_cae->IsConnected();
@@ -216,8 +202,8 @@ void VORN::ServeCae() {
     }
   }
   m_caeInterpreter->Mute(!isThere && m_operatorBacklog.IsFull());
-  m_caeNumber = m_caeQueue->NextToGo();
-  const std::string text = Convert_QList2String(m_caeQueue->DeQueue());
+  m_caeNumber = m_caeQueue.NextToGo();
+  const std::string text = Convert_QList2String(m_caeQueue.DeQueue());
   if (!IsExit(text, m_config.cae) || !m_cae->IsLeftBehind(m_caeNumber)) {
     m_caeInterpreter->InterpretCaeCommand(text);
   }

@@ -65,23 +65,23 @@ class VORN final : private DAEMON_CONTROL {
   void CloseCaeConnection() override { m_cae->CloseByCommandOf(m_caeNumber); }
   void PauseSeconds(int seconds) override { m_pauses.Seconds(seconds); }
 
-  LOGGER m_logger;
-  CONFIG_DESCRIPTOR m_config;
-  // Inbound to the master loop: what the workers received.
-  std::unique_ptr<VOQUEUE> m_ioQueue = std::make_unique<VOQUEUE>();
-  std::unique_ptr<VOQUEUE> m_caeQueue = std::make_unique<VOQUEUE>();
-  std::unique_ptr<VOQUEUE> m_monQueue = std::make_unique<VOQUEUE>();  // never read
-  std::unique_ptr<VOQUEUE> m_serialQueue = std::make_unique<VOQUEUE>();
-  std::unique_ptr<SOCKET_INTERFACE> m_cae;
-  std::unique_ptr<SOCKET_INTERFACE> m_io;
-  std::unique_ptr<SOCKET_INTERFACE> m_mon;
-  std::unique_ptr<SERIAL_INTERFACE> m_serial;
   const SIGNAL_FLAG& m_signalFlag;
   LINE& m_line;
   PAUSES& m_pauses;
-  std::unique_ptr<CARD_TABLE> m_cards = std::make_unique<CARD_TABLE>();
-  std::string m_configPath;
-  // They borrow the workers' queues: made after the workers, released before them.
+  const std::string m_configPath;
+  LOGGER m_logger;
+  CONFIG_DESCRIPTOR m_config;
+  // What is declared last is released first: the two that borrow the workers' queues, the queues
+  // inbound to the master loop, the workers, whose threads have ended by then, the cards.
+  CARD_TABLE m_cards;
+  std::unique_ptr<SERIAL_INTERFACE> m_serial;
+  std::unique_ptr<SOCKET_INTERFACE> m_mon;
+  std::unique_ptr<SOCKET_INTERFACE> m_io;
+  std::unique_ptr<SOCKET_INTERFACE> m_cae;
+  VOQUEUE m_serialQueue;
+  VOQUEUE m_monQueue;  // never read
+  VOQUEUE m_caeQueue;
+  VOQUEUE m_ioQueue;
   std::unique_ptr<CAE_INTERPRETER> m_caeInterpreter;
   std::unique_ptr<OUT_COMMAND_PARSER> m_outCommandParser;
   BACKLOG m_monitorBacklog;

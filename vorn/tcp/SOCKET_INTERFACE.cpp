@@ -158,12 +158,12 @@ void SOCKET_INTERFACE::Terminate() {
 
 // --- listening ----------------------------------------------------------------------------------
 
-int SOCKET_INTERFACE::Init() {
+bool SOCKET_INTERFACE::Init() {
   const std::string& name = m_descriptor.name;
   FILE_DESCRIPTOR listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!listener.IsOpen()) {
     LogError("couldn't open socket for" + name + " interface");
-    return 0;
+    return false;
   }
   const int reuse = 1;
   if (setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0) {
@@ -176,15 +176,15 @@ int SOCKET_INTERFACE::Init() {
   }
   if (listen(listener.Get(), kBacklog) != 0) {
     LogError(name + " interface listening error on port " + ITOA(m_descriptor.port));
-    return 0;
+    return false;
   }
   // Before the state: the worker's own "is waiting" line follows that at once.
   LogInfo(name + " interface listening on port " + ITOA(m_descriptor.port));
   const std::lock_guard lock(m_socketLock);
   m_listener = std::move(listener);
   m_firstMessage = m_inputQueue.NextToCome();
-  m_descriptor.state = kListening;
-  return 1;
+  SetState(kListening);
+  return true;
 }
 
 /// False, with errno set, when the port is not to be had.
@@ -217,7 +217,7 @@ std::uint16_t SOCKET_INTERFACE::BoundPort() {
 // --- the pass -----------------------------------------------------------------------------------
 
 bool SOCKET_INTERFACE::OnTask() {
-  m_pauses.DelayUs(m_descriptor.threadDelayUs);
+  m_pauses.DelayUs(ThreadDelayUs());
   if (State() == kListening) {
     AcceptClient();
   }
@@ -271,7 +271,7 @@ bool SOCKET_INTERFACE::Adopt(FILE_DESCRIPTOR& client) {
   if (greeting != nullptr && m_client.IsOpen()) {
     m_outputQueue.ToQueue(Convert_String2QList(greeting));
   }
-  m_descriptor.state = kConnected;
+  SetState(kConnected);
   return true;
 }
 
@@ -413,7 +413,7 @@ std::size_t SOCKET_INTERFACE::EndOfMessage() {
     end = at + separator.size();
   }
   if (m_rest.size() == kReceiveLimit) {
-    m_streamPasses = kStreamUs / std::max(kLeastPassUs, m_descriptor.threadDelayUs.Get());
+    m_streamPasses = kStreamUs / std::max(kLeastPassUs, ThreadDelayUs());
     return end > 0 ? end : m_rest.size();
   }
   return m_streamPasses > 0 && end < m_rest.size() ? 0 : m_rest.size();
@@ -544,7 +544,7 @@ void SOCKET_INTERFACE::LogClosedByCommand() {
 
 /// Under the lock. What has been read of the client so far can end no connection any more.
 void SOCKET_INTERFACE::MarkClosedByCommand() {
-  m_descriptor.state = kClosed;
+  SetState(kClosed);
   m_reconnectCounter = 0;
   m_firstMessage = m_inputQueue.NextToCome();
   shutdown(m_listener.Get(), SHUT_RDWR);

@@ -51,11 +51,11 @@ class SOCKET_INTERFACE final : public CThread {
   SOCKET_INTERFACE(const SOCKET_INTERFACE&) = delete;
   SOCKET_INTERFACE& operator=(const SOCKET_INTERFACE&) = delete;
 
-  /// Opens the listening socket: 1 when it listens, 0 (and the state unchanged) when it cannot. A
-  /// port that somebody else has is asked for again for a quarter of a second, in which the caller
-  /// is blocked.
-  /// Called once by the owner after construction, then by the worker at each reconnection.
-  int Init();
+  /// Opens the listening socket: true when it listens, false (and the state unchanged) when it
+  /// cannot. A port that somebody else has is asked for again for a quarter of a second, in which
+  /// the caller is blocked. Called once by the owner after construction, then by the worker at each
+  /// reconnection.
+  bool Init();
 
   using CThread::OnTask;
   /// One pass; always true.
@@ -77,7 +77,7 @@ class SOCKET_INTERFACE final : public CThread {
   /// owner that stops several workers before it releases what they share.
   void Terminate();
 
-  bool IsConnected() const { return m_descriptor.state == kConnected; }
+  bool IsConnected() const { return State() == kConnected; }
   CONNECTION_STATE State() const { return static_cast<CONNECTION_STATE>(m_descriptor.state.Get()); }
   /// Microseconds at the top of every pass; 0 or less is none.
   void SetThreadDelayUs(std::int32_t delayUs) { m_descriptor.threadDelayUs = delayUs; }
@@ -117,6 +117,7 @@ class SOCKET_INTERFACE final : public CThread {
   void MarkClosedByCommand();
   void CloseSockets();
   bool SocketsOpen();
+  void SetState(CONNECTION_STATE state) { m_descriptor.state = state; }
   bool Replace(CONNECTION_STATE expected, CONNECTION_STATE state);
   void LogError(const std::string& text) { m_logger.WriteLog(kErr, text); }
   void LogInfo(const std::string& text) { m_logger.WriteLog(kInf, text); }

@@ -99,7 +99,7 @@ TEST_F(SocketInterface, SaysThatItListensBeforeItSaysThatItWaits) {
     LOGGER logger;
     logger.SetFileName(m_folder.File("log" + std::to_string(round)));
     SOCKET_INTERFACE worker(descriptor, logger, m_input, m_pauses);
-    ASSERT_EQ(worker.Init(), 1);
+    ASSERT_TRUE(worker.Init());
     const support::LOG_FILE log(logger.FileName());
     ASSERT_TRUE(log.WaitForLine("[INF] IO interface is waiting for incoming connection"));
     ASSERT_EQ(log.AllLines().front(), "[INF] IO interface listening on port 0");
@@ -109,7 +109,7 @@ TEST_F(SocketInterface, SaysThatItListensBeforeItSaysThatItWaits) {
 TEST_F(SocketInterface, FailsWhenNoSocketCanBeMade) {
   Make();
   socketCalls.socket.FailOutsideTheWorker(EMFILE);
-  EXPECT_EQ(m_worker->Init(), 0);
+  EXPECT_FALSE(m_worker->Init());
   EXPECT_EQ(m_worker->State(), kIdle);
   EXPECT_EQ(Log(), (std::vector<std::string>{"[ERR] couldn't open socket forCAE interface"}));
 }
@@ -117,7 +117,7 @@ TEST_F(SocketInterface, FailsWhenNoSocketCanBeMade) {
 TEST_F(SocketInterface, ListensAlthoughTheAddressCannotBeReused) {
   Make();
   socketCalls.reuseAddress.FailOutsideTheWorker(EINVAL);
-  EXPECT_EQ(m_worker->Init(), 1);
+  EXPECT_TRUE(m_worker->Init());
   EXPECT_EQ(Log().front(), "[ERR] couldn't set socket options forCAE interface");
   EXPECT_EQ(Count("[INF] CAE interface listening on port 0"), 1);
 }
@@ -126,7 +126,7 @@ TEST_F(SocketInterface, ListensElsewhereWhenThePortIsTaken) {
   const RESERVED_PORT taken;
   taken.Listen();
   Make("MON", taken.Port());
-  EXPECT_EQ(m_worker->Init(), 1);
+  EXPECT_TRUE(m_worker->Init());
   const std::vector<std::string> log = Log();
   ASSERT_GE(log.size(), 2U);
   EXPECT_EQ(log[0], "[ERR] couldn't bind socket forMON interface");
@@ -141,7 +141,7 @@ TEST_F(SocketInterface, HasItsPortWhenThatIsGivenFreeInTheNextMoment) {
   const RESERVED_PORT reserved;
   Make("IO", reserved.Port());
   socketCalls.bind.FailOutsideTheWorker(EADDRINUSE, kBindTries - 1);
-  EXPECT_EQ(m_worker->Init(), 1);
+  EXPECT_TRUE(m_worker->Init());
   EXPECT_EQ(Port(), reserved.Port());
   EXPECT_EQ(Log().front(),
             "[INF] IO interface listening on port " + std::to_string(reserved.Port()));
@@ -151,7 +151,7 @@ TEST_F(SocketInterface, ListensElsewhereWhenThePortStaysTakenForAQuarterOfASecon
   const RESERVED_PORT reserved;
   Make("IO", reserved.Port());
   socketCalls.bind.FailOutsideTheWorker(EADDRINUSE, kBindTries);  // another try would get it
-  EXPECT_EQ(m_worker->Init(), 1);
+  EXPECT_TRUE(m_worker->Init());
   EXPECT_EQ(Log().front(), "[ERR] couldn't bind socket forIO interface");
   EXPECT_NE(Port(), reserved.Port());
 }
@@ -160,7 +160,7 @@ TEST_F(SocketInterface, ListensElsewhereAtOnceWhenThePortIsRefusedForAnotherReas
   const RESERVED_PORT reserved;
   Make("IO", reserved.Port());
   socketCalls.bind.FailOutsideTheWorker(EACCES, 1);  // which a second try would not meet
-  EXPECT_EQ(m_worker->Init(), 1);
+  EXPECT_TRUE(m_worker->Init());
   EXPECT_EQ(Log().front(), "[ERR] couldn't bind socket forIO interface");
   EXPECT_NE(Port(), reserved.Port());
 }
@@ -170,7 +170,7 @@ TEST_F(SocketInterface, FailsWhenItCannotListen) {
   const int port = reserved.Port();
   Make("IO", port);
   socketCalls.listen.FailOutsideTheWorker(EADDRINUSE);
-  EXPECT_EQ(m_worker->Init(), 0);
+  EXPECT_FALSE(m_worker->Init());
   EXPECT_EQ(m_worker->State(), kIdle);
   EXPECT_EQ(Log(), (std::vector<std::string>{"[ERR] IO interface listening error on port " +
                                              std::to_string(port)}));
@@ -180,7 +180,7 @@ TEST_F(SocketInterface, FailsWhenItCannotListen) {
 TEST_F(SocketInterface, StaysIdleForGoodAfterAFailedInit) {
   Make();
   socketCalls.socket.FailOutsideTheWorker(EMFILE);
-  ASSERT_EQ(m_worker->Init(), 0);
+  ASSERT_FALSE(m_worker->Init());
   EXPECT_FALSE(WaitUntil([&] { return m_worker->State() != kIdle; }, kSilence));
   EXPECT_EQ(Log().size(), 1U);
   EXPECT_TRUE(m_pauses.Begun().empty());
@@ -334,7 +334,7 @@ TEST_F(SocketInterface, LosesNoMessageToAFailedAccept) {
   socketCalls.accept.Fail(ECONNABORTED);
   Make();
   Send("waiting");
-  ASSERT_EQ(m_worker->Init(), 1);
+  ASSERT_TRUE(m_worker->Init());
   ASSERT_TRUE(WaitUntilListening(2));
   TCP_CLIENT client = Connect();
   EXPECT_TRUE(client.Receives("waiting\r" + std::string(kCaeGreeting)));
@@ -402,7 +402,7 @@ TEST_F(SocketInterface, NeverPutsADescriptorIntoASetThatCannotHoldIt) {
 TEST_F(SocketInterface, ParksAWorkerNamedDmi) {
   Make("DMI");
   EXPECT_TRUE(m_log.WaitForLine("[INF] On task DMI interface"));
-  EXPECT_EQ(m_worker->Init(), 1);  // in vain
+  EXPECT_TRUE(m_worker->Init());  // in vain
   TCP_CLIENT client = Connect();
   EXPECT_TRUE(client.ReceivesNothing());
   EXPECT_EQ(Log(), (std::vector<std::string>{"[INF] On task DMI interface",

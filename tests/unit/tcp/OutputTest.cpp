@@ -125,7 +125,7 @@ TEST_F(SocketInterface, KeepsMessagesForTheNextClientAheadOfItsGreeting) {
   Make();
   Send("first");
   Send("second");
-  ASSERT_EQ(m_worker->Init(), 1);
+  ASSERT_TRUE(m_worker->Init());
   TCP_CLIENT client = Connect();
   EXPECT_TRUE(client.Receives("first\rsecond\r" + std::string(kCaeGreeting)));
 }

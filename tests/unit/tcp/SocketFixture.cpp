@@ -71,7 +71,7 @@ void SocketInterface::Make(const std::string& name, int port) {
 
 void SocketInterface::Start(const std::string& name, int port) {
   Make(name, port);
-  ASSERT_EQ(m_worker->Init(), 1);
+  ASSERT_TRUE(m_worker->Init());
 }
 
 TCP_CLIENT SocketInterface::StartWithClient(const std::string& name) {

@@ -120,7 +120,7 @@ TEST_F(SocketInterface, TouchesItsInputQueueNoMoreAfterTerminate) {
   descriptor.name = "CAE";
   descriptor.threadDelayUs = 0;
   auto worker = std::make_unique<SOCKET_INTERFACE>(descriptor, LOGGER(), *input, m_pauses);
-  ASSERT_EQ(worker->Init(), 1);
+  ASSERT_TRUE(worker->Init());
   TCP_CLIENT client(worker->BoundPort());
   client.ReadUntil(kCaeGreeting);
   client.Send("some");
