@@ -266,7 +266,7 @@ bool SOCKET_INTERFACE::Adopt(FILE_DESCRIPTOR& client) {
     return false;
   }
   m_client = std::move(client);
-  m_delivery.Begin(std::chrono::steady_clock::now());
+  m_delivery.Begin(m_pauses.Now());
   const char* const greeting = RoleOf(m_descriptor.name).greeting;
   if (greeting != nullptr && m_client.IsOpen()) {
     m_outputQueue.ToQueue(Convert_String2QList(greeting));
@@ -303,7 +303,7 @@ void SOCKET_INTERFACE::ServeClient() {
 
 /// Cuts off a client that takes nothing any more. What it has sent before is read to its end.
 void SOCKET_INTERFACE::WatchDelivery() {
-  const auto now = std::chrono::steady_clock::now();
+  const auto now = m_pauses.Now();
   if (!m_delivery.IsDue(now) || !m_delivery.IsGivenUp(BytesUnderWay(m_client.Get()), now)) {
     return;
   }
