@@ -15,6 +15,10 @@ QList Body(std::initializer_list<int> bytes) {
   return body;
 }
 
+int Number(std::uint8_t first, const PARAMETER& parameter, std::uint8_t channel) {
+  return parameter.perChannel ? first + channel : first;
+}
+
 bool BeginsWith(const QList& body, std::uint8_t code) {
   return !body.empty() && static_cast<std::uint8_t>(body.front()) == code;
 }
@@ -41,11 +45,13 @@ QList OutputRequest(std::uint8_t address, const QList& data) {
 
 QList WriteRequest(std::uint8_t address, const PARAMETER& parameter, std::uint8_t channel,
                    std::uint8_t value) {
-  return Body({request::kParameter, address, request::kWrite, parameter.write + channel, value});
+  return Body({request::kParameter, address, request::kWrite,
+               Number(parameter.write, parameter, channel), value});
 }
 
 QList ReadRequest(std::uint8_t address, const PARAMETER& parameter, std::uint8_t channel) {
-  return Body({request::kParameter, address, request::kRead, parameter.read + channel});
+  return Body(
+      {request::kParameter, address, request::kRead, Number(parameter.read, parameter, channel)});
 }
 
 QList ActionRequest(std::uint8_t address, std::uint8_t action) {

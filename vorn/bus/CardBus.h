@@ -37,18 +37,20 @@ constexpr std::size_t kReplyAddressAt = 1;
 constexpr std::size_t kReplyDataAt = 2;
 constexpr std::size_t kReplyValueAt = 3;  ///< of what a read request has asked for
 
-/// A card's parameter: the numbers of its first channel, from which those of the others count on.
+/// A card's parameter: its numbers; those of the first channel where each channel has one, from
+/// which those of the others count on.
 struct PARAMETER {
   std::uint8_t write;
   std::uint8_t read;  ///< 0: it cannot be read
+  bool perChannel;
 };
 namespace parameter {
-constexpr PARAMETER kLcdSelfTest = {0x01, 0};
-constexpr PARAMETER kLcdInitLight = {0x02, 0};
-constexpr PARAMETER kAnalogueMask = {0x01, 0x01};
-constexpr PARAMETER kServoEndA = {0xC0, 0x21};
-constexpr PARAMETER kServoEndB = {0xD0, 0x27};
-constexpr PARAMETER kSilentRange = {0xC0, 0x01};
+constexpr PARAMETER kLcdSelfTest = {0x01, 0, false};
+constexpr PARAMETER kLcdInitLight = {0x02, 0, false};
+constexpr PARAMETER kAnalogueMask = {0x01, 0x01, false};
+constexpr PARAMETER kServoEndA = {0xC0, 0x21, true};
+constexpr PARAMETER kServoEndB = {0xD0, 0x27, true};
+constexpr PARAMETER kSilentRange = {0xC0, 0x01, true};
 }  // namespace parameter
 
 /// What a card can be told to do.
@@ -85,6 +87,7 @@ QList IdentificationRequest();
 QList PollRequest(std::uint8_t address, std::uint8_t count);
 /// At most 251 data bytes.
 QList OutputRequest(std::uint8_t address, const QList& data);
+/// `channel` counts only for a parameter that each channel has.
 QList WriteRequest(std::uint8_t address, const PARAMETER& parameter, std::uint8_t channel,
                    std::uint8_t value);
 QList ReadRequest(std::uint8_t address, const PARAMETER& parameter, std::uint8_t channel);

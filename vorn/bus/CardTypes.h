@@ -35,6 +35,7 @@ struct CARD_TYPE {
   std::uint8_t preset;        ///< to this
   std::uint8_t pollCount;     ///< last byte of its poll request; 0: never polled
   std::uint8_t outputValues;  ///< values sent by a block command; 0: it takes none
+  std::uint8_t reportBlocks;  ///< blocks whose last input can be sent again; 0: it cannot
 };
 
 /// The row of a type code; for a code that is in no row, the row of unidentified cards.

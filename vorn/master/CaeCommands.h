@@ -1,70 +1,77 @@
 #pragma once
 
-#include "vorn/bus/CardTypes.h"
+#include "vorn/base/VOQUEUE.h"
+#include "vorn/bus/CARD_TABLE.h"
+#include "vorn/bus/CardBus.h"
+#include "vorn/master/CaeLine.h"
+#include "vorn/master/DAEMON_CONTROL.h"
 
 #include <cstdint>
-#include <optional>
+#include <functional>
 #include <span>
 #include <string>
 
-class CAE_INTERPRETER;
+/// What the commands work with. Queues, cards and daemon are lent and outlive it.
+struct CAE_CONTEXT {
+  /// One message to the operator, with the separator behind it; none while muted.
+  void Reply(const std::string& text);
 
-/// A line from the CAE client and the parameters in it. All commands of a line share the first ":"
-/// and the first "=" of the whole text. Hex digits count by HexCharToByte, so a missing or wrong
-/// one is 0; what is echoed is echoed as typed, a missing character as nothing.
-class CAE_LINE {
- public:
-  CAE_LINE(const std::string& text, const std::string& inpSeparator);
-
-  /// The whole text is the keyword and the separator.
-  bool Is(const std::string& keyword) const;
-  bool Contains(const std::string& keyword) const;
-  bool ContainsSeparator() const;
-
-  /// The card's address: the character behind ":".
-  std::uint8_t Address() const;
-  std::string AddressText() const;
-  /// The two digits behind "=".
-  std::uint8_t Value() const;
-  /// The one digit behind "=".
-  std::uint8_t Block() const;
-  /// The two characters behind "=".
-  std::string StateText() const;
-  /// From behind "=" up to the first character that belongs to the separator.
-  std::string NumberText() const;
-  /// The character just before ":", a channel.
-  std::uint8_t Channel() const;
-  std::string ChannelText() const;
-  /// The character before that, "A" or "B".
-  std::string EndPositionText() const;
-
- private:
-  std::string BeforeColon(std::size_t distance) const;
-
-  std::string m_text;
-  std::string m_inpSeparator;
-  std::size_t m_colon;   // npos when there is none
-  std::size_t m_equals;  // likewise
+  std::string outSeparator;
+  VOQUEUE& output;                               ///< lines to the CAE client
+  std::function<void(QList body)> queueRequest;  ///< a frame body for the bus
+  VOQUEUE& inputLines;                           ///< card input as if reported by a card
+  CARD_TABLE& cards;
+  DAEMON_CONTROL& daemon;
+  bool muted = false;
 };
 
 enum class CAE_MATCH : std::uint8_t {
   kExact,          ///< the whole line is the keyword and the separator
   kContains,       ///< the line holds the keyword and the separator
   kContainsAlone,  ///< the line holds the keyword
+  kNever,          ///< the keyword is compared, and the line stays unknown
 };
 
-/// For a command that does not ask for one card type.
-constexpr std::nullopt_t kAnyCard = std::nullopt;
+/// The cards that a command is for, and the answer where the addressed one is another.
+struct CAE_CARDS {
+  bool (*suits)(const PERIFCARD& card);
+  const char* refusal;
+};
+
+/// What a command does before it answers: a request that the addressed card has to acknowledge, or
+/// a function.
+struct CAE_STEP {
+  enum KIND : std::uint8_t {
+    kNothing,
+    kRun,         ///< `run`; false: refused
+    kTell,        ///< tells the card to do `action`
+    kWrite,       ///< writes the two digits behind "=" into `parameter`
+    kWriteState,  ///< writes ON or OFF; anything else is the state of the command's last line
+    kRead,        ///< reads `parameter`
+  };
+  KIND kind = kNothing;
+  bool (*run)(CAE_CONTEXT& context, const CAE_LINE& line) = nullptr;
+  std::uint8_t action = 0;
+  bus::PARAMETER parameter = {};
+  bus::PARAMETER parameterOfB = {};  ///< where the line's end position is "B", if there is one
+};
+
+/// An answer as for printf: %s shows a parameter of the line as it was typed, %X and %d the number
+/// it was read as. `fields` names the parameters in their order: "x" address, "p" end position, "c"
+/// channel, "v" value, "s" state, "n" number; "r" is the value that the card has answered.
+struct CAE_REPLY {
+  const char* format = nullptr;  ///< null: none
+  const char* fields = "";
+};
 
 struct CAE_COMMAND {
-  using RUN = void (CAE_INTERPRETER::*)(const CAE_LINE&, const CAE_COMMAND&);
-
   const char* keyword;
   CAE_MATCH match;
-  RUN run;                            ///< null: the line is not handled by this row
-  std::optional<CARD_CODE> cardType;  ///< what the addressed card must be, or kAnyCard
-  const char* wrongCardReply;         ///< where it is another
-  const char* failureReply;           ///< where the card does not acknowledge
+  const CAE_CARDS* cards;  ///< null: any, or none at all
+  CAE_STEP step;
+  const char* failure = nullptr;  ///< where it is refused, or the card does not acknowledge
+  CAE_REPLY reply = {};           ///< else; a function that lists something replies itself
+  CAE_REPLY result = {};          ///< and behind it, for programs
 
   bool Matches(const CAE_LINE& line) const;
 };
