@@ -5,6 +5,7 @@
 #include "tests/fuzz/support/Check.h"
 #include "tests/fuzz/support/Input.h"
 #include "tests/fuzz/support/Rack.h"
+#include "tests/support/CaeVectors.h"
 #include "vorn/master/CAE_INTERPRETER.h"
 
 #include <array>
@@ -15,85 +16,10 @@
 namespace {
 
 using fuzz::Require;
+using namespace support::cae;  // NOLINT(google-build-using-namespace): the vectors' words
 using LINES = std::vector<std::string>;
 
-// --- what the manual says -----------------------------------------------------------------------
-
-enum class MATCH { kExact, kContains, kAlone };
-
-/// What a command does besides answering.
-enum class DOES {
-  kAnswers,
-  kAsksCard,    ///< for any card, or for those of one type
-  kInputCard,   ///< for input cards
-  kListsCards,  ///< sixteen lines
-  kListsPolls,  ///< a line for each input card
-  kHelps,
-  kShowsExamples,
-  kRepeatsInput,
-  kSetsSpeed,
-};
-
-/// A command and its answers; an answer of a few words is how the whole of it begins.
-struct COMMAND {
-  const char* keyword;
-  MATCH match;
-  DOES does;
-  std::uint8_t cardType;  ///< 0: any
-  LINES good;
-  const char* failed;
-  const char* otherCard;
-};
-
-constexpr const char* kLcd = "CIE: THIS COMMAND IS VALID FOR LCD CONTROL CARD ONLY";
-constexpr const char* kAnalogue = "CIE: THIS COMMAND IS VALID ON ANALOG INPUT CARD ONLY";
-constexpr const char* kServo = "CIE: THIS COMMAND IS VALID ON SERVO CONTROLLER CARD ONLY";
-constexpr const char* kLegal = "CIE: THIS COMMAND IS LEGAL ON SERVO CONTROLLER CARD ONLY";
-constexpr const char* kMotor = "CIE: THIS COMMAND IS VALID ON DC MOTOR CONTROLLER CARD ONLY";
-constexpr const char* kInput = "CIE: THIS COMMAND IS VALID ON INPUT CARDS";
-constexpr const char* kReporting =
-    "CIE: THIS COMMAND IS VALID ON ANALOG OR DIGITAL INPUT CARD ONLY";
-
-const std::vector<COMMAND>& Manual() {
-  using enum MATCH;
-  using enum DOES;
-  // clang-format off
-  static const std::vector<COMMAND> commands = {
-      {"SPEED=",        kAlone,    kSetsSpeed,     0, {"CIA: SPEED IS SET to "}, "CIE: Parameter is out of range (1..100)", nullptr},
-      {"DISABLEPOLL",   kExact,    kAnswers,       0, {"CIA: GLOBAL POLLING IS DISABLED"}, nullptr, nullptr},
-      {"DRVVER",        kExact,    kAnswers,       0, {"CIA: DRIVER VERSION 1.20"}, nullptr, nullptr},
-      {"LCDSELFTEST:",  kContains, kAsksCard,      9, {"CIA: SELFTEST STATE IS SET TO "}, "CIE: STATE WRITE ERROR", kLcd},
-      {"LCDINITLIGHT:", kContains, kAsksCard,      9, {"CIA: INITLIGHT STATE IS SET TO "}, "CIE: STATE WRITE ERROR", kLcd},
-      {"REBOOT:",       kContains, kAsksCard,      0, {"CIA: Card is REBOOTED", "RBT:0x"}, "CIE: BUS WRITE ERROR", nullptr},
-      {"SETANMASK:",    kContains, kAsksCard,      7, {"CIA: Channel MASK of the card is SET", "AMS:0x"}, "CIE: MASK WRITE ERROR", kAnalogue},
-      {"GETANMASK:",    kContains, kAsksCard,      7, {"CIA: MASK is GOT from card", "AMV:0x"}, "CIE: MASK READ ERROR", kAnalogue},
-      {"STOREANMASK:",  kContains, kAsksCard,      7, {"CIA: MASK IS STORED at address "}, "CIE: MASK STORE ERROR", kAnalogue},
-      {"STORESRVPOS:",  kContains, kAsksCard,      5, {"CIA: POSITIONS ARE STORED at address "}, "CIE: POSITION STORING ERROR", kServo},
-      {"MOVESTRPOS:",   kContains, kAsksCard,      5, {"CIA: SERVOS ARE MOVED TO STORED POSITIONS at address "}, "CIE: POSITIONS MOVING ERROR", kLegal},
-      {"SETSC",         kContains, kAsksCard,      5, {"CIA: SERVO PARAM of the card is SET", "SPS:0x"}, "CIE: PARAM WRITE ERROR", kServo},
-      {"GETSC",         kContains, kAsksCard,      5, {"CIA: SERVO PARAM is GOT from card", "SPG:0x"}, "CIE: PARAM READ ERROR", kServo},
-      {"SETMSR",        kContains, kAsksCard,      6, {"CIA: MSR value of the card is SET", "MPS:0x"}, "CIE: PARAM WRITE ERROR", kMotor},
-      {"GETMSR",        kContains, kAsksCard,      6, {"CIA: MSR value is GOT from card", "MSR"}, "CIE: PARAM READ ERROR", kMotor},
-      {"STOREMSRS",     kContains, kAsksCard,      6, {"CIA: MSR values are STORED at address "}, "CIE: MSR STORING ERROR", kMotor},
-      {"POLLON:",       kContains, kInputCard,     0, {"CIA: POLLON is OK at address "}, nullptr, kInput},
-      {"POLLOFF:",      kContains, kInputCard,     0, {"CIA: POLLOFF is OK at address "}, nullptr, kInput},
-      {"ENABLEPOLL",    kExact,    kAnswers,       0, {"CIA: GLOBAL POLLING IS ENABLED"}, nullptr, nullptr},
-      {"POLLSTATE",     kExact,    kListsPolls,    0, {"CIA: GLOBAL POLLING IS "}, nullptr, nullptr},
-      {"DISCOVER",      kExact,    kListsCards,    0, {"DISCOVER LIST:"}, nullptr, nullptr},
-      {"FORCEDISCOVER", kExact,    kListsCards,    0, {"FORCED DISCOVER LIST:"}, nullptr, nullptr},
-      {"EXIT",          kExact,    kAnswers,       0, {"VORN: Bye Bye..."}, nullptr, nullptr},
-      {"GETLASTINPST:", kContains, kRepeatsInput,  0, {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"}, "CIE: INVALID BLOCK NUMBER", kReporting},
-      {"HELP",          kExact,    kHelps,         0, {"VORN quick HELP:"}, nullptr, nullptr},
-      {"IOEXAMPLES",    kExact,    kShowsExamples, 0, {"BLOCK DEVICE OUTPUT EXAMPLES:"}, nullptr, nullptr},
-  };
-  // clang-format on
-  return commands;
-}
-
-constexpr std::size_t kHelpLines = 69;
-constexpr std::size_t kExampleLines = 22;
-
-bool Matches(const COMMAND& command, const std::string& line, const std::string& separator) {
+bool Matches(const VECTOR& command, const std::string& line, const std::string& separator) {
   const bool contains = line.find(command.keyword) != std::string::npos;
   switch (command.match) {
     case MATCH::kExact:
@@ -102,6 +28,8 @@ bool Matches(const COMMAND& command, const std::string& line, const std::string&
       return contains && line.find(separator) != std::string::npos;
     case MATCH::kAlone:
       return contains;
+    case MATCH::kNever:
+      break;
   }
   return false;
 }
@@ -167,19 +95,19 @@ class OPERATOR final : private DAEMON_CONTROL {
   LINES Expected(const std::string& line) {
     LINES expected;
     bool known = false;
-    for (const COMMAND& command : Manual()) {
-      if (Matches(command, line, m_descriptor.inpSeparator)) {
+    for (const VECTOR& command : kVectors) {
+      if (IsFirst(command) && Matches(command, line, m_descriptor.inpSeparator)) {
         known = true;
         AddAnswers(command, line, expected);
       }
     }
     expected.push_back(known ? ">" + m_descriptor.outSeparator
-                             : "CIE: UNKNOWN COMMAND " + m_descriptor.outSeparator + ">" +
+                             : kUnknown + m_descriptor.outSeparator + ">" +
                                    m_descriptor.outSeparator);
     return expected;
   }
 
-  void AddAnswers(const COMMAND& command, const std::string& line, LINES& expected) {
+  void AddAnswers(const VECTOR& command, const std::string& line, LINES& expected) {
     const std::size_t address = DigitBehind(line, ':');
     const std::uint8_t code =
         m_cards.With(address, [](const PERIFCARD& card) { return card.typeCode; });
@@ -188,25 +116,27 @@ class OPERATOR final : private DAEMON_CONTROL {
       expected.push_back(text + m_descriptor.outSeparator);
     };
     const auto good = [&] {
-      for (const std::string& text : command.good) {
-        expected.push_back(text + '*');
+      for (const char* const text : {command.answer, command.result}) {
+        if (text != nullptr) {
+          expected.push_back(std::string(text).substr(0, std::string(text).find('|')) + '*');
+        }
       }
     };
     switch (command.does) {
       case DOES::kAsksCard:
         if (command.cardType != 0 && command.cardType != code) {
-          return bad(command.otherCard);
+          return bad(command.refusal);
         }
         return m_cardsSay == CARDS_SAY::kYes || m_cardsSay == CARDS_SAY::kShort
                    ? good()
-                   : bad(command.failed);
-      case DOES::kInputCard:
-        return input ? good() : bad(command.otherCard);
+                   : bad(command.failure);
+      case DOES::kSwitchesCard:
+        return input ? good() : bad(command.refusal);
       case DOES::kRepeatsInput:
         if (code != 4 && code != 7) {
-          return bad(command.otherCard);
+          return bad(command.refusal);
         }
-        return DigitBehind(line, '=') < (code == 4 ? 2U : 6U) ? good() : bad(command.failed);
+        return DigitBehind(line, '=') < (code == 4 ? 2U : 6U) ? good() : bad(command.failure);
       case DOES::kSetsSpeed:
         expected.emplace_back("?SPEED");
         return;
@@ -227,7 +157,7 @@ class OPERATOR final : private DAEMON_CONTROL {
               });
             },
             expected);
-      case DOES::kHelps:
+      case DOES::kShowsHelp:
         expected.insert(expected.end(), kHelpLines - 1, "*");
         return;
       case DOES::kShowsExamples:
@@ -251,8 +181,7 @@ class OPERATOR final : private DAEMON_CONTROL {
                      const std::string& line) const {
     const std::string& end = m_descriptor.outSeparator;
     if (expected == "?SPEED") {
-      Require(message == "CIE: Parameter is out of range (1..100)" + end ||
-                  message.starts_with("CIA: SPEED IS SET to "),
+      Require(message == kOutOfRange + end || message.starts_with("CIA: SPEED IS SET to "),
               "SPEED is set or refused", line + " -> " + message);
     } else if (expected.ends_with('*')) {
       Require(message.starts_with(expected.substr(0, expected.size() - 1)),
