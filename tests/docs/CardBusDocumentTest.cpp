@@ -6,6 +6,7 @@
 #include "tests/support/unit/Bytes.h"
 #include "vorn/bus/CardBus.h"
 #include "vorn/bus/CardTypes.h"
+#include "vorn/master/CaeCommands.h"
 
 #include <gtest/gtest.h>
 
@@ -43,13 +44,14 @@ ROW RowOf(const CARD_TYPE& type) {
   }
   return {std::string("`") + type.name + "`", KindOf(type.state),
           std::to_string(type.channels),      preset,
-          NumberOrNothing(type.pollCount),    NumberOrNothing(type.outputValues)};
+          NumberOrNothing(type.pollCount),    NumberOrNothing(type.outputValues),
+          NumberOrNothing(type.reportBlocks)};
 }
 
 TEST(CardBusDocument, ListsTheCardTypesOfTheTable) {
   std::map<std::string, ROW> documented;  // by code
   for (const ROW& row : Tables(Section(ReadFile("docs/card-bus.md"), "## Card types"))) {
-    if (row.size() == 7) {  // the other tables of the section have fewer columns
+    if (row.size() == 8) {  // the other tables of the section have fewer columns
       documented[row[0]] = ROW(row.begin() + 1, row.end());
     }
   }
@@ -96,33 +98,31 @@ std::string Lettered(const QList& body, const std::string& channel = "") {
   return text;
 }
 
-/// What CAE's set-up commands put on the bus, by the command.
+/// What CAE's set-up commands put on the bus, by the command as the document writes it: SETSCAc:,
+/// with the letter of the channel.
 std::map<std::string, std::string> DaemonsParameters() {
-  using namespace bus;  // NOLINT(google-build-using-namespace): its words, in a table of them
-  const auto write = [](const PARAMETER& parameter, const char* channel = "") {
-    return Lettered(WriteRequest(kAddress, parameter, 0, kValue), channel);
-  };
-  const auto read = [](const PARAMETER& parameter, const char* channel = "") {
-    return Lettered(ReadRequest(kAddress, parameter, 0), channel);
-  };
-  const auto act = [](std::uint8_t action) { return Lettered(ActionRequest(kAddress, action)); };
-  return {
-      {"REBOOT:", act(action::kReboot)},
-      {"LCDSELFTEST:", write(parameter::kLcdSelfTest)},
-      {"LCDINITLIGHT:", write(parameter::kLcdInitLight)},
-      {"SETANMASK:", write(parameter::kAnalogueMask)},
-      {"GETANMASK:", read(parameter::kAnalogueMask)},
-      {"STOREANMASK:", act(action::kStoreAnalogueMask)},
-      {"SETSCAc:", write(parameter::kServoEndA, "+c")},
-      {"SETSCBc:", write(parameter::kServoEndB, "+c")},
-      {"GETSCAc:", read(parameter::kServoEndA, "+c")},
-      {"GETSCBc:", read(parameter::kServoEndB, "+c")},
-      {"STORESRVPOS:", act(action::kStoreServoPositions)},
-      {"MOVESTRPOS:", act(action::kMoveToStoredPositions)},
-      {"SETMSRp:", write(parameter::kSilentRange, "+p")},
-      {"GETMSRp:", read(parameter::kSilentRange, "+p")},
-      {"STOREMSRS:", act(action::kStoreSilentRanges)},
-  };
+  std::map<std::string, std::string> requests;
+  for (const CAE_COMMAND& command : CaeCommands()) {
+    const CAE_STEP& step = command.step;
+    const bool hasEnds = step.parameterOfB.write != 0;
+    const std::string keyword = command.keyword;
+    const auto add = [&](const bus::PARAMETER& parameter, const char* end) {
+      const std::string channel = !parameter.perChannel ? "" : hasEnds ? "c" : "p";
+      const QList body = step.kind == CAE_STEP::kTell ? bus::ActionRequest(kAddress, step.action)
+                         : step.kind == CAE_STEP::kRead
+                             ? bus::ReadRequest(kAddress, parameter, 0)
+                             : bus::WriteRequest(kAddress, parameter, 0, kValue);
+      requests[keyword + end + channel + (keyword.back() == ':' ? "" : ":")] =
+          Lettered(body, channel.empty() ? "" : "+" + channel);
+    };
+    if (step.kind > CAE_STEP::kRun) {
+      add(step.parameter, hasEnds ? "A" : "");
+    }
+    if (hasEnds) {
+      add(step.parameterOfB, "B");
+    }
+  }
+  return requests;
 }
 
 TEST(CardBusDocument, HasTheParametersAndActionsOfTheDaemon) {
