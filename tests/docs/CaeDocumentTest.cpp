@@ -1,9 +1,9 @@
 // docs/cae.md: its commands are those of the table, its texts those that are sent, its examples
 // true.
 
-#include "tests/docs/ExampleRack.h"
 #include "tests/docs/Markdown.h"
 #include "tests/support/unit/Bytes.h"
+#include "tests/support/unit/ExampleRack.h"
 #include "tests/unit/master/DaemonDouble.h"
 #include "vorn/master/CAE_INTERPRETER.h"
 #include "vorn/master/HelpTexts.h"
@@ -152,7 +152,7 @@ TEST(CaeDocument, ShowsTheIoExamplesWhole) {
 class CaeExamples : public testing::Test {
  protected:
   CaeExamples() {
-    Identify(m_cards);
+    unit::Identify(m_cards);
     m_daemon.duringPause = [this](std::size_t) {
       if (m_bus.IsEmpty()) {
         return;

@@ -1,8 +1,8 @@
 // docs/io.md: its forms are those that are taken, its examples true.
 
-#include "tests/docs/ExampleRack.h"
 #include "tests/docs/Markdown.h"
 #include "tests/support/unit/Bytes.h"
+#include "tests/support/unit/ExampleRack.h"
 #include "vorn/base/LOGGER.h"
 #include "vorn/master/OUT_COMMAND_PARSER.h"
 
@@ -19,7 +19,7 @@ const char* const kIoDocument = "docs/io.md";
 /// A parser on the examples' rack.
 class IoExamples : public testing::Test {
  protected:
-  IoExamples() { Identify(m_cards); }
+  IoExamples() { unit::Identify(m_cards); }
 
   /// The request that a command puts on the bus; empty when there is none.
   std::string RequestOf(const std::string& command) {

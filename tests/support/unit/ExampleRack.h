@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace docs {
+namespace unit {
 
 /// The cards that the examples speak of, as an identification leaves them.
 inline void Identify(CARD_TABLE& cards) {
@@ -24,4 +24,4 @@ inline void Identify(CARD_TABLE& cards) {
   }
 }
 
-}  // namespace docs
+}  // namespace unit
