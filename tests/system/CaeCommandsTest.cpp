@@ -165,17 +165,6 @@ TEST_F(CaeCommands, HelpAndIoExamplesComeToTheOperatorAloneLineByLine) {
   EXPECT_TRUE(mon.ReceivesNothing());
 }
 
-TEST_F(CaeCommands, SpeedPacesTheInterfacesToo) {
-  config.speedPercent = "100";
-  Start();
-  TCP_CLIENT client = ConnectCae();
-  EXPECT_TRUE(Answers(client, "SPEED=1", {"CIA: SPEED IS SET to 1%"}));
-  // One message a pass, 5 ms a pass.
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_TRUE(Answers(client, "DISCOVER", EmptyList("DISCOVER LIST:")));
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(17 * 5));
-}
-
 TEST_F(CaeCommands, ListSixteenEmptySlotsWithoutAnAdapter) {
   Start();
   TCP_CLIENT client = ConnectCae();

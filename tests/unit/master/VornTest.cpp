@@ -108,6 +108,19 @@ class Vorn : public testing::Test {
   TCP_CLIENT ConnectIo() const { return Connect(config.io.port, kIoGreeting); }
   TCP_CLIENT ConnectMon() const { return Connect(config.mon.port, kMonGreeting); }
 
+  struct CLIENTS {
+    TCP_CLIENT cae;
+    TCP_CLIENT io;
+    TCP_CLIENT mon;
+  };
+  /// All three clients, and the cards in the table.
+  CLIENTS StartWithAll() {
+    Start();
+    CLIENTS all = {ConnectCae(), ConnectIo(), ConnectMon()};
+    WaitForCards(all.cae);
+    return all;
+  }
+
   /// One exact CAE command and its replies, by which the loop has made a pass or more.
   static void Ask(TCP_CLIENT& cae, const std::string& command, const LINES& replies) {
     cae.Send(command + "\r\n");
@@ -195,19 +208,15 @@ TEST_F(Vorn, LogsTheErrorAndStopsWhenAPortIsTooLow) {
 }
 
 TEST_F(Vorn, StopsWithoutALogWhenTheConfigurationCannotBeRead) {
-  VORN unconfigured(flag, line, pauses, folder.File("no-such-file.xml"));
-  EXPECT_FALSE(unconfigured.InitProgramData());
-  EXPECT_EQ(Log(), LINES());
-  EXPECT_EQ(unconfigured.ReadConfig().errorText,
-            "Unable to load config, or unable to parse XML file!");
-}
-
-TEST_F(Vorn, StopsWhenTheConfigurationIsNotWellFormed) {
   const std::string path = folder.File("broken.xml");
   WriteFile(path, "<VORNConfig><Debuglog File=\"" + config.logFile + "\"/>");
-  VORN unconfigured(flag, line, pauses, path);
-  EXPECT_FALSE(unconfigured.InitProgramData());
-  EXPECT_EQ(Log(), LINES());
+  for (const std::string& unreadable : {folder.File("no-such-file.xml"), path}) {
+    VORN unconfigured(flag, line, pauses, unreadable);
+    EXPECT_FALSE(unconfigured.InitProgramData());
+    EXPECT_EQ(Log(), LINES());
+    EXPECT_EQ(unconfigured.ReadConfig().errorText,
+              "Unable to load config, or unable to parse XML file!");
+  }
 }
 
 TEST_F(Vorn, ReadsTheDaemonsConfigurationUnlessToldOtherwise) {
@@ -339,39 +348,30 @@ TEST_F(Vorn, ReleasesEverythingInOrderWhileWorkersAreBusy) {
 
 TEST_F(Vorn, AnInputChangeReachesTheIoClientAndTheMonitorWithTheIoSeparator) {
   config.initPollState = "TRUE";
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
-  WaitForCards(cae);
+  CLIENTS all = StartWithAll();
   firstGroup = 0x40;
-  EXPECT_TRUE(io.Receives("a3b0d40\n\r"));
-  EXPECT_TRUE(mon.Receives("a3b0d40\n\r"));
+  EXPECT_TRUE(all.io.Receives("a3b0d40\n\r"));
+  EXPECT_TRUE(all.mon.Receives("a3b0d40\n\r"));
   firstGroup = 0x00;
-  EXPECT_TRUE(io.Receives("a3b0d00\n\r"));
-  EXPECT_TRUE(mon.Receives("a3b0d00\n\r"));
+  EXPECT_TRUE(all.io.Receives("a3b0d00\n\r"));
+  EXPECT_TRUE(all.mon.Receives("a3b0d00\n\r"));
 }
 
-TEST_F(Vorn, AnInputChangeReachesTheIoClientWithoutAMonitor) {
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  WaitForCards(cae);
-  TCP_CLIENT io = ConnectIo();
-  Ask(cae, "GETLASTINPST:3=1", {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"});
-  EXPECT_TRUE(io.Receives("a3b1d00\n\r"));
-}
-
-TEST_F(Vorn, AnInputChangeWithoutAnIoClientIsDroppedForTheMonitorToo) {
+TEST_F(Vorn, AnInputChangeNeedsAnIoClientAndNoMonitor) {
+  const LINES sent = {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"};
   Start();
   TCP_CLIENT cae = ConnectCae();
   WaitForCards(cae);
   TCP_CLIENT mon = ConnectMon();
-  Ask(cae, "GETLASTINPST:3=0", {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"});
-  AskVersion(cae);  // a later pass: the line is gone
+  Ask(cae, "GETLASTINPST:3=0", sent);
+  AskVersion(cae);  // a later pass: the line is gone, for the monitor too
   TCP_CLIENT io = ConnectIo();
-  Ask(cae, "GETLASTINPST:3=1", {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"});
+  Ask(cae, "GETLASTINPST:3=1", sent);
   EXPECT_TRUE(io.Receives("a3b1d00\n\r"));
   EXPECT_TRUE(mon.Receives("a3b1d00\n\r"));
+  mon.Close();
+  Ask(cae, "GETLASTINPST:3=1", sent);
+  EXPECT_TRUE(io.Receives("a3b1d00\n\r"));
 }
 
 TEST_F(Vorn, PausesPollingWhile24KibOfLinesWaitForAnIoClientThatDoesNotRead) {
@@ -399,44 +399,29 @@ TEST_F(Vorn, PausesPollingWhile24KibOfLinesWaitForAnIoClientThatDoesNotRead) {
 
 // --- the IO interface ---------------------------------------------------------------------------
 
-TEST_F(Vorn, AnIoCommandReachesItsCardAndTheMonitorAsTyped) {
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  WaitForCards(cae);
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
-  io.Send("a5b1dFB\n");
-  EXPECT_TRUE(mon.Receives("a5b1dFB\n\r"));
+TEST_F(Vorn, AnIoCommandReachesItsCardOrTheOperatorAndTheMonitorAsTyped) {
+  CLIENTS all = StartWithAll();
+  all.io.Send("a5b1dFB\n");
+  EXPECT_TRUE(all.mon.Receives("a5b1dFB\n\r"));
   EXPECT_TRUE(WaitUntil([&] {
     const std::vector<BYTES> requests = line.Requests();
     return std::find(requests.begin(), requests.end(), Hex("05 10 05 02 FF FB")) != requests.end();
   }));
-}
-
-TEST_F(Vorn, ARefusedIoCommandIsReportedToTheOperatorAndCopiedToTheMonitor) {
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
-  io.SendAndWaitUntilRead("bad\n");
-  EXPECT_TRUE(cae.Receives("COE:Illegal command -> bad\r\n\r>\r\n\r"));
-  EXPECT_TRUE(mon.Receives("bad\n\r"));
+  all.io.SendAndWaitUntilRead("bad\n");
+  EXPECT_TRUE(all.cae.Receives("COE:Illegal command -> bad\r\n\r>\r\n\r"));
+  EXPECT_TRUE(all.mon.Receives("bad\n\r"));
 }
 
 TEST_F(Vorn, HoldsTheIoClientBackWhileTheBusIsBehindAndLosesNothing) {
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  WaitForCards(cae);
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
+  CLIENTS all = StartWithAll();
   const std::size_t before = line.Requests().size();
   GATE gate;
   line.AnswerWith([&](const BYTES& body) {
     gate.Pass();
     return Answer(body);
   });
-  io.SendAndWaitUntilRead("a5b0d00\n");
-  ASSERT_TRUE(mon.Receives("a5b0d00\n\r"));
+  all.io.SendAndWaitUntilRead("a5b0d00\n");
+  ASSERT_TRUE(all.mon.Receives("a5b0d00\n\r"));
   ASSERT_TRUE(gate.WaitUntilReached());
   // Six bytes a frame: behind the first, which is on the line, 683 are 4 KiB.
   std::string commandsOfOneRead;
@@ -444,29 +429,25 @@ TEST_F(Vorn, HoldsTheIoClientBackWhileTheBusIsBehindAndLosesNothing) {
     commandsOfOneRead += "a5b0d00\n";
   }
   for (int i = 0; i < 23; ++i) {
-    io.SendAndWaitUntilRead(commandsOfOneRead);
-    ASSERT_TRUE(mon.Receives(commandsOfOneRead + "\r"));
+    all.io.SendAndWaitUntilRead(commandsOfOneRead);
+    ASSERT_TRUE(all.mon.Receives(commandsOfOneRead + "\r"));
   }
-  io.SendAndWaitUntilRead("a5b0d01\n");
-  AskVersion(cae);
-  AskVersion(cae);
-  EXPECT_TRUE(mon.ReceivesNothing());
+  all.io.SendAndWaitUntilRead("a5b0d01\n");
+  AskVersion(all.cae);
+  AskVersion(all.cae);
+  EXPECT_TRUE(all.mon.ReceivesNothing());
   gate.Open();
-  EXPECT_TRUE(mon.Receives("a5b0d01\n\r"));
+  EXPECT_TRUE(all.mon.Receives("a5b0d01\n\r"));
   EXPECT_TRUE(WaitUntil([&] { return line.Requests().size() == before + 1 + 23 * 31 + 1; }));
 }
 
 TEST_F(Vorn, GoesOnWithIoWithoutAnAdapterAndSendsEachCardTheLatestWhenThereIsOne) {
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  WaitForCards(cae);
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
+  CLIENTS all = StartWithAll();
   line.List({});
   line.AnswerWith([](const BYTES&) { return BYTES(); });
-  io.Send("a5b0d00\n");
+  all.io.Send("a5b0d00\n");
   ASSERT_TRUE(WaitUntil([&] { return Logged("[INF] comm timeout " + line.Path()); }));
-  EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));
+  EXPECT_TRUE(all.mon.Receives("a5b0d00\n\r"));
   std::vector<BYTES> frames;
   for (int read = 0; read < 40; ++read) {
     std::string commandsOfOneRead;
@@ -475,10 +456,10 @@ TEST_F(Vorn, GoesOnWithIoWithoutAnAdapterAndSendsEachCardTheLatestWhenThereIsOne
       commandsOfOneRead += "a5b0d" + ToHex(BYTES{value}) + "\n";
       frames.push_back({0x05, 0x10, 0x05, 0x02, value, 0xFF});
     }
-    io.SendAndWaitUntilRead(commandsOfOneRead);
-    ASSERT_TRUE(mon.Receives(commandsOfOneRead + "\r"));
+    all.io.SendAndWaitUntilRead(commandsOfOneRead);
+    ASSERT_TRUE(all.mon.Receives(commandsOfOneRead + "\r"));
   }
-  AskVersion(cae);
+  AskVersion(all.cae);
   const LINES log = Log();
   EXPECT_EQ(std::count(log.begin(), log.end(),
                        "[ERR] too many messages wait for the card bus, the oldest are lost"),
@@ -527,43 +508,36 @@ TEST_F(Vorn, MakesNoCopiesWhile208KibWaitForAMonitorThatDoesNotReadAndSaysSoOnce
 }
 
 TEST_F(Vorn, ExitOnIoEndsOnlyThatConnection) {
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  TCP_CLIENT mon = ConnectMon();
-  TCP_CLIENT io = ConnectIo();
-  Exit(io, "\n");
-  EXPECT_TRUE(io.IsClosed());
+  CLIENTS all = StartWithAll();
+  Exit(all.io, "\n");
+  EXPECT_TRUE(all.io.IsClosed());
   EXPECT_TRUE(Logged("[INF] connection is closed by command on IO interface"));
-  AskVersion(cae);
+  AskVersion(all.cae);
   TCP_CLIENT again = ConnectIo();
   again.Send("a5b0d00\n");
-  EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));  // EXIT was not copied
+  EXPECT_TRUE(all.mon.Receives("a5b0d00\n\r"));  // EXIT was not copied
 }
 
 TEST_F(Vorn, AnExitThatWaitedEndsNobodyElsesConnection) {
-  Start();
-  TCP_CLIENT mon = ConnectMon();
-  TCP_CLIENT cae = ConnectCae();
-  WaitForCards(cae);
-  TCP_CLIENT io = ConnectIo();
+  CLIENTS all = StartWithAll();
   // The master loop is in a command's second while both send their last words and leave.
   const int paused = pauses.CountBegun(1);
   pauses.Hold(1);
-  cae.SendAndWaitUntilRead("REBOOT:5\r\n");
+  all.cae.SendAndWaitUntilRead("REBOOT:5\r\n");
   ASSERT_TRUE(pauses.WaitUntilBegun(1, paused + 1));
-  io.SendAndWaitUntilRead("a5b0d00\n");
-  io.SendAndWaitUntilRead("EXIT\n");
-  cae.SendAndWaitUntilRead("EXIT\r\n");
-  io.Close();
-  cae.Close();
+  all.io.SendAndWaitUntilRead("a5b0d00\n");
+  all.io.SendAndWaitUntilRead("EXIT\n");
+  all.cae.SendAndWaitUntilRead("EXIT\r\n");
+  all.io.Close();
+  all.cae.Close();
   TCP_CLIENT nextIo = ConnectIo();
   TCP_CLIENT nextCae = ConnectCae();
   pauses.Release(1);
-  EXPECT_TRUE(mon.Receives("a5b0d00\n\r"));  // commands of who has left are carried out
+  EXPECT_TRUE(all.mon.Receives("a5b0d00\n\r"));  // commands of who has left are carried out
   EXPECT_TRUE(nextCae.Receives("CIA: Card is REBOOTED\r\n\rRBT:0x5:OK\r\n\r>\r\n\r"));
   AskVersion(nextCae);
   nextIo.Send("a5b0d01\n");
-  EXPECT_TRUE(mon.Receives("a5b0d01\n\r"));
+  EXPECT_TRUE(all.mon.Receives("a5b0d01\n\r"));
   EXPECT_TRUE(nextIo.ReceivesNothing());
   Exit(nextIo, "\n");
   EXPECT_TRUE(nextIo.IsClosed());
@@ -600,18 +574,15 @@ TEST_F(Vorn, CommandsOfThreeReadsAreAnsweredInTheirOrder) {
 }
 
 TEST_F(Vorn, ExitOnCaeEndsOnlyThatConnectionAndLeavesItsPromptForTheNextClient) {
-  Start();
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
-  TCP_CLIENT cae = ConnectCae();
-  Exit(cae, "\r\n");
-  EXPECT_TRUE(cae.IsClosed());
+  CLIENTS all = StartWithAll();
+  Exit(all.cae, "\r\n");
+  EXPECT_TRUE(all.cae.IsClosed());
   EXPECT_TRUE(Logged("[INF] connection is closed by command on CAE interface"));
   TCP_CLIENT again(config.cae.port);
   EXPECT_TRUE(again.Receives(">\r\n\r"));
   EXPECT_TRUE(again.Receives(kCaeGreeting));
-  io.Send("still here\n");
-  EXPECT_TRUE(mon.Receives("still here\n\r"));
+  all.io.Send("still here\n");
+  EXPECT_TRUE(all.mon.Receives("still here\n\r"));
 }
 
 TEST_F(Vorn, PollingFollowsTheOperator) {
@@ -631,11 +602,8 @@ TEST_F(Vorn, PollingFollowsTheOperator) {
 
 TEST_F(Vorn, SpeedPacesAllFiveLoops) {
   config.speedPercent = "100";
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
-  Ask(cae, "SPEED=50", {"CIA: SPEED IS SET to 50%"});
+  CLIENTS all = StartWithAll();
+  Ask(all.cae, "SPEED=50", {"CIA: SPEED IS SET to 50%"});
   EXPECT_TRUE(WaitUntil([&] { return pauses.ThreadsThatDelayed(2525) == 5; }));
 }
 
