@@ -11,12 +11,6 @@ using namespace support::cae;  // NOLINT(google-build-using-namespace): the vect
 
 class CaeCommands : public SYSTEM_TEST {
  protected:
-  static std::vector<std::string> EmptyList(const std::string& title) {
-    std::array<std::string, 16> names;
-    names.fill("EMPTY");
-    return CardList(title, names);
-  }
-
   /// Card parameter requests are answered with this body, of which the second byte becomes the
   /// address asked for; with an empty one not at all.
   void AnswerRequestsWith(const sim::Bytes& body) {
@@ -56,8 +50,6 @@ class CaeCommands : public SYSTEM_TEST {
   }
 };
 
-// --- cards --------------------------------------------------------------------------------------
-
 TEST_F(CaeCommands, ForCardsSendTheirFramesAndReportSuccessWithThePrompt) {
   StartIdentified();
   AnswerRequestsWith({0x51, 0, 0x77, kValueRead, 0x99});
@@ -94,14 +86,6 @@ TEST_F(CaeCommands, ForCardsReportFailureForAnotherAnswerOrNone) {
   EXPECT_EQ(ParameterFrames(), std::vector<std::string>(4, "04 50 05 01 AB"));
 }
 
-TEST_F(CaeCommands, RebootOfAnEmptySlotStillSendsTheFrame) {
-  rack.Remove(5);
-  StartIdentified();
-  AnswerRequestsWith({});
-  EXPECT_TRUE(Answers(*cae, "REBOOT:5", {"CIE: BUS WRITE ERROR"}));
-  EXPECT_EQ(ParameterFrames(), std::vector<std::string>{"04 50 05 01 AB"});
-}
-
 TEST_F(CaeCommands, ParametersWrittenAreReadBackFromTheRack) {
   StartIdentified();
   const std::pair<const char*, std::vector<std::string>> steps[] = {
@@ -117,8 +101,6 @@ TEST_F(CaeCommands, ParametersWrittenAreReadBackFromTheRack) {
     EXPECT_TRUE(Answers(*cae, line, answers));
   }
 }
-
-// --- lines --------------------------------------------------------------------------------------
 
 TEST_F(CaeCommands, OfOneReadAreOneLine) {
   StartIdentified();
@@ -138,19 +120,6 @@ TEST_F(CaeCommands, OfOneReadAreOneLine) {
   EXPECT_TRUE(cae->Receives(CaeReply({"CIA: SPEED IS SET to 90%"})));
 }
 
-TEST_F(CaeCommands, EachInterfaceHasItsOwnSeparators) {
-  config.cae.inpSeparator = ";";
-  config.cae.outSeparator = "!";
-  Start();
-  TCP_CLIENT client = ConnectCae();
-  client.Send("DRVVER;");
-  EXPECT_TRUE(client.Receives("CIA: DRIVER VERSION 1.20!\r>!\r"));
-  client.Send("DRVVER\r\n");
-  EXPECT_TRUE(client.Receives("CIE: UNKNOWN COMMAND !>!\r"));
-}
-
-// --- the daemon ---------------------------------------------------------------------------------
-
 TEST_F(CaeCommands, HelpAndIoExamplesComeToTheOperatorAloneLineByLine) {
   Start();
   ASSERT_EQ(kQuickHelp.size(), kHelpLines);
@@ -163,72 +132,6 @@ TEST_F(CaeCommands, HelpAndIoExamplesComeToTheOperatorAloneLineByLine) {
   Synchronise(client);
   EXPECT_TRUE(io.ReceivesNothing());
   EXPECT_TRUE(mon.ReceivesNothing());
-}
-
-TEST_F(CaeCommands, ListSixteenEmptySlotsWithoutAnAdapter) {
-  Start();
-  TCP_CLIENT client = ConnectCae();
-  EXPECT_TRUE(Answers(client, "DISCOVER", EmptyList("DISCOVER LIST:")));
-  EXPECT_TRUE(Answers(client, "FORCEDISCOVER", EmptyList("FORCED DISCOVER LIST:")));
-  EXPECT_EQ(pauses.CountBegun(1), 2);
-}
-
-TEST_F(CaeCommands, SwitchThePollingOfInputCards) {
-  StartIdentified();
-  const auto state = [&](const char* global, const char* key, const char* analogue) {
-    return Answers(
-        *cae, "POLLSTATE",
-        {global, "PTI:0x3:ON", std::string("PTI:0x8:") + key, std::string("PTI:0xF:") + analogue});
-  };
-  EXPECT_TRUE(state(kPollingOff, "ON", "ON"));
-  EXPECT_TRUE(Answers(*cae, "POLLOFF:8", {"CIA: POLLOFF is OK at address 8"}));
-  EXPECT_TRUE(Answers(*cae, "POLLOFF:F", {"CIA: POLLOFF is OK at address F"}));
-  EXPECT_TRUE(state(kPollingOff, "OFF", "OFF"));
-  EXPECT_TRUE(Answers(*cae, "POLLON:F", {"CIA: POLLON is OK at address F"}));
-  EXPECT_TRUE(Answers(*cae, "ENABLEPOLL", {kPollingOn}));
-  EXPECT_TRUE(state(kPollingOn, "OFF", "ON"));
-  for (const char address : std::string("01259Efx")) {
-    EXPECT_TRUE(Answers(*cae, At("POLLON:@", address), {kInput}));
-    EXPECT_TRUE(Answers(*cae, At("POLLOFF:@", address), {kInput}));
-  }
-  EXPECT_TRUE(state(kPollingOn, "OFF", "ON"));
-}
-
-TEST_F(CaeCommands, TheInitialPollingSwitchIsConfigured) {
-  config.initPollState = "TRUE";
-  Start();
-  TCP_CLIENT client = ConnectCae();
-  EXPECT_TRUE(Answers(client, "POLLSTATE", {kPollingOn}));
-}
-
-TEST_F(CaeCommands, GetlastinpstSendsTheStateOnTheIoAndMonInterfaces) {
-  StartIdentified();
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
-  // A block command sets the last known state of any card.
-  io.SendAndWaitUntilRead("a3b0dA5\n");
-  EXPECT_TRUE(mon.Receives("a3b0dA5\n\r"));
-  EXPECT_TRUE(Answers(*cae, "GETLASTINPST:3=0", {kSent}));
-  EXPECT_TRUE(Answers(*cae, "GETLASTINPST:3=2", {kNoBlock}));
-  EXPECT_TRUE(Answers(*cae, "GETLASTINPST:8=0", {kReporting}));
-  EXPECT_TRUE(Answers(*cae, "GETLASTINPST:F=5", {kSent}));
-  EXPECT_TRUE(io.Receives(IoLine("a3b0dA5") + IoLine("aFb5d00")));
-  EXPECT_TRUE(mon.Receives("a3b0dA5\n\raFb5d00\n\r"));
-}
-
-TEST_F(CaeCommands, ExitClosesByCommandAndThePromptIsTheNextClientsFirst) {
-  Start();
-  TCP_CLIENT client = ConnectCae();
-  client.Send("EXIT\r\n");
-  EXPECT_TRUE(client.Receives(CaeLine("VORN: Bye Bye...")));
-  EXPECT_TRUE(client.IsClosed());
-  EXPECT_TRUE(log.WaitForLine(ClosedByCommand("CAE")));
-  ASSERT_TRUE(log.WaitForLine(Waiting("CAE"), 2));
-  EXPECT_EQ(log.LinesWith("closed by client"), std::vector<std::string>{});
-  EXPECT_EQ(pauses.CountBegun(1), 1);
-  TCP_CLIENT next(config.cae.port);
-  EXPECT_TRUE(next.Receives(CaeLine(">") + kCaeGreeting));
-  Synchronise(next);
 }
 
 }  // namespace

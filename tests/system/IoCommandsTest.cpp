@@ -56,33 +56,6 @@ TEST_F(IoCommands, ARefusedCommandWithoutACaeClientWaitsForTheNextOne) {
   EXPECT_TRUE(client.Receives(Illegal("nonsense") + kCaeGreeting));
 }
 
-TEST_F(IoCommands, TwoCommandsInOneMessageAreHandledInOrderAndEmptyPiecesAreDropped) {
-  StartIdentified();
-  TCP_CLIENT io = ConnectIo();
-  std::vector<std::string> expected = Frames();
-  io.Send("\n\na5b0d01\n\n\na5b1d02\na5b0d03");
-  EXPECT_TRUE(WaitForFrame("05 10 05 02 03 02"));
-  for (const char* frame : {"05 10 05 02 01 FF", "05 10 05 02 01 02", "05 10 05 02 03 02"}) {
-    expected.emplace_back(frame);
-  }
-  EXPECT_EQ(Frames(), expected);
-  Synchronise(*cae);
-}
-
-TEST_F(IoCommands, CommandsAreCopiedToMonAsTyped) {
-  StartIdentified();
-  TCP_CLIENT io = ConnectIo();
-  TCP_CLIENT mon = ConnectMon();
-  io.Send("a5b0d01");
-  EXPECT_TRUE(mon.Receives("a5b0d01\r"));
-  io.Send("\na5b0d02\nnonsense\n");
-  EXPECT_TRUE(mon.Receives("\na5b0d02\nnonsense\n\r"));
-  EXPECT_TRUE(cae->Receives(Illegal("nonsense")));
-  // Neither goes back to the IO client.
-  io.Send("EXIT\n");
-  EXPECT_TRUE(io.Receives(IoLine("VORN: Bye Bye...")));
-}
-
 TEST_F(IoCommands, ALongRefusedCommandIsToldWholeWithOneCarriageReturnAtItsEnd) {
   Start();
   TCP_CLIENT io = ConnectIo();
