@@ -111,7 +111,7 @@ class OPERATOR final : private DAEMON_CONTROL {
     const std::size_t address = DigitBehind(line, ':');
     const std::uint8_t code =
         m_cards.With(address, [](const PERIFCARD& card) { return card.typeCode; });
-    const bool input = code == 4 || code == 7 || code == 8;
+    const INPUT_CARD* const input = FindInputCard(code);
     const auto bad = [&](const char* text) {
       expected.push_back(text + m_descriptor.outSeparator);
     };
@@ -131,12 +131,12 @@ class OPERATOR final : private DAEMON_CONTROL {
                    ? good()
                    : bad(command.failure);
       case DOES::kSwitchesCard:
-        return input ? good() : bad(command.refusal);
+        return input != nullptr ? good() : bad(command.refusal);
       case DOES::kRepeatsInput:
-        if (code != 4 && code != 7) {
+        if (input == nullptr || input->blocks == 0) {
           return bad(command.refusal);
         }
-        return DigitBehind(line, '=') < (code == 4 ? 2U : 6U) ? good() : bad(command.failure);
+        return DigitBehind(line, '=') < input->blocks ? good() : bad(command.failure);
       case DOES::kSetsSpeed:
         expected.emplace_back("?SPEED");
         return;
@@ -152,9 +152,8 @@ class OPERATOR final : private DAEMON_CONTROL {
         return AddAddresses(
             "PTI:0x",
             [&](std::size_t each) {
-              return m_cards.With(each, [](const PERIFCARD& card) {
-                return card.typeCode == 4 || card.typeCode == 7 || card.typeCode == 8;
-              });
+              return FindInputCard(m_cards.With(
+                         each, [](const PERIFCARD& card) { return card.typeCode; })) != nullptr;
             },
             expected);
       case DOES::kShowsHelp:

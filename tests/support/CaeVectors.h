@@ -45,6 +45,13 @@ constexpr std::size_t kHelpLines = 69;
 constexpr std::size_t kExampleLines = 22;
 constexpr const char* kUnknown = "CIE: UNKNOWN COMMAND ";
 
+/// The input cards, with the blocks that GETLASTINPST can ask them for.
+struct INPUT_CARD {
+  int type;
+  std::size_t blocks;
+};
+constexpr INPUT_CARD kInputCards[] = {{4, 2}, {7, 6}, {8, 0}};
+
 // clang-format off
 constexpr const char* kLcd = "CIE: THIS COMMAND IS VALID FOR LCD CONTROL CARD ONLY";
 constexpr const char* kAnalogue = "CIE: THIS COMMAND IS VALID ON ANALOG INPUT CARD ONLY";
@@ -120,6 +127,16 @@ inline std::vector<std::string> Answers(const VECTOR& vector, char digit) {
 /// The first of its keyword, where several lines try one command.
 inline bool IsFirst(const VECTOR& vector) {
   return &vector == std::begin(kVectors) || std::string((&vector - 1)->keyword) != vector.keyword;
+}
+
+/// The row of a card type; null: it is no input card.
+inline const INPUT_CARD* FindInputCard(int type) {
+  for (const INPUT_CARD& card : kInputCards) {
+    if (card.type == type) {
+      return &card;
+    }
+  }
+  return nullptr;
 }
 
 /// What DISCOVER and FORCEDISCOVER show of sixteen cards.

@@ -1,5 +1,6 @@
 // The texts stand in docs/cae.md, whole; tests/docs compares them.
 
+#include "tests/support/CaeVectors.h"
 #include "vorn/master/Farewell.h"
 #include "vorn/master/HelpTexts.h"
 
@@ -10,8 +11,8 @@
 namespace {
 
 TEST(HelpTexts, HaveTheirLinesOfWhichNoneIsAnEmptyMessage) {
-  EXPECT_EQ(QuickHelp().size(), 69U);
-  EXPECT_EQ(IoExamples().size(), 22U);
+  EXPECT_EQ(QuickHelp().size(), support::cae::kHelpLines);
+  EXPECT_EQ(IoExamples().size(), support::cae::kExampleLines);
   EXPECT_STREQ(QuickHelp()[1], " ");
   for (const char* const line : QuickHelp()) {
     EXPECT_GE(std::strlen(line), 1U);
