@@ -9,8 +9,29 @@ namespace {
 
 using namespace support::cae;  // NOLINT(google-build-using-namespace): the vectors' words
 
+constexpr const char* kDigits = "0123456789ABCDEF";
+
 class CaeCommands : public SYSTEM_TEST {
  protected:
+  /// A card of each type that a vector is for, where the rack has none, at an address that is free.
+  CaeCommands() {
+    for (const VECTOR& vector : kVectors) {
+      if (vector.cardType != 0 && Find(vector.cardType) == kSlots) {
+        rack.Insert(Find(sim::type::kEmpty), static_cast<std::uint8_t>(vector.cardType));
+      }
+    }
+  }
+
+  static constexpr int kSlots = 16;
+  /// The first address of a card of that type; kSlots: there is none.
+  int Find(int type) const {
+    int address = 0;
+    while (address < kSlots && rack.TypeAt(address) != type) {
+      ++address;
+    }
+    return address;
+  }
+
   /// Card parameter requests are answered with this body, of which the second byte becomes the
   /// address asked for; with an empty one not at all.
   void AnswerRequestsWith(const sim::Bytes& body) {
@@ -34,13 +55,13 @@ class CaeCommands : public SYSTEM_TEST {
     return frames;
   }
 
-  /// The first address whose card is (or is not) what a vector is for.
-  char AddressFor(const VECTOR& vector, bool suits) const {
-    int address = 0;
-    while (vector.cardType != 0 && (rack.TypeAt(address) == vector.cardType) != suits) {
-      ++address;
-    }
-    return "0123456789ABCDEF"[address];
+  /// The address of a card that a vector is for, and of one that it is not for.
+  char AddressFor(const VECTOR& vector) const {
+    return kDigits[vector.cardType == 0 ? 5 : Find(vector.cardType)];
+  }
+  char OtherAddressFor(const VECTOR& vector) const {
+    return kDigits[Find(vector.cardType == sim::type::kServo ? sim::type::kMotor
+                                                             : sim::type::kServo)];
   }
 
   /// The request as it is on the line, behind its length byte.
@@ -56,11 +77,11 @@ TEST_F(CaeCommands, ForCardsSendTheirFramesAndReportSuccessWithThePrompt) {
   std::vector<std::string> frames;
   for (const VECTOR& vector : kVectors) {
     if (vector.does == DOES::kAsksCard) {
-      const char digit = AddressFor(vector, true);
+      const char digit = AddressFor(vector);
       EXPECT_TRUE(Answers(*cae, At(vector.line, digit), support::cae::Answers(vector, digit)));
       frames.push_back(FrameOf(vector, digit));
       if (vector.refusal != nullptr) {
-        EXPECT_TRUE(Answers(*cae, At(vector.line, AddressFor(vector, false)), {vector.refusal}));
+        EXPECT_TRUE(Answers(*cae, At(vector.line, OtherAddressFor(vector)), {vector.refusal}));
       }
       cae->Send(At(vector.line, digit));
       EXPECT_TRUE(cae->Receives(UnknownReply())) << "without its separator: " << vector.line;

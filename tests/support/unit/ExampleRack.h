@@ -2,24 +2,43 @@
 
 #include "vorn/bus/CARD_TABLE.h"
 
-#include <utility>
+#include <algorithm>
+#include <array>
 
 namespace unit {
 
-/// The cards that the examples speak of, as an identification leaves them.
+/// The cards that the examples speak of, as an identification leaves them; a card of each type that
+/// they do not speak of is at the next free address.
 inline void Identify(CARD_TABLE& cards) {
-  constexpr std::pair<std::size_t, CARD_CODE> kRack[] = {
-      {0x0, kRcServo},   {0x1, kDcMotor},  {0x3, kDigitalInput},    {0x5, kDigitalOutput},
-      {0x8, kKeyMatrix}, {0x9, kIrRemote}, {0xE, kAlphanumericLcd}, {0xF, kAnalogueInput},
+  std::array<std::uint8_t, bus::kAddresses> rack = {
+      kRcServo,
+      kDcMotor,
+      0,
+      kDigitalInput,
+      0,
+      kDigitalOutput,
+      0,
+      0,
+      kKeyMatrix,
+      kIrRemote,
+      0,
+      0,
+      0,
+      0,
+      kAlphanumericLcd,
+      kAnalogueInput,
   };
-  for (const auto& [address, code] : kRack) {
-    cards.With(address, [code = code](PERIFCARD& card) {
-      const CARD_TYPE& type = FindCardType(code);
-      card.typeCode = code;
+  for (const CARD_TYPE& type : kCardTypes) {
+    if (type.state != kNoUsableCard && std::count(rack.begin(), rack.end(), type.code) == 0) {
+      *std::find(rack.begin(), rack.end(), kEmptySlot) = type.code;
+    }
+  }
+  for (std::size_t address = 0; address < rack.size(); ++address) {
+    cards.With(address, [&](PERIFCARD& card) {
+      const CARD_TYPE& type = FindCardType(rack.at(address));
+      card.typeCode = type.code;
       card.stateWord = type.state;
-      for (std::size_t i = 0; i < type.presetValues; ++i) {
-        card.values.at(i) = type.preset;
-      }
+      std::fill_n(card.values.begin(), type.presetValues, type.preset);
     });
   }
 }
