@@ -59,12 +59,7 @@ TEST_F(SerialLink, ThePortIsClosedWithItsWorker) {
 
 // --- the search ---------------------------------------------------------------------------------
 
-class SerialSearch : public SERIAL_FIXTURE {
- protected:
-  SerialSearch() { line.Add(second); }
-
-  FAR_END second{"/dev/ttyUSB1"};
-};
+using SerialSearch = SERIAL_FIXTURE;
 
 TEST_F(SerialSearch, WithoutADeviceLogsOneLineForEachAttempt) {
   SERIAL_INTERFACE& worker = MakeWorker(kSearchDevices);

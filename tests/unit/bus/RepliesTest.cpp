@@ -116,55 +116,24 @@ TEST_F(Replies, MayBeLongerThanTheirKindNeeds) {
 
 // --- identification -----------------------------------------------------------------------------
 
-struct IDENTIFIED {
-  int code;
-  const char* name;
-  int state;
-  int channels;
-  const char* values;  // the first six
-  int pollFlag;
-  const char* pollFrame;
-};
-
-TEST_F(Replies, IdentificationFillsEachSlotByItsTypeCode) {
-  // The slot is 7; the values of a cleared record are 0.
-  const IDENTIFIED kinds[] = {
-      {0, "EMPTY", 3, 0, "00 00 00 00 00 00", 0, ""},
-      {3, "16 channel DIGITAL OUTPUT", 0, 2, "FF FF 00 00 00 00", 0, ""},
-      {4, "16 channel DIGITAL INPUT", 1, 2, "00 00 00 00 00 00", 1, "20 07 02"},
-      {5, "6 channel RC SERVO CONTROLLER", 0, 6, "80 80 80 80 80 80", 0, ""},
-      {6, "3 channel DC MOTOR CONTROLLER", 0, 6, "00 00 00 00 00 00", 0, ""},
-      {7, "6 channel ANALOGUE INPUT", 1, 6, "00 00 00 00 00 00", 1, "20 07 06"},
-      {8, "KEYMX and ROTE CONTROLLER", 1, 1, "00 00 00 00 00 00", 1, "20 07 01"},
-      {9, "ALPHANUMERIC LCD CONTROLLER", 0, 21, "00 00 00 00 00 00", 0, ""},
-      {10, "IR REMOTE CONTROLLER", 0, 1, "00 00 00 00 00 00", 0, ""},
-      {255, "CARD?", 3, 0, "00 00 00 00 00 00", 0, ""},
-      {1, "UNIDENTIFIED", 3, 0, "00 00 00 00 00 00", 0, ""},
-      {2, "UNIDENTIFIED", 3, 0, "00 00 00 00 00 00", 0, ""},
-      {11, "UNIDENTIFIED", 3, 0, "00 00 00 00 00 00", 0, ""},
-      {254, "UNIDENTIFIED", 3, 0, "00 00 00 00 00 00", 0, ""},
-  };
-  for (const IDENTIFIED& kind : kinds) {
-    SCOPED_TRACE(kind.code);
-    cards.With(7, [](PERIFCARD& card) { card.clearPerifCard(); });
-    Identify(7, static_cast<std::uint8_t>(kind.code));
-    const PERIFCARD card = Card(7);
-    EXPECT_EQ(card.typeCode, kind.code);
-    EXPECT_EQ(card.address, 7);
-    EXPECT_STREQ(card.name.data(), kind.name);
-    EXPECT_EQ(card.stateWord, kind.state);
-    EXPECT_EQ(card.channelCount, kind.channels);
-    EXPECT_EQ(FirstBytes(card.values, 6), kind.values);
-    EXPECT_EQ(card.pollFlag, kind.pollFlag);
-    EXPECT_EQ(ToHex(card.pollFrame), kind.pollFrame);
-  }
-}
-
-TEST_F(Replies, IdentificationNamesSlotZeroFirst) {
-  Take("31 05 06 00 04 00 03 00 00 08 0A FF 0B 00 00 09 07");
-  const int codes[] = {5, 6, 0, 4, 0, 3, 0, 0, 8, 10, 255, 11, 0, 0, 9, 7};
-  for (std::size_t slot = 0; slot < 16; ++slot) {
-    EXPECT_EQ(Card(slot).typeCode, codes[slot]);
+TEST_F(Replies, IdentificationMakesEachSlotACardOfItsTypeCodeSlotZeroFirst) {
+  const BYTES reply = Hex("31 05 06 00 04 01 03 02 07 08 0A FF 0B FE 09 04 03");
+  EXPECT_EQ(Take(reply), LINES());
+  for (std::uint8_t slot = 0; slot < 16; ++slot) {
+    SCOPED_TRACE(int{slot});
+    const CARD_TYPE& type = FindCardType(reply[std::size_t{1} + slot]);
+    const PERIFCARD card = Card(slot);
+    EXPECT_EQ(card.typeCode, reply[std::size_t{1} + slot]);
+    EXPECT_EQ(card.address, slot);
+    EXPECT_STREQ(card.name.data(), type.name);
+    EXPECT_EQ(card.stateWord, type.state);
+    EXPECT_EQ(card.channelCount, type.channels);
+    for (std::size_t i = 0; i < card.values.size(); ++i) {
+      EXPECT_EQ(card.values[i], i < type.presetValues ? type.preset : 0);
+    }
+    EXPECT_EQ(card.pollFlag, type.pollCount == 0 ? 0 : 1);
+    EXPECT_EQ(card.pollFrame,
+              type.pollCount == 0 ? QList() : bus::PollRequest(slot, type.pollCount));
   }
   EXPECT_EQ(Card(16).stateWord, 3);
   EXPECT_EQ(Card(16).typeCode, 0);

@@ -5,6 +5,7 @@
 namespace unit {
 
 SERIAL_FIXTURE::SERIAL_FIXTURE() {
+  line.Add(second);
   logger.SetFileName(m_folder.File("log"));
 }
 

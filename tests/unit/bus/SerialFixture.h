@@ -66,6 +66,7 @@ class SERIAL_FIXTURE : public testing::Test {
 
   FAKE_PAUSES pauses;
   FAR_END line;
+  FAR_END second{"/dev/ttyUSB1"};  // which the line opens too
   VOQUEUE inbound;
   CARD_TABLE cards;
   LOGGER logger;
