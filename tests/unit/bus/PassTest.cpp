@@ -27,7 +27,7 @@ TEST_F(SerialPass, HasSeventeenEmptyQueues) {
 }
 
 TEST_F(SerialPass, BeginsWithTheThreadDelayWhichIsThatOfOnePercentAtFirst) {
-  EXPECT_EQ(Run()->ThreadDelayUs(), 5000);
+  EXPECT_EQ(RunWorker()->ThreadDelayUs(), 5000);
   SERIAL_INTERFACE& worker = MakeWorker();
   worker.SetThreadDelayUs(2525);
   EXPECT_EQ(worker.ThreadDelayUs(), 2525);
@@ -340,7 +340,7 @@ class SerialThread : public SERIAL_FIXTURE {
 
 TEST_F(SerialThread, ConnectsAndServes) {
   AnswerCardWith([] { return Hex("04 21 03 40 00"); });
-  const auto worker = Run();
+  const auto worker = RunWorker();
   worker->BusQueue(3).ToQueue(HexList("20 03 02"));
   LINES lines;
   while (lines.empty()) {
@@ -354,7 +354,7 @@ TEST_F(SerialThread, ConnectsAndServes) {
 TEST_F(SerialThread, CanBeReleasedInThePauseAfterAFailure) {
   line.List({});
   pauses.SetLength(2, support::milliseconds(20));
-  auto worker = Run();
+  auto worker = RunWorker();
   EXPECT_TRUE(pauses.WaitUntilBegun(2));
   worker.reset();
   EXPECT_EQ(pauses.Begun().front(), 2);
@@ -362,7 +362,7 @@ TEST_F(SerialThread, CanBeReleasedInThePauseAfterAFailure) {
 
 TEST_F(SerialThread, CanBeReleasedWhileItWaitsForTheControllerOrACard) {
   line.AnswerWith([](const BYTES&) { return BYTES(); });
-  auto worker = Run();
+  auto worker = RunWorker();
   while (line.Requests().empty()) {
     std::this_thread::yield();
   }
@@ -372,7 +372,7 @@ TEST_F(SerialThread, CanBeReleasedWhileItWaitsForTheControllerOrACard) {
 
   AnswerCardWith([] { return BYTES(); });
   const std::size_t before = line.Requests().size();
-  worker = Run();
+  worker = RunWorker();
   worker->BusQueue(3).ToQueue(HexList("20 03 02"));
   while (line.Requests().size() < before + 2) {
     std::this_thread::yield();
@@ -396,7 +396,7 @@ TEST_F(SerialThread, ThatIsReleasedTakesTheReplyThatItWaitsForFirst) {
     reply.Pass();
     return Hex("04 21 03 40 00");
   });
-  auto worker = Run();
+  auto worker = RunWorker();
   worker->BusQueue(3).ToQueue(HexList("20 03 02"));
   ASSERT_TRUE(reply.WaitUntilReached());
   const std::future<void> released = std::async(std::launch::async, [&] { worker.reset(); });

@@ -34,7 +34,7 @@ SERIAL_INTERFACE& SERIAL_FIXTURE::MakeUnconnected(OPTIONS options) {
   return *serial;
 }
 
-std::unique_ptr<SERIAL_INTERFACE> SERIAL_FIXTURE::Run() {
+std::unique_ptr<SERIAL_INTERFACE> SERIAL_FIXTURE::RunWorker() {
   pauses.SetLongestDelayUs(100);
   return std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, logger, inbound,
                                             cards, false, false, line, pauses);

@@ -45,7 +45,7 @@ class SERIAL_FIXTURE : public testing::Test {
   /// A worker in search mode that has found no adapter; there is one from now on.
   SERIAL_INTERFACE& MakeUnconnected(OPTIONS options);
   /// A worker in search mode whose thread runs.
-  std::unique_ptr<SERIAL_INTERFACE> Run();
+  std::unique_ptr<SERIAL_INTERFACE> RunWorker();
 
   /// Makes one exchange whose reply has this body, in a pass of its own.
   void TakeReply(const BYTES& body);
