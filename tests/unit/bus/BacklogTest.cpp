@@ -67,8 +67,7 @@ TEST_F(SerialBacklog, LinksLostAgainAndAgainDoNotPileUpPolls) {
   MakePolled(3);
   MakePolled(8);
   // Card 3's poll costs the link each time, so that card 8's is never reached.
-  line.AnswerWith(
-      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
+  AnswerWith("01 54");
   for (int pass = 0; pass < 40; ++pass) {
     worker.OnTask();
   }
@@ -80,7 +79,7 @@ TEST_F(SerialBacklog, LinksLostAgainAndAgainDoNotPileUpPolls) {
 TEST_F(SerialBacklog, OtherRequestsOfACardDoNotKeepItsPollsOut) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
   MakePolled(3);
-  line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
+  AnswerWith("01 06");
   for (int i = 0; i < 20; ++i) {
     worker.BusQueue(3).ToQueue(HexList("10 03 01 00"));
   }
@@ -110,7 +109,7 @@ TEST_F(SerialBacklog, ACardWhoseClientKeepsSendingEmptyRequestsIsPolledAsOftenAs
   SERIAL_INTERFACE& worker = Connect({.polling = true});
   MakePolled(3);
   MakePolled(4);
-  line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
+  AnswerWith("01 06");
   constexpr int kPasses = 30;
   for (int pass = 0; pass <= kPasses; ++pass) {
     for (int i = 0; i < 31; ++i) {
@@ -160,9 +159,7 @@ TEST_F(SerialBacklog, WithoutALinkAQueueKeepsTheLatestThatFitAndTheLogSaysSoOnce
     EXPECT_EQ(CountLog(kOldestLost), absence);
     // The link is there for a moment.
     line.List({line.Path()});
-    line.AnswerWith([](const BYTES& body) {
-      return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54");
-    });
+    AnswerWith("01 54");
     for (int pass = 0; pass < 3 && worker.LinkStatus() != kControllerFound; ++pass) {
       worker.OnTask();
     }
@@ -177,8 +174,7 @@ TEST_F(SerialBacklog, WithoutALinkAQueueKeepsTheLatestThatFitAndTheLogSaysSoOnce
 TEST_F(SerialBacklog, ALinkThatACardCostsInEachPassIsNoneToTheOthers) {
   SERIAL_INTERFACE& worker = Connect({.polling = true, .autoDiscover = true});
   MakePolled(3);
-  line.AnswerWith(
-      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
+  AnswerWith("01 54");
   worker.OnTask();  // carries nothing, and so a whole pass; queues a poll
   constexpr std::size_t kPasses = 60;
   for (std::size_t pass = 0; pass < kPasses; ++pass) {
@@ -198,7 +194,7 @@ TEST_F(SerialBacklog, ALinkThatACardCostsInEachPassIsNoneToTheOthers) {
 TEST_F(SerialBacklog, OnePollIsQueuedWhereTheQueueIsFullOfOtherRequests) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
   MakePolled(3);
-  line.AnswerWith([](const BYTES&) { return Hex("01 06"); });
+  AnswerWith("01 06");
   for (std::size_t i = 0; i < 1000; ++i) {
     worker.BusQueue(3).ToQueue(Numbered(i));
   }
@@ -225,8 +221,7 @@ TEST_F(SerialBacklog, WithoutALinkAnEmptyRequestPushesOutNoFrame) {
 TEST_F(SerialBacklog, PollsThatGaveWayToLaterRequestsAreQueuedAgain) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
   MakePolled(3);
-  line.AnswerWith(
-      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 54"); });
+  AnswerWith("01 54");
   worker.OnTask();  // queues a poll
   worker.OnTask();  // loses the link with it, and queues another
   ASSERT_EQ(worker.LinkStatus(), kNotConnected);
@@ -236,8 +231,7 @@ TEST_F(SerialBacklog, PollsThatGaveWayToLaterRequestsAreQueuedAgain) {
   }
   ASSERT_EQ(worker.BusQueue(3).DeQueue(), Numbered(1));
   TakeBodies(3);
-  line.AnswerWith(
-      [](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : Hex("01 06"); });
+  AnswerWith("01 06");
   // Sixteen may wait: none of them is counted that is not there.
   for (int i = 0; i < 20; ++i) {
     worker.BusQueue(0).ToQueue(HexList("10 00"));

@@ -329,17 +329,10 @@ class SerialThread : public SERIAL_FIXTURE {
     line.List({line.Path()});
     MakePolled(3);
   }
-
-  /// Answers the handshake, and the card as it says.
-  void AnswerCardWith(const std::function<BYTES()>& reply) {
-    line.AnswerWith([reply](const BYTES& body) {
-      return body.front() == '@' ? Hex(kHandshakeReply) : reply();
-    });
-  }
 };
 
 TEST_F(SerialThread, ConnectsAndServes) {
-  AnswerCardWith([] { return Hex("04 21 03 40 00"); });
+  AnswerWith("04 21 03 40 00");
   const auto worker = RunWorker();
   worker->BusQueue(3).ToQueue(HexList("20 03 02"));
   LINES lines;
@@ -370,7 +363,7 @@ TEST_F(SerialThread, CanBeReleasedWhileItWaitsForTheControllerOrACard) {
   EXPECT_EQ(line.Requests().front(), Hex(kHandshakeFrame));
   EXPECT_EQ(line.Openings(), 0);
 
-  AnswerCardWith([] { return BYTES(); });
+  AnswerWith("");
   const std::size_t before = line.Requests().size();
   worker = RunWorker();
   worker->BusQueue(3).ToQueue(HexList("20 03 02"));
@@ -392,7 +385,7 @@ TEST_F(SerialThread, ThatIsToldToCloseWhileItListsDevicesTriesNoneOfThem) {
 
 TEST_F(SerialThread, ThatIsReleasedTakesTheReplyThatItWaitsForFirst) {
   GATE reply;
-  AnswerCardWith([&] {
+  AnswerWith([&] {
     reply.Pass();
     return Hex("04 21 03 40 00");
   });

@@ -40,6 +40,11 @@ std::unique_ptr<SERIAL_INTERFACE> SERIAL_FIXTURE::RunWorker() {
                                             cards, false, false, line, pauses);
 }
 
+void SERIAL_FIXTURE::AnswerWith(const std::function<BYTES()>& reply) {
+  line.AnswerWith(
+      [reply](const BYTES& body) { return body.front() == '@' ? Hex(kHandshakeReply) : reply(); });
+}
+
 void SERIAL_FIXTURE::TakeReply(const BYTES& body) {
   line.Expect(Hex("02 50 00"), Frame(body));
   serial->BusQueue(SERIAL_INTERFACE::kGeneralQueue).ToQueue(HexList("50 00"));

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,6 +48,11 @@ class SERIAL_FIXTURE : public testing::Test {
   /// A worker in search mode whose thread runs.
   std::unique_ptr<SERIAL_INTERFACE> RunWorker();
 
+  /// Answers the handshake, and everything else as it says.
+  void AnswerWith(const std::function<BYTES()>& reply);
+  void AnswerWith(const char* reply) {
+    AnswerWith([bytes = Hex(reply)] { return bytes; });
+  }
   /// Makes one exchange whose reply has this body, in a pass of its own.
   void TakeReply(const BYTES& body);
   void TakeReply(const char* body) { TakeReply(Hex(body)); }
