@@ -142,6 +142,16 @@ TEST_F(SerialPort, ThatTakesNoSettingsStaysOpenUntilTheNextSearch) {
   }
 }
 
+TEST_F(SerialPort, ThatTakesNoSettingsIsClosedWhereAnotherIsOpenedInItsPlace) {
+  const std::size_t before = OpeningsOf("/dev/null").size();
+  ASSERT_TRUE(port.Open("/dev/null"));
+  EXPECT_EQ(port.SetUp(), ENOTTY);
+  ASSERT_TRUE(port.Open(tty));
+  EXPECT_EQ(OpeningsOf("/dev/null").size(), before);
+  port.Close();
+  EXPECT_EQ(OpeningsOf(tty).size(), 0U);
+}
+
 // --- the listing --------------------------------------------------------------------------------
 
 TEST(ReadDeviceListing, GivesEachLineAsAPathInTheOrderOfTheListing) {
