@@ -191,6 +191,25 @@ TEST_F(SerialBacklog, ALinkThatACardCostsInEachPassIsNoneToTheOthers) {
   EXPECT_EQ(CountLog(kOldestLost), 1);
 }
 
+TEST_F(SerialBacklog, ALinkServesFromItsFirstRequestOnWhereTheOneBeforeCarriedAWholePass) {
+  SERIAL_INTERFACE& worker = Connect();
+  worker.OnTask();
+  worker.BusQueue(5).ToQueue(HexList("10 05"));
+  AnswerWith("01 54");
+  worker.OnTask();
+  ASSERT_EQ(worker.LinkStatus(), kNotConnected);
+  for (std::size_t i = 0; i < 1000; ++i) {
+    worker.BusQueue(5).ToQueue(Numbered(i));
+  }
+  bool isBehind = false;
+  AnswerWith([&] {
+    isBehind = worker.IsBehind();
+    return Hex("01 06");
+  });
+  worker.OnTask();
+  EXPECT_TRUE(isBehind);
+}
+
 TEST_F(SerialBacklog, OnePollIsQueuedWhereTheQueueIsFullOfOtherRequests) {
   SERIAL_INTERFACE& worker = Connect({.polling = true});
   MakePolled(3);
