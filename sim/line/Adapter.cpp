@@ -373,7 +373,6 @@ void ADAPTER::THREAD::Handle(Bytes frame) {
     ++owner.m_counters.requests;
     hook = owner.m_hook;
   }
-  Tap(DIRECTION::kRequest, lastByte, request.frame);
   REPLY reply;
   if (lastByte >= deafUntil) {
     std::optional<Bytes> answer;
@@ -388,7 +387,7 @@ void ADAPTER::THREAD::Handle(Bytes frame) {
     for (const std::string& effect : owner.m_faults.Apply(request, reply))
       Say("fault " + effect + " hit " + ToHex(request.frame));
   }
-  owner.m_log.Add(request);
+  Tap(DIRECTION::kRequest, lastByte, request.frame);
   Count([&reply](COUNTERS& counters) { ++(reply.empty() ? counters.silences : counters.replies); });
   towardRackFree = std::max(towardRackFree, lastByte) + TimeOnLine(request.frame.size());
   Schedule(reply, towardRackFree);

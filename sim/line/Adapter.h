@@ -1,11 +1,10 @@
 #pragma once
 
 #include "sim/line/Descriptor.h"
+#include "sim/line/Exchange.h"
 #include "sim/line/Faults.h"
 #include "sim/line/FrameReader.h"
 #include "sim/line/Pty.h"
-#include "sim/line/Reply.h"
-#include "sim/line/RequestLog.h"
 #include "sim/rack/Rack.h"
 
 #include <atomic>
@@ -65,8 +64,9 @@ class ADAPTER {
   /// thread; must be quick.
   using LISTENER = std::function<void(const std::string& line)>;
 
-  /// Gets all that crosses the line: each request frame (or what there was of a dropped one) and
-  /// each piece of an answer when it is sent. On the adapter's thread; must be quick.
+  /// Gets all that crosses the line: each request frame once its answer is known (or what there
+  /// was of a dropped one) and each piece of an answer when it is sent. On the adapter's thread;
+  /// must be quick.
   using TAP = std::function<void(DIRECTION, TIME, const Bytes&)>;
 
   /// A request of which the rest does not come within this time is dropped, as a controller does.
@@ -112,13 +112,6 @@ class ADAPTER {
   /// What goes wrong between request and answer; after the reply hook.
   FAULT_ENGINE& Faults() { return m_faults; }
 
-  REQUEST_LOG& Requests() { return m_log; }
-  /// Shorter for m_log.WaitForRequest.
-  std::optional<REQUEST> WaitForRequest(const REQUEST_LOG::PREDICATE& predicate,
-                                        std::chrono::milliseconds limit, std::uint64_t after = 0) {
-    return m_log.WaitForRequest(predicate, limit, after);
-  }
-
   COUNTERS Counters() const;
   /// The thread got its real-time priority.
   bool RealTime() const { return m_isRealTime.load(std::memory_order_relaxed); }
@@ -130,7 +123,6 @@ class ADAPTER {
 
   RACK* const m_rack;
   const ADAPTER_OPTIONS m_options;
-  REQUEST_LOG m_log;
   FAULT_ENGINE m_faults;
 
   mutable std::mutex m_mutex;  // guards the seven below

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "sim/line/Reply.h"
-#include "sim/line/RequestLog.h"
+#include "sim/line/Exchange.h"
 #include "sim/rack/Result.h"
 #include "sim/rack/Time.h"
 

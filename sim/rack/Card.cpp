@@ -24,6 +24,12 @@ std::string AddressText(int address) {
   return ToHex(static_cast<std::uint8_t>(address)).substr(1);
 }
 
+std::unique_ptr<CARD> MakeCard(std::uint8_t typeCode, int address, REPORT report) {
+  const CARD_TYPE* type = FindCardType(typeCode);
+  return type != nullptr ? type->make(address, std::move(report))
+                         : std::make_unique<CARD>(typeCode, address, std::move(report));
+}
+
 CARD::CARD(std::uint8_t typeCode, int address, REPORT report)
     : m_typeCode(typeCode),
       m_type(FindCardType(typeCode)),
@@ -61,7 +67,10 @@ Bytes CARD::AnswerOutput(const Bytes& request) {
   const std::size_t count = request[2];
   if (request.size() < kDataAt + count)
     return {error::kFormat};
-  if (!Output(std::span(request).subspan(kDataAt, count)))
+  const bool isOfThatLength =
+      m_type != nullptr &&
+      (m_type->outputs == 0 || count == static_cast<std::size_t>(m_type->outputs));
+  if (!isOfThatLength || !Output(std::span(request).subspan(kDataAt, count)))
     return Refuse();
   return {reply::kDone, static_cast<std::uint8_t>(m_address)};
 }
@@ -177,18 +186,12 @@ const CARD::SETTING* CARD::Find(const std::string& name) const {
   return const_cast<CARD*>(this)->Find(name);
 }
 
-int CARD::Parameter(const std::string& name, int channel) const {
-  const SETTING* setting = Find(name);
-  if (setting == nullptr || channel < 0 || channel >= setting->row->channels)
-    return -1;
-  return setting->working[static_cast<std::size_t>(channel)];
+int CARD::Parameter(const char* name, int channel) const {
+  return Find(name)->working.at(static_cast<std::size_t>(channel));
 }
 
-int CARD::StoredParameter(const std::string& name, int channel) const {
-  const SETTING* setting = Find(name);
-  if (setting == nullptr || channel < 0 || channel >= setting->row->channels)
-    return -1;
-  return setting->stored[static_cast<std::size_t>(channel)];
+int CARD::StoredParameter(const char* name, int channel) const {
+  return Find(name)->stored.at(static_cast<std::size_t>(channel));
 }
 
 std::uint8_t& CARD::Working(const char* name, int channel) {
@@ -254,6 +257,9 @@ RESULT CARD::SetNoise(int, int) {
 }
 RESULT CARD::SetSpeed(int) {
   return HasNo("servos");
+}
+RESULT CARD::Resize(int, int) {
+  return RESULT::Error("only an lcd card has a Display");
 }
 
 }  // namespace sim

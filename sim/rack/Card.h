@@ -5,7 +5,7 @@
 #include "sim/rack/Result.h"
 #include "sim/rack/Time.h"
 
-#include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <variant>
@@ -13,24 +13,40 @@
 
 namespace sim {
 
+/// How a field stands in a picture of the card.
+enum class FIELD_KIND {
+  kDetail,  // not at all: only in words
+  kNumber,  // name and value
+  kLamp,    // on or off; of a list of numbers, those lamps of all that are on
+  kBar,     // for each channel how far it is up from the least value
+  kMark,    // for each channel where it stands between the least and the most
+  kText,    // name and value; of a list the last
+  kScreen,  // rows of characters in a frame
+};
+
 /// One thing to show of a card: its name and its value. Bytes are what people of this bus write in
 /// hexadecimal; an int is a plain number.
 struct FIELD {
+  using VALUE = std::variant<int, bool, std::uint8_t, std::string, Bytes, std::vector<int>,
+                             std::vector<double>, std::vector<std::string>>;
   std::string name;
-  std::variant<int, bool, std::uint8_t, std::string, Bytes, std::vector<int>, std::vector<double>,
-               std::vector<std::string>>
-      value;
+  VALUE value;
+  FIELD_KIND kind = FIELD_KIND::kDetail;
+  std::string caption{};              // of a list of lamps
+  int lamps = 0;                      // how many there are
+  std::vector<std::string> labels{};  // of bars and marks, behind each
+  double least = 0;
+  double most = 0xFF;
 };
 
 /// One simulated card: answers the requests of the bus for its address and can be operated by a
-/// person. Derived classes add what their type does; parameters and actions are handled here, by
-/// the tables of Protocol.h. Owned by RACK, which calls it under its lock from whatever thread; a
-/// card has no lock and no thread of its own.
+/// person. Derived classes, each in its own source, add what their type does; parameters and
+/// actions are handled here, by the tables of Protocol.h. Alone it is a card of a type that nobody
+/// knows: it stands in the identification and refuses everything. What the numbers of a type do at
+/// the rack is this simulator's choice, written down in docs/card-bus.md. Owned by RACK, which
+/// calls it under its lock from whatever thread; a card has no lock and no thread of its own.
 class CARD {
  public:
-  /// Takes one line for each thing that happens at the card, without "card A " in front.
-  using REPORT = std::function<void(const std::string& line)>;
-
   CARD(std::uint8_t typeCode, int address, REPORT report);
   virtual ~CARD() = default;
   CARD(const CARD&) = delete;
@@ -57,10 +73,6 @@ class CARD {
   /// Something moves by itself just now.
   virtual bool Moving() const { return false; }
 
-  /// The value of block or channel b as the bus knows it: the byte last sent to an output, the byte
-  /// that an input would answer. -1 where the card has no such block.
-  virtual int Value(int /*block*/) const { return -1; }
-
   /// What an operator may do at a card; each answers an error where the type has nothing like it or
   /// the number is out of range.
   virtual RESULT Press(int key);
@@ -70,29 +82,32 @@ class CARD {
   virtual RESULT Ramp(int channel, int target, std::chrono::milliseconds time);
   virtual RESULT SetNoise(int channel, int amplitude);
   virtual RESULT SetSpeed(int unitsPerSecond);
+  virtual RESULT Resize(int columns, int rows);
+  /// Its keys are named by a code, which like all bytes is hexadecimal, and not counted.
+  virtual bool NamesKeysByCode() const { return false; }
 
-  /// A parameter's working and stored value; -1 when the type has no such parameter or channel.
-  int Parameter(const std::string& name, int channel = 0) const;
-  int StoredParameter(const std::string& name, int channel = 0) const;
-  /// Sets both, as a card that came with these values.
+  /// Sets a parameter's working and stored value, as a card that came with these values.
   RESULT PresetParameter(const std::string& name, int channel, int value);
 
   /// All there is to see, in a fixed order, parameters last.
   std::vector<FIELD> Show() const;
 
  protected:
-  /// What the type does; each false means a refusal.
+  /// What the type does; false means a refusal. The data has the length that the type's row names.
   virtual bool Output(std::span<const std::uint8_t> /*data*/) { return false; }
   virtual Bytes Input() { return {}; }
   virtual void OnParameter(const PARAMETER& /*row*/, int /*channel*/) {}
   virtual void BeforeStore() {}
   virtual void OnRecall() {}
   virtual void OnReboot() {}
-  virtual void ShowState(std::vector<FIELD>& fields) const = 0;
+  virtual void ShowState(std::vector<FIELD>& /*fields*/) const {}
 
   void Report(const std::string& line) const { m_report(line); }
   RESULT HasNo(const char* what) const;
   RESULT BadNumber(const char* what, int number, int limit) const;
+  /// Values of a parameter and channel that the type's rows have.
+  int Parameter(const char* name, int channel = 0) const;
+  int StoredParameter(const char* name, int channel = 0) const;
   std::uint8_t& Working(const char* name, int channel);
 
  private:
@@ -121,6 +136,9 @@ class CARD {
   std::string m_name;
   std::vector<SETTING> m_settings;
 };
+
+/// A card of that type code, booted; never null.
+std::unique_ptr<CARD> MakeCard(std::uint8_t typeCode, int address, REPORT report);
 
 /// One hexadecimal digit, as addresses are written.
 std::string AddressText(int address);

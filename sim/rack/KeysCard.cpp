@@ -1,6 +1,7 @@
-#include "sim/rack/Cards.h"
+#include "sim/rack/Card.h"
 
 #include <cstdlib>
+#include <deque>
 
 namespace sim {
 
@@ -9,34 +10,61 @@ namespace {
 constexpr int kHighestKey = 0x7F;
 constexpr int kEncoderMark = 0x80;
 constexpr int kEncoderSteps = 0x80;
+constexpr std::size_t kMaximumWaiting = 256;
 
-}  // namespace
+/// A key matrix and a rotary encoder that share one input byte: 00 no key, 01 to 7F the code of the
+/// key that is down, 80 to FF the encoder's position after a turn. Each poll takes the next of the
+/// things that happened, so a fast finger is not lost; with nothing new it repeats the last.
+class KEYS_CARD : public CARD {
+ public:
+  KEYS_CARD(int address, REPORT report) : CARD(type::kKeys, address, std::move(report)) {}
 
-KEYS_CARD::KEYS_CARD(int address, REPORT report) : CARD(type::kKeys, address, std::move(report)) {
-}
+  RESULT Press(int key) override;
+  RESULT Release(int key) override;
+  /// Positive clockwise; one poll answer for each step.
+  RESULT Turn(int steps) override;
+  bool NamesKeysByCode() const override { return true; }
 
-int KEYS_CARD::Value(int block) const {
-  if (block != 0)
-    return -1;
-  return m_waiting.empty() ? m_last : m_waiting.front();
-}
+ protected:
+  Bytes Input() override;
+  void OnReboot() override {
+    m_waiting.clear();
+    m_last = m_down;
+    m_encoder = 0;
+  }
+  void ShowState(std::vector<FIELD>& fields) const override {
+    fields.push_back({"key", m_down, FIELD_KIND::kNumber});
+    fields.push_back({"encoder", m_encoder, FIELD_KIND::kNumber});
+    fields.push_back({"input", m_last});
+    fields.push_back({"waiting", static_cast<int>(m_waiting.size())});
+  }
 
-bool KEYS_CARD::Add(std::uint8_t value) {
+ private:
+  RESULT Add(int value);
+
+  std::deque<std::uint8_t> m_waiting;
+  std::uint8_t m_last = 0;
+  std::uint8_t m_down = 0;  // the code of the key that is down, 0 for none
+  int m_encoder = 0;        // 0 to 127
+};
+
+RESULT KEYS_CARD::Add(int value) {
   if (m_waiting.size() >= kMaximumWaiting)
-    return false;
-  m_waiting.push_back(value);
-  return true;
+    return RESULT::Error("the card holds " + std::to_string(kMaximumWaiting) +
+                         " events already that nobody polled");
+  m_waiting.push_back(static_cast<std::uint8_t>(value));
+  return RESULT::Good();
 }
 
 RESULT KEYS_CARD::Press(int key) {
   if (key < 1 || key > kHighestKey)
     return RESULT::Error("a key code is 1 to 7F (hexadecimal)");
-  if (!Add(static_cast<std::uint8_t>(key)))
-    return RESULT::Error("the card holds " + std::to_string(kMaximumWaiting) +
-                         " events already that nobody polled");
-  m_down = key;
-  Report("key " + ToHex(static_cast<std::uint8_t>(key)) + " pressed");
-  return RESULT::Good();
+  RESULT added = Add(key);
+  if (!added)
+    return added;
+  m_down = static_cast<std::uint8_t>(key);
+  Report("key " + ToHex(m_down) + " pressed");
+  return added;
 }
 
 RESULT KEYS_CARD::Release(int key) {
@@ -44,12 +72,12 @@ RESULT KEYS_CARD::Release(int key) {
     return RESULT::Error("a key code is 1 to 7F (hexadecimal)");
   if (m_down != key)
     return RESULT::Good();
-  if (!Add(0))
-    return RESULT::Error("the card holds " + std::to_string(kMaximumWaiting) +
-                         " events already that nobody polled");
+  RESULT added = Add(0);
+  if (!added)
+    return added;
+  Report("key " + ToHex(m_down) + " released");
   m_down = 0;
-  Report("key " + ToHex(static_cast<std::uint8_t>(key)) + " released");
-  return RESULT::Good();
+  return added;
 }
 
 RESULT KEYS_CARD::Turn(int steps) {
@@ -57,9 +85,8 @@ RESULT KEYS_CARD::Turn(int steps) {
     return RESULT::Error("a turn is -127 to 127 steps");
   for (int i = 0; i < std::abs(steps); ++i) {
     const int next = (m_encoder + (steps > 0 ? 1 : kEncoderSteps - 1)) % kEncoderSteps;
-    if (!Add(static_cast<std::uint8_t>(kEncoderMark + next)))
-      return RESULT::Error("the card holds " + std::to_string(kMaximumWaiting) +
-                           " events already that nobody polled");
+    if (RESULT added = Add(kEncoderMark + next); !added)
+      return added;
     m_encoder = next;
   }
   if (steps != 0)
@@ -75,17 +102,10 @@ Bytes KEYS_CARD::Input() {
   return {m_last};
 }
 
-void KEYS_CARD::OnReboot() {
-  m_waiting.clear();
-  m_last = static_cast<std::uint8_t>(m_down);
-  m_encoder = 0;
-}
+}  // namespace
 
-void KEYS_CARD::ShowState(std::vector<FIELD>& fields) const {
-  fields.push_back({"key", static_cast<std::uint8_t>(m_down)});
-  fields.push_back({"encoder", m_encoder});
-  fields.push_back({"input", m_last});
-  fields.push_back({"waiting", static_cast<int>(m_waiting.size())});
+std::unique_ptr<CARD> MakeKeys(int address, REPORT report) {
+  return std::make_unique<KEYS_CARD>(address, std::move(report));
 }
 
 }  // namespace sim

@@ -1,10 +1,15 @@
-#include "sim/rack/Cards.h"
+#include "sim/rack/Card.h"
 
 #include <algorithm>
 
 namespace sim {
 
 namespace {
+
+constexpr int kDefaultColumns = 20;
+constexpr int kDefaultRows = 4;
+constexpr int kMaximumColumns = 40;
+constexpr int kMaximumRows = 4;
 
 std::string Printable(std::span<const std::uint8_t> bytes) {
   std::string text;
@@ -13,11 +18,34 @@ std::string Printable(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
-}  // namespace
+/// A character display.
+class LCD_CARD : public CARD {
+ public:
+  LCD_CARD(int address, REPORT report) : CARD(type::kLcd, address, std::move(report)) { Boot(); }
 
-LCD_CARD::LCD_CARD(int address, REPORT report) : CARD(type::kLcd, address, std::move(report)) {
-  Boot();
-}
+  RESULT Resize(int columns, int rows) override;
+
+ protected:
+  bool Output(std::span<const std::uint8_t> data) override;
+  void OnReboot() override { Boot(); }
+  void ShowState(std::vector<FIELD>& fields) const override;
+
+ private:
+  bool Text(std::span<const std::uint8_t> data);
+  void Perform(LCD_EFFECT effect);
+  void Clear();
+  void Boot();
+
+  int m_columns = kDefaultColumns;
+  int m_rows = kDefaultRows;
+  std::vector<Bytes> m_cells;
+  bool m_selfTestShown = false;
+  bool m_light = false;
+  bool m_cursor = false;
+  bool m_blink = false;
+  int m_column = 0;  // of the cursor
+  int m_row = 0;
+};
 
 RESULT LCD_CARD::Resize(int columns, int rows) {
   if (columns < 1 || columns > kMaximumColumns || rows < 1 || rows > kMaximumRows)
@@ -26,14 +54,6 @@ RESULT LCD_CARD::Resize(int columns, int rows) {
   m_rows = rows;
   Boot();
   return RESULT::Good();
-}
-
-std::vector<std::string> LCD_CARD::Rows() const {
-  std::vector<std::string> rows;
-  rows.reserve(m_cells.size());
-  for (const Bytes& cells : m_cells)
-    rows.push_back(Printable(cells));
-  return rows;
 }
 
 void LCD_CARD::Clear() {
@@ -55,10 +75,6 @@ void LCD_CARD::Boot() {
     std::copy_n(lines[row].begin(), count, m_cells[row].begin());
   }
   m_selfTestShown = true;
-}
-
-void LCD_CARD::OnReboot() {
-  Boot();
 }
 
 bool LCD_CARD::Output(std::span<const std::uint8_t> data) {
@@ -117,14 +133,25 @@ bool LCD_CARD::Text(std::span<const std::uint8_t> data) {
   return true;
 }
 
+/// The rows are of the full width; a byte that is no printable ASCII shows as '?'.
 void LCD_CARD::ShowState(std::vector<FIELD>& fields) const {
+  std::vector<std::string> rows;
+  rows.reserve(m_cells.size());
+  for (const Bytes& cells : m_cells)
+    rows.push_back(Printable(cells));
   fields.push_back({"columns", m_columns});
   fields.push_back({"rows", m_rows});
-  fields.push_back({"text", Rows()});
-  fields.push_back({"light", m_light});
+  fields.push_back({"text", rows, FIELD_KIND::kScreen});
+  fields.push_back({"light", m_light, FIELD_KIND::kLamp});
   fields.push_back({"cursor", m_cursor});
   fields.push_back({"blink", m_blink});
   fields.push_back({"cursor at", std::vector<int>{m_column, m_row}});
+}
+
+}  // namespace
+
+std::unique_ptr<CARD> MakeLcd(int address, REPORT report) {
+  return std::make_unique<LCD_CARD>(address, std::move(report));
 }
 
 }  // namespace sim

@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
+#include <functional>
+#include <memory>
+#include <string>
 
 /// The card bus in tables: what the codes are and what each card type understands. The frame is a
 /// length byte N and N body bytes; the codes below are body bytes.
@@ -71,6 +73,15 @@ constexpr std::uint8_t kIr = 10;
 constexpr std::uint8_t kUnanswered = 255;
 }  // namespace type
 
+class CARD;
+/// Takes one line for each thing that happens at a card, without "card A " in front.
+using REPORT = std::function<void(const std::string& line)>;
+using MAKE_CARD = std::unique_ptr<CARD>(int address, REPORT report);
+
+/// A card of each type, booted. Each is defined in the type's own source.
+MAKE_CARD MakeDigitalOutput, MakeDigitalInput, MakeServo, MakeMotor, MakeAnalogue, MakeKeys,
+    MakeLcd, MakeIr;
+
 struct CARD_TYPE {
   std::uint8_t code;    // in the identification reply
   const char* keyword;  // in rack files and commands
@@ -78,18 +89,19 @@ struct CARD_TYPE {
   int inputs;           // bytes in the answer to a poll; 0: the card is not polled
   int outputs;          // bytes in an output request; 0: none, or a stream
   int channels;         // keys, lamps, servos, motors, pots: what an operator can name
+  MAKE_CARD* make;
 };
 // clang-format off
 inline constexpr CARD_TYPE kCardTypes[] = {
-    // code                keyword        name                               inputs outputs channels
-    {type::kDigitalOutput, "digital-out", "16 channel digital output",           0, 2, 16},
-    {type::kDigitalInput,  "digital-in",  "16 channel digital input",            2, 0, 16},
-    {type::kServo,         "servo",       "6 channel RC servo controller",       0, 6,  6},
-    {type::kMotor,         "motor",       "3 channel DC motor controller",       0, 4,  3},
-    {type::kAnalogue,      "analogue",    "6 channel analogue input",            6, 0,  6},
-    {type::kKeys,          "keys",        "key matrix and rotary encoder",       1, 0,  1},
-    {type::kLcd,           "lcd",         "alphanumeric LCD controller",         0, 0,  1},
-    {type::kIr,            "ir",          "IR remote controller",                0, 0,  1},
+    // code                keyword        name                               inputs outputs channels made by
+    {type::kDigitalOutput, "digital-out", "16 channel digital output",           0, 2, 16, MakeDigitalOutput},
+    {type::kDigitalInput,  "digital-in",  "16 channel digital input",            2, 0, 16, MakeDigitalInput},
+    {type::kServo,         "servo",       "6 channel RC servo controller",       0, 6,  6, MakeServo},
+    {type::kMotor,         "motor",       "3 channel DC motor controller",       0, 4,  3, MakeMotor},
+    {type::kAnalogue,      "analogue",    "6 channel analogue input",            6, 0,  6, MakeAnalogue},
+    {type::kKeys,          "keys",        "key matrix and rotary encoder",       1, 0,  1, MakeKeys},
+    {type::kLcd,           "lcd",         "alphanumeric LCD controller",         0, 0,  1, MakeLcd},
+    {type::kIr,            "ir",          "IR remote controller",                0, 0,  1, MakeIr},
 };
 // clang-format on
 

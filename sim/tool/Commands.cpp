@@ -25,9 +25,8 @@ RESULT AtPlace(SIMULATION& simulation, const std::string& word,
                const std::function<RESULT(CARD&, int)>& action) {
   const PLACE_ARGUMENT place = ReadPlace(word);
   return At(simulation, place.address, [&](CARD& card) {
-    const bool isCode = card.TypeCode() == type::kKeys;
-    return action(card, isCode ? ReadHexByte(place.channel, "key code")
-                               : ReadNumber(place.channel, "channel"));
+    return action(card, card.NamesKeysByCode() ? ReadHexByte(place.channel, "key code")
+                                               : ReadNumber(place.channel, "channel"));
   });
 }
 

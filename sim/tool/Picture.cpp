@@ -1,10 +1,11 @@
 #include "sim/tool/Picture.h"
 
+#include "sim/tool/Show.h"
+
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <initializer_list>
 #include <string>
+#include <variant>
 
 namespace sim {
 
@@ -13,7 +14,7 @@ namespace {
 using LINES = std::vector<std::string>;
 
 constexpr int kBar = 10;
-constexpr int kChannelsPerLine = 3;
+constexpr std::size_t kChannelsPerLine = 3;
 
 std::string Repeat(const char* text, int times) {
   std::string repeated;
@@ -22,87 +23,117 @@ std::string Repeat(const char* text, int times) {
   return repeated;
 }
 
-std::string Hex(int value) {
-  return ToHex(static_cast<std::uint8_t>(value));
-}
+/// The numbers of a field: of one value, of each channel.
+struct TO_NUMBERS {
+  using NUMBERS = std::vector<double>;
+  NUMBERS operator()(const std::string& /*text*/) const { return {}; }
+  NUMBERS operator()(const std::vector<std::string>& /*texts*/) const { return {}; }
+  template <class NUMBER>
+  NUMBERS operator()(const std::vector<NUMBER>& values) const {
+    return {values.begin(), values.end()};
+  }
+  template <class NUMBER>
+  NUMBERS operator()(NUMBER value) const {
+    return {static_cast<double>(value)};
+  }
+};
 
-/// "####------" for a value of 0 to 255.
-std::string Bar(int value, const GLYPHS& glyphs) {
-  const int full = (value * kBar + 127) / 255;
+/// "####------": how far up.
+std::string Bar(double part, const GLYPHS& glyphs) {
+  const int full = std::clamp(static_cast<int>(std::lround(part * kBar)), 0, kBar);
   return Repeat(glyphs.barFull, full) + Repeat(glyphs.barEmpty, kBar - full);
 }
 
 /// "----|-----": where something stands between two ends.
-std::string Marked(double value, const GLYPHS& glyphs) {
-  const int at = std::clamp(static_cast<int>(std::lround(value * (kBar - 1) / 255)), 0, kBar - 1);
+std::string Marked(double part, const GLYPHS& glyphs) {
+  const int at = std::clamp(static_cast<int>(std::lround(part * (kBar - 1))), 0, kBar - 1);
   return Repeat(glyphs.barEmpty, at) + glyphs.mark + Repeat(glyphs.barEmpty, kBar - 1 - at);
 }
 
-/// Lamps or keys, each behind its number; of each block, whose bits they are, a 1 is on.
-std::string Lamps(std::initializer_list<int> blocks, const GLYPHS& glyphs) {
-  constexpr int kBits = 8;
-  std::string lamps;
-  int number = 0;
-  for (const int bits : blocks) {
-    lamps += lamps.empty() ? "" : "  ";
-    for (int bit = 0; bit < kBits; ++bit, ++number) {
-      lamps += (lamps.empty() ? "" : " ") + std::to_string(number) +
-               ((bits >> bit & 1) != 0 ? glyphs.lampOn : glyphs.lampOff);
-    }
-  }
-  return lamps;
-}
-
-/// A few channels side by side.
-template <class TEXT>
-LINES Channels(int count, TEXT text) {
+/// "2 ####------ 66": a few channels side by side, each between its number and its label.
+LINES Channels(const FIELD& field, const GLYPHS& glyphs) {
+  const std::vector<double> values = std::visit(TO_NUMBERS{}, field.value);
   LINES lines;
-  for (int i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < values.size(); ++i) {
     if (i % kChannelsPerLine == 0)
       lines.emplace_back();
-    lines.back() += (i % kChannelsPerLine == 0 ? "" : "   ") + std::to_string(i) + " " + text(i);
+    const double part = (values[i] - field.least) / (field.most - field.least);
+    lines.back() += (i % kChannelsPerLine == 0 ? "" : "   ") + std::to_string(i) + " " +
+                    (field.kind == FIELD_KIND::kBar ? Bar(part, glyphs) : Marked(part, glyphs)) +
+                    " " + field.labels.at(i);
   }
   return lines;
 }
 
+/// "keys   0. 1* 2.": in groups of eight.
+std::string Lamps(const FIELD& field, const GLYPHS& glyphs) {
+  constexpr std::size_t kCaption = 6;
+  constexpr int kGroup = 8;
+  const std::vector<double> on = std::visit(TO_NUMBERS{}, field.value);
+  std::string text = field.caption;
+  text.resize(kCaption, ' ');
+  for (int lamp = 0; lamp < field.lamps; ++lamp) {
+    const bool isOn = std::find(on.begin(), on.end(), lamp) != on.end();
+    text += (lamp > 0 && lamp % kGroup == 0 ? "   " : " ") + std::to_string(lamp) +
+            (isOn ? glyphs.lampOn : glyphs.lampOff);
+  }
+  return text;
+}
+
+/// "sent 43 4F": of a list the last; what is too long for the picture is cut.
+std::string LastText(const FIELD& field) {
+  constexpr std::size_t kWidth = 60;
+  std::string text = "nothing yet";
+  if (const auto* list = std::get_if<std::vector<std::string>>(&field.value); list == nullptr)
+    text = ValueText(field);
+  else if (!list->empty())
+    text = list->back();
+  return field.name + " " + (text.size() > kWidth ? text.substr(0, kWidth - 3) + "..." : text);
+}
+
+LINES Screen(const FIELD& field) {
+  LINES lines{{}};
+  std::string edge = "++";
+  for (const std::string& row : std::get<std::vector<std::string>>(field.value)) {
+    edge = "+" + std::string(row.size(), '-') + "+";
+    lines.push_back("|" + row + "|");
+  }
+  lines.front() = edge;
+  lines.push_back(edge);
+  return lines;
+}
+
+LINES Draw(const FIELD& field, const GLYPHS& glyphs) {
+  switch (field.kind) {
+    case FIELD_KIND::kDetail:
+      break;
+    case FIELD_KIND::kNumber:
+      return {field.name + " " + ValueText(field)};
+    case FIELD_KIND::kLamp:
+      return {field.lamps > 0 ? Lamps(field, glyphs) : field.name + " " + ValueText(field)};
+    case FIELD_KIND::kBar:
+    case FIELD_KIND::kMark:
+      return Channels(field, glyphs);
+    case FIELD_KIND::kText:
+      return {LastText(field)};
+    case FIELD_KIND::kScreen:
+      return Screen(field);
+  }
+  return {};
+}
+
+/// The fields of a card, one behind the other in the first line.
 LINES Draw(const CARD& card, const GLYPHS& glyphs) {
-  if (const auto* out = dynamic_cast<const DIGITAL_OUTPUT_CARD*>(&card)) {
-    return {"lamps  " + Lamps({~out->Value(0), ~out->Value(1)}, glyphs)};
+  LINES picture;
+  for (const FIELD& field : card.Show()) {
+    LINES lines = Draw(field, glyphs);
+    if (!picture.empty() && !lines.empty()) {
+      picture.front() += (field.kind == FIELD_KIND::kLamp ? "  " : "   ") + lines.front();
+      lines.erase(lines.begin());
+    }
+    picture.insert(picture.end(), lines.begin(), lines.end());
   }
-  if (const auto* in = dynamic_cast<const DIGITAL_INPUT_CARD*>(&card))
-    return {"keys   " + Lamps({in->Value(0), in->Value(1)}, glyphs)};
-  if (const auto* servo = dynamic_cast<const SERVO_CARD*>(&card)) {
-    return Channels(SERVO_CARD::kServos, [&](int i) {
-      return Marked(servo->Position(i), glyphs) + " " + Hex(servo->Value(i));
-    });
-  }
-  if (const auto* motor = dynamic_cast<const MOTOR_CARD*>(&card)) {
-    return Channels(MOTOR_CARD::kMotors, [&](int i) {
-      char text[32];
-      std::snprintf(text, sizeof text, " %+4d%%", motor->Percent(i));
-      return Marked(127.5 + motor->Percent(i) * 1.275, glyphs) + text;
-    });
-  }
-  if (const auto* pots = dynamic_cast<const ANALOGUE_CARD*>(&card)) {
-    return Channels(ANALOGUE_CARD::kPots,
-                    [&](int i) { return Bar(pots->Value(i), glyphs) + " " + Hex(pots->Value(i)); });
-  }
-  if (const auto* lcd = dynamic_cast<const LCD_CARD*>(&card)) {
-    const std::string edge = "+" + std::string(static_cast<std::size_t>(lcd->Columns()), '-') + "+";
-    LINES lines{edge + "  light " + (lcd->Light() ? "on" : "off")};
-    for (const std::string& row : lcd->Rows())
-      lines.push_back("|" + row + "|");
-    lines.push_back(edge);
-    return lines;
-  }
-  if (const auto* ir = dynamic_cast<const IR_CARD*>(&card)) {
-    constexpr std::size_t kWidth = 60;
-    const std::string last = ir->Sent().empty() ? "nothing yet" : ToHex(ir->Sent().back());
-    return {"sent " + (last.size() > kWidth ? last.substr(0, kWidth - 3) + "..." : last)};
-  }
-  if (const auto* keys = dynamic_cast<const KEYS_CARD*>(&card))
-    return {"key " + Hex(keys->Down()) + "   encoder " + std::to_string(keys->Encoder())};
-  return {"no picture"};
+  return picture.empty() ? LINES{"no picture"} : picture;
 }
 
 }  // namespace

@@ -208,10 +208,7 @@ RACK_READER::STEP RACK_READER::ReadDetail(const pugi::xml_node& node) const {
   if (element == "Display") {
     CheckAttributes(node, {"Display", {{"columns", true}, {"rows", true}}});
     return [columns = number("columns"), rows = number("rows")](CARD& card) {
-      auto* display = dynamic_cast<LCD_CARD*>(&card);
-      if (display == nullptr)
-        return RESULT::Error("only an lcd card has a Display");
-      return display->Resize(columns, rows);
+      return card.Resize(columns, rows);
     };
   }
   Fail(node, "expected an element Parameter, Input or Display, found " +

@@ -27,7 +27,6 @@ std::string OneDecimal(double value) {
   return text;
 }
 
-/// A field's value as a person reads it.
 struct TO_TEXT {
   std::string operator()(int value) const { return std::to_string(value); }
   std::string operator()(bool value) const { return value ? "on" : "off"; }
@@ -68,10 +67,14 @@ std::string Dump(const JSON& json) {
 
 }  // namespace
 
+std::string ValueText(const FIELD& field) {
+  return std::visit(TO_TEXT{}, field.value);
+}
+
 std::string ShowText(const std::vector<FIELD>& fields) {
   std::string text = "card";
   for (const FIELD& field : fields) {
-    const std::string value = std::visit(TO_TEXT{}, field.value);
+    const std::string value = ValueText(field);
     if (field.name == "address" || field.name == "type")
       text += " " + value;
     else if (field.name == "name")

@@ -8,6 +8,9 @@
 
 namespace sim {
 
+/// A field's value as a person reads it.
+std::string ValueText(const FIELD& field);
+
 /// "card 5 digital-out '16 channel digital output'", then one indented line for each other field.
 std::string ShowText(const std::vector<FIELD>& fields);
 

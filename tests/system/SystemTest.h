@@ -1,12 +1,13 @@
 #pragma once
 
-#include "sim/line/Adapter.h"
 #include "tests/support/ConfigFile.h"
 #include "tests/support/Daemon.h"
 #include "tests/support/LogFile.h"
 #include "tests/support/Pauses.h"
 #include "tests/support/TcpClient.h"
 #include "tests/support/Wait.h"
+#include "tests/support/sim/Adapter.h"
+#include "tests/support/sim/Rack.h"
 
 #include <gtest/gtest.h>
 
@@ -113,8 +114,8 @@ class SYSTEM_TEST : public testing::Test {
   support::CONFIG config;
   support::LOG_FILE log;
   support::PAUSES pauses;
-  sim::RACK rack;
-  sim::ADAPTER adapter;
+  support::RACK rack;
+  support::ADAPTER adapter;
   support::DAEMON daemon;
   std::optional<TCP_CLIENT> cae;  // since StartIdentified
   /// What the daemon is allowed to have written to its standard streams.

@@ -24,8 +24,8 @@ class Adapter : public ::testing::Test {
   std::string Link(int number) { return folder.File("ttyUSB" + std::to_string(number)); }
 
   TEMPORARY_FOLDER folder;
-  RACK rack;
-  ADAPTER adapter;
+  support::RACK rack;
+  support::ADAPTER adapter;
 };
 
 TEST_F(Adapter, AnswersTheHandshakeByteForByte) {
@@ -47,12 +47,8 @@ TEST_F(Adapter, PassesControlBytesUnchanged) {
   for (std::uint8_t byte = 0; byte < 23; ++byte)
     body.push_back(byte);  // 03, 04, 0A, 0D, 11, 13 and all the others that a terminal would take
   EXPECT_EQ(near.Exchange(body), (Bytes{0x41, 0x09}));
-  EXPECT_TRUE(rack.WaitFor<IR_CARD>(
-      9,
-      [&](const IR_CARD& card) {
-        return !card.Sent().empty() && card.Sent().back() == Bytes(body.begin() + 4, body.end());
-      },
-      kLimit));
+  EXPECT_EQ(rack.Field<std::vector<std::string>>(9, "sent"),
+            std::vector<std::string>{ToHex(Bytes(body.begin() + 4, body.end()))});
 }
 
 TEST_F(Adapter, OutlivesEachOpeningAndClosing) {
@@ -169,7 +165,7 @@ TEST_F(Adapter, RemovesItsLinkWhenItGoes) {
 }
 
 TEST_F(Adapter, WithoutARackNeverAnswers) {
-  ADAPTER second(nullptr, {folder.Path(), true});
+  support::ADAPTER second(nullptr, {folder.Path(), true});
   ASSERT_TRUE(second.Plug(1));
   NEAR_END near(Link(1));
   ASSERT_TRUE(near.Write({0x03, 0x40, 0x6F, 0x9A}));

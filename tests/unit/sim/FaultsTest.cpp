@@ -46,8 +46,8 @@ class Faults : public ::testing::Test {
   }
 
   TEMPORARY_FOLDER folder;
-  RACK rack;
-  ADAPTER adapter;
+  support::RACK rack;
+  support::ADAPTER adapter;
   NEAR_END near;
 };
 
@@ -213,7 +213,7 @@ TEST_F(Faults, AControllerResetRebootsTheCardsAndIsDeafForItsTime) {
 }
 
 TEST_F(Faults, ASecondAdapterChatters) {
-  ADAPTER second(nullptr, {folder.Path()});
+  support::ADAPTER second(nullptr, {folder.Path()});
   ASSERT_TRUE(second.Plug(1));
   NEAR_END other(second.LinkPath());
   second.SetChatter(1ms);
@@ -248,12 +248,12 @@ TEST(FaultText, EveryKindHasOneRow) {
 class Pacing : public ::testing::Test {
  protected:
   TEMPORARY_FOLDER folder;
-  RACK rack;
+  support::RACK rack;
 };
 
 TEST_F(Pacing, TakesTenBitsAByteInBothDirections) {
   rack.PopulateDefault();
-  ADAPTER adapter(&rack, {.devDir = folder.Path(), .baud = 1200});
+  support::ADAPTER adapter(&rack, {.devDir = folder.Path(), .baud = 1200});
   ASSERT_TRUE(adapter.Plug(0));
   NEAR_END near(adapter.LinkPath());
   const auto begin = std::chrono::steady_clock::now();
@@ -263,7 +263,7 @@ TEST_F(Pacing, TakesTenBitsAByteInBothDirections) {
 
 TEST_F(Pacing, TwoFramesInOneWriteTakeTheirTurn) {
   rack.PopulateDefault();
-  ADAPTER adapter(&rack, {.devDir = folder.Path(), .baud = 1200});
+  support::ADAPTER adapter(&rack, {.devDir = folder.Path(), .baud = 1200});
   ASSERT_TRUE(adapter.Plug(0));
   NEAR_END near(adapter.LinkPath());
   const auto begin = std::chrono::steady_clock::now();
@@ -275,7 +275,7 @@ TEST_F(Pacing, TwoFramesInOneWriteTakeTheirTurn) {
 
 TEST_F(Pacing, TheLatencyTimerHoldsAnswersBack) {
   rack.PopulateDefault();
-  ADAPTER adapter(&rack, {.devDir = folder.Path(), .latencyTimer = 16ms});
+  support::ADAPTER adapter(&rack, {.devDir = folder.Path(), .latencyTimer = 16ms});
   ASSERT_TRUE(adapter.Plug(0));
   NEAR_END near(adapter.LinkPath());
   const auto begin = std::chrono::steady_clock::now();

@@ -1,80 +1,61 @@
-#include "sim/rack/Rack.h"
 #include "tests/unit/sim/SimSupport.h"
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 namespace sim {
 namespace {
 
-using namespace std::chrono_literals;
+const std::string kEmptyRack = "31 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
-TEST(Rack, IsEmptyAtFirst) {
+TEST(Rack, IsEmptyAtFirstAndShowsAnyTypeCode) {
   RACK rack;
-  EXPECT_EQ(rack.Answer({0x30}), (Bytes{0x31, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-}
-
-TEST(Rack, HoldsTheCardsOfTheExamplesByDefault) {
-  RACK rack;
-  rack.PopulateDefault();
-  EXPECT_EQ(rack.Answer({0x30}), (Bytes{0x31, 5, 6, 0, 4, 0, 3, 0, 0, 8, 10, 0, 0, 0, 0, 9, 7}));
-}
-
-TEST(Rack, ShowsAnyTypeCodeInTheIdentification) {
-  RACK rack;
+  EXPECT_EQ(Ask(rack, "30"), kEmptyRack);
   rack.Insert(0x2, 255);
   rack.Insert(0xC, 42);
-  EXPECT_EQ(rack.Answer({0x30}), (Bytes{0x31, 0, 0, 255, 0, 0, 0, 0, 0, 0, 0, 0, 0, 42, 0, 0, 0}));
-  EXPECT_EQ(rack.Answer({0x20, 0x0C, 0x02}), (Bytes{'N', 0x0C}));
+  EXPECT_EQ(Ask(rack, "30"), "31 00 00 FF 00 00 00 00 00 00 00 00 00 2A 00 00 00");
+  for (const char* request : {"20 0C 02", "10 0C 00", "50 0C 40 01", "50 0C 01 01 00"})
+    EXPECT_EQ(Ask(rack, request), "4E 0C") << request;
+  EXPECT_EQ(Ask(rack, "50 0C 01 AB"), "51 0C AB 00");
 }
 
 TEST(Rack, ReplacesACardAndPullsIt) {
   RACK rack;
-  rack.PopulateDefault();
+  rack.Insert(3, type::kLcd);
   rack.Insert(3, type::kServo);
   EXPECT_EQ(rack.TypeAt(3), type::kServo);
   rack.Remove(3);
   EXPECT_EQ(rack.TypeAt(3), type::kEmpty);
+  rack.Insert(4, type::kServo);
   rack.Insert(4, type::kEmpty);
   rack.Insert(16, type::kServo);
   rack.Insert(-1, type::kServo);
   EXPECT_EQ(rack.TypeAt(16), type::kEmpty);
+  EXPECT_EQ(Ask(rack, "30"), kEmptyRack);
 }
 
 TEST(Rack, FillsAShortVersionAndCutsALongOne) {
   RACK rack;
   rack.SetVersion("1");
-  EXPECT_EQ(rack.Answer({0x40, 0x6F, 0x9A}), (Bytes{0x40, '1', ' ', ' ', ' '}));
+  EXPECT_EQ(Ask(rack, "40 6F 9A"), "40 31 20 20 20");
   rack.SetVersion("12.345");
-  EXPECT_EQ(rack.Answer({0x40, 0x6F, 0x9A}), (Bytes{0x40, '1', '2', '.', '3'}));
+  EXPECT_EQ(Ask(rack, "40 6F 9A"), "40 31 32 2E 33");
 }
 
-TEST(Rack, AnswersNoCardForAnEmptySlotAndForAnAddressAboveF) {
-  RACK rack;
-  EXPECT_EQ(rack.Answer({0x50, 0x05, 0x01, 0xAB}), (Bytes{'C', 0x05}));
-  EXPECT_EQ(rack.Answer({0x20, 0x10, 0x02}), (Bytes{'C', 0x10}));
-  EXPECT_EQ(rack.Answer({0x10, 0xFF, 0x00}), (Bytes{'C', 0xFF}));
-}
-
-TEST(Rack, AnswersAFormatErrorToWhatIsNoRequest) {
-  RACK rack;
+TEST(Rack, AnswersAnErrorToWhatIsNoRequestOrHasNoCard) {
+  support::RACK rack;
   rack.PopulateDefault();
-  const Bytes formatError{'#'};
-  EXPECT_EQ(rack.Answer({0x77, 0x00}), formatError);
-  EXPECT_EQ(rack.Answer({0x40}), formatError);
-  EXPECT_EQ(rack.Answer({0x40, 0x6F, 0x9B}), formatError);
-  EXPECT_EQ(rack.Answer({0x10}), formatError);
-  EXPECT_EQ(rack.Answer({0x10, 0x05}), formatError);
-  EXPECT_EQ(rack.Answer({0x10, 0x05, 0x02, 0xFF}), formatError);
-  EXPECT_EQ(rack.Answer({0x20, 0x03}), formatError);
-  EXPECT_EQ(rack.Answer({0x50, 0x05}), formatError);
-  EXPECT_EQ(rack.Answer({0x50, 0x05, 0x01}), formatError);
-  EXPECT_EQ(rack.Answer({}), std::nullopt);
+  for (const char* request :
+       {"77 00", "40", "40 6F 9B", "10", "10 05", "10 05 02 FF", "20 03", "50 05", "50 05 01"})
+    EXPECT_EQ(Ask(rack, request), "23") << request;
+  EXPECT_EQ(Ask(rack, ""), "silence");
+  EXPECT_EQ(Ask(rack, "50 02 01 AB"), "43 02");
+  EXPECT_EQ(Ask(rack, "20 10 02"), "43 10");
+  EXPECT_EQ(Ask(rack, "10 FF 00"), "43 FF");
+  EXPECT_EQ(Ask(rack, "50 05 02 00"), "4E 05");
 }
 
 TEST(Rack, SurvivesEveryRequestOfUpToThreeBytesToEveryCard) {
-  RACK rack;
+  support::RACK rack;
   rack.PopulateDefault();
   for (int code = 0; code < 256; ++code) {
     for (int address = 0; address < 16; ++address) {
@@ -87,57 +68,18 @@ TEST(Rack, SurvivesEveryRequestOfUpToThreeBytesToEveryCard) {
   }
 }
 
-TEST(Rack, WaitsForAValueThatAnotherThreadSends) {
-  RACK rack;
-  rack.PopulateDefault();
-  std::thread sender([&rack] { rack.Answer({0x10, 0x05, 0x02, 0xFF, 0xFB}); });
-  EXPECT_TRUE(rack.WaitForValue(5, 1, 0xFB, kLimit));
-  sender.join();
-  EXPECT_FALSE(rack.WaitForValue(5, 1, 0x00, 1ms));
-  EXPECT_FALSE(rack.WaitForValue(7, 0, 0x00, 1ms));
-}
-
-TEST(Rack, WaitsForAServoToArrive) {
-  RACK rack;
-  rack.PopulateDefault();
-  rack.Answer({0x10, 0x00, 0x06, 0x90, 0x80, 0x80, 0x80, 0x80, 0x80});
-  EXPECT_TRUE(rack.WaitFor<SERVO_CARD>(
-      0, [](const SERVO_CARD& card) { return card.Position(0) == 0x90; }, kLimit));
-}
-
-TEST(Rack, WaitsForTextOnADisplay) {
-  RACK rack;
-  rack.PopulateDefault();
-  rack.Answer({0x10, 0x0E, 0x06, 9, 3, 1, 'H', 'i', 0});
-  EXPECT_TRUE(rack.WaitForText(0xE, 3, 1, "Hi", kLimit));
-  EXPECT_FALSE(rack.WaitForText(0xE, 3, 9, "Hi", 1ms));
-  EXPECT_FALSE(rack.WaitForText(0xE, 99, 1, "Hi", 1ms));
-  EXPECT_FALSE(rack.WaitForText(0x5, 0, 0, "Hi", 1ms));
-}
-
 TEST(Rack, ReportsWhatHappensAtTheCards) {
   RACK rack;
   std::vector<std::string> lines;
   rack.SetListener([&lines](const std::string& line) { lines.push_back(line); });
   rack.Insert(5, type::kDigitalOutput);
-  rack.Answer({0x10, 0x05, 0x02, 0xFF, 0xFB});
-  rack.Answer({0x10, 0x05, 0x02, 0xFF, 0xFB});
+  Ask(rack, "10 05 02 FF FB");
+  Ask(rack, "10 05 02 FF FB");
   rack.Reset();
   rack.Remove(5);
   EXPECT_EQ(lines,
             (std::vector<std::string>{"card 5 plugged in: digital-out", "card 5 block 1 = FB",
                                       "card 5 rebooted", "card 5 block 1 = FF", "card 5 pulled"}));
-}
-
-TEST(Rack, RefusesActionsAtEmptySlotsAndWrongCards) {
-  RACK rack;
-  rack.PopulateDefault();
-  EXPECT_EQ(rack.Press(2, 0).text, "no card at address 2");
-  EXPECT_EQ(rack.Press(16, 0).text, "an address is 0 to F");
-  EXPECT_EQ(rack.Press(5, 0).text, "card 5 (digital-out) has no keys");
-  EXPECT_EQ(rack.Press(3, 16).text, "card 3 has no key 16; 0 to 15 are there");
-  EXPECT_EQ(rack.Turn(3, 1).text, "card 3 (digital-in) has no encoder");
-  EXPECT_EQ(rack.Set(0, 0, 0).text, "card 0 (servo) has no inputs to set");
 }
 
 }  // namespace

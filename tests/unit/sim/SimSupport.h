@@ -1,7 +1,8 @@
 #pragma once
 
 #include "sim/line/Descriptor.h"
-#include "sim/rack/Bytes.h"
+#include "tests/support/sim/Adapter.h"
+#include "tests/support/sim/Rack.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -14,8 +15,13 @@
 
 namespace sim {
 
-/// Generous: reached only by a test that fails.
-constexpr std::chrono::seconds kLimit{30};
+using support::kLimit;
+
+/// The answer to a request body, both as "10 05 02 FF FB"; "silence" for none.
+inline std::string Ask(RACK& rack, const std::string& request) {
+  const std::optional<Bytes> answer = rack.Answer(FromHex(request).value());
+  return answer ? ToHex(*answer) : "silence";
+}
 
 /// A folder of the test's own, removed with all in it.
 class TEMPORARY_FOLDER {

@@ -99,7 +99,7 @@ class Replay : public ::testing::Test {
   TEMPORARY_FOLDER folder;
   std::vector<std::string> said;
   REPLAY replay;
-  ADAPTER adapter;
+  support::ADAPTER adapter;
 };
 
 TEST_F(Replay, AnswersAsTheTraceDid) {

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "sim/rack/Bytes.h"
-#include "sim/rack/Time.h"
+#include "sim/line/Exchange.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -12,46 +11,39 @@
 #include <optional>
 #include <vector>
 
-namespace sim {
-
-/// One complete request frame as it came over the line.
-struct REQUEST {
-  std::uint64_t number = 0;  // 1 for the adapter's first; never repeated
-  TIME when{};
-  Bytes frame;  // length byte first
-
-  Bytes Body() const { return frame.empty() ? Bytes{} : Bytes(frame.begin() + 1, frame.end()); }
-};
+namespace support {
 
 /// The last kCapacity request frames, oldest first. Written by the adapter's thread, read and
 /// waited for by any; its own lock guards all.
 class REQUEST_LOG {
  public:
   static constexpr std::size_t kCapacity = 65536;
-  using PREDICATE = std::function<bool(const REQUEST&)>;
+  using PREDICATE = std::function<bool(const sim::REQUEST&)>;
 
-  void Add(REQUEST entry);
+  /// Gives the frame its number.
+  void Add(sim::TIME when, const sim::Bytes& frame);
 
   /// Number of the last request, 0 when there was none: "from here on" for WaitForRequest.
   std::uint64_t Last() const;
 
   /// All that are still held and have a number above after.
-  std::vector<REQUEST> Since(std::uint64_t after = 0) const;
+  std::vector<sim::REQUEST> Since(std::uint64_t after = 0) const;
 
   /// The first request with a number above after that fulfils the predicate, waiting for it until
   /// the limit. The predicate runs under the log's lock and must not call the log.
-  std::optional<REQUEST> WaitForRequest(const PREDICATE& predicate, std::chrono::milliseconds limit,
-                                        std::uint64_t after = 0);
+  std::optional<sim::REQUEST> WaitForRequest(const PREDICATE& predicate,
+                                             std::chrono::milliseconds limit,
+                                             std::uint64_t after = 0);
 
   /// The same for a frame's exact bytes, length byte included.
-  std::optional<REQUEST> WaitForFrame(const Bytes& frame, std::chrono::milliseconds limit,
-                                      std::uint64_t after = 0);
+  std::optional<sim::REQUEST> WaitForFrame(const sim::Bytes& frame, std::chrono::milliseconds limit,
+                                           std::uint64_t after = 0);
 
  private:
   mutable std::mutex m_mutex;
   std::condition_variable m_added;
-  std::deque<REQUEST> m_requests;
+  std::deque<sim::REQUEST> m_requests;
   std::uint64_t m_last = 0;
 };
 
-}  // namespace sim
+}  // namespace support
