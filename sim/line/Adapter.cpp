@@ -1,16 +1,19 @@
 #include "sim/line/Adapter.h"
 
+#include "sim/line/FrameReader.h"
+#include "sim/line/Openings.h"
+#include "sim/line/Pty.h"
+#include "sim/line/Schedule.h"
+
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/eventfd.h>
-#include <sys/inotify.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <map>
 #include <random>
 
 namespace sim {
@@ -34,16 +37,22 @@ void Drain(int eventCounter) {
   }
 }
 
+template <class HOOK>
+std::shared_ptr<const HOOK> Shared(HOOK hook) {
+  return hook ? std::make_shared<const HOOK>(std::move(hook)) : nullptr;
+}
+
 }  // namespace
 
 /// What only the adapter's thread touches: the line and what is about to go out on it.
 struct ADAPTER::THREAD {
-  explicit THREAD(ADAPTER& adapter) : owner(adapter) {}
+  explicit THREAD(ADAPTER& adapter)
+      : owner(adapter), due(adapter.m_options.baud, adapter.m_options.latencyTimer) {}
 
   void Loop();
   RESULT Plug(int number);
   RESULT Unplug();
-  void Schedule(const REPLY& reply, TIME from);
+  void Send(const Bytes& bytes);
   void Reset(std::chrono::milliseconds deaf);
   void SetChatter(std::chrono::milliseconds interval);
 
@@ -57,9 +66,7 @@ struct ADAPTER::THREAD {
  private:
   std::optional<std::chrono::nanoseconds> UntilNext(TIME now) const;
   void RunTasks();
-  void WatchNear();
-  void ReadNearEvents();
-  void NearClosed();
+  void ReadOpenings();
   bool SomebodyListens();
   void ReadLine();
   void Interrupt(INTERRUPTION now);
@@ -67,10 +74,16 @@ struct ADAPTER::THREAD {
   void DropPartial(TIME now);
   void ChatterDue(TIME now);
   void WriteDue(TIME now);
-  std::chrono::nanoseconds TimeOnLine(std::size_t bytes) const;
   void Tap(DIRECTION direction, TIME when, const Bytes& bytes);
   void Write(const Bytes& bytes);
   void Say(const std::string& line);
+  TIME Now() const { return owner.m_options.clock(); }
+  /// A hook as it is now, ours until we are done with it.
+  template <class HOOK>
+  std::shared_ptr<const HOOK> Lent(const std::shared_ptr<const HOOK>& hook) {
+    const std::lock_guard lock(owner.m_mutex);
+    return hook;
+  }
   template <class CHANGE>
   void Count(CHANGE change) {
     const std::lock_guard lock(owner.m_mutex);
@@ -79,14 +92,11 @@ struct ADAPTER::THREAD {
 
   ADAPTER& owner;
   PTY pty;
-  DESCRIPTOR nearEvents;  // inotify: who opens and closes the near end
-  int nearOpen = 0;       // how many have it open now, besides ourselves
+  OPENINGS near;
   FRAME_READER reader;
   TIME lastByte{};
   std::uint64_t lastRequest = 0;
-  std::multimap<TIME, Bytes> due;  // equal times stay in the order in which they were scheduled
-  TIME towardRackFree{};           // when the line has carried all bytes so far, with a baud rate
-  TIME towardNearFree{};
+  SCHEDULE due;
   TIME deafUntil{};
   std::chrono::milliseconds chatter{0};
   TIME nextChatter{};
@@ -96,6 +106,7 @@ struct ADAPTER::THREAD {
 ADAPTER::ADAPTER(RACK* rack, ADAPTER_OPTIONS options)
     : m_rack(rack),
       m_options(std::move(options)),
+      m_faults(m_options.clock),
       m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       m_state(std::make_unique<THREAD>(*this)) {
   // Signals are for the program's own threads; this one must not be interrupted.
@@ -109,9 +120,13 @@ ADAPTER::ADAPTER(RACK* rack, ADAPTER_OPTIONS options)
 
 ADAPTER::~ADAPTER() {
   m_stop = true;
+  Wake();
+  m_thread.join();
+}
+
+void ADAPTER::Wake() const {
   const std::uint64_t one = 1;
   static_cast<void>(!::write(m_wake.Get(), &one, sizeof one));
-  m_thread.join();
 }
 
 void ADAPTER::Run() {
@@ -129,9 +144,15 @@ RESULT ADAPTER::Call(std::function<RESULT()> task) {
     const std::lock_guard lock(m_mutex);
     m_tasks.push_back(std::move(packaged));
   }
-  const std::uint64_t one = 1;
-  static_cast<void>(!::write(m_wake.Get(), &one, sizeof one));
+  Wake();
   return done.get();
+}
+
+void ADAPTER::Do(const std::function<void()>& task) {
+  static_cast<void>(Call([&task] {
+    task();
+    return RESULT::Good();
+  }));
 }
 
 RESULT ADAPTER::Plug(int number) {
@@ -143,10 +164,7 @@ RESULT ADAPTER::Unplug() {
 }
 
 void ADAPTER::Send(const Bytes& bytes) {
-  static_cast<void>(Call([this, &bytes] {
-    m_state->Schedule({{std::chrono::microseconds(0), bytes}}, std::chrono::steady_clock::now());
-    return RESULT::Good();
-  }));
+  Do([&] { m_state->Send(bytes); });
 }
 
 bool ADAPTER::Plugged() const {
@@ -166,38 +184,29 @@ std::string ADAPTER::NearPath() const {
 
 void ADAPTER::SetReplyHook(REPLY_HOOK hook) {
   const std::lock_guard lock(m_mutex);
-  m_hook = hook ? std::make_shared<const REPLY_HOOK>(std::move(hook)) : nullptr;
+  m_hook = Shared(std::move(hook));
 }
 
 void ADAPTER::ResetController(std::chrono::milliseconds deaf) {
-  static_cast<void>(Call([this, deaf] {
-    m_state->Reset(deaf);
-    return RESULT::Good();
-  }));
+  Do([&] { m_state->Reset(deaf); });
 }
 
 void ADAPTER::InterruptRequest(std::size_t count, std::optional<std::chrono::milliseconds> deaf) {
-  static_cast<void>(Call([this, count, deaf] {
-    m_state->interruption = THREAD::INTERRUPTION{count, deaf};
-    return RESULT::Good();
-  }));
+  Do([&] { m_state->interruption = THREAD::INTERRUPTION{count, deaf}; });
 }
 
 void ADAPTER::SetChatter(std::chrono::milliseconds interval) {
-  static_cast<void>(Call([this, interval] {
-    m_state->SetChatter(interval);
-    return RESULT::Good();
-  }));
+  Do([&] { m_state->SetChatter(interval); });
 }
 
 void ADAPTER::SetTap(TAP tap) {
   const std::lock_guard lock(m_mutex);
-  m_tap = tap ? std::make_shared<const TAP>(std::move(tap)) : nullptr;
+  m_tap = Shared(std::move(tap));
 }
 
 void ADAPTER::SetListener(LISTENER listener) {
   const std::lock_guard lock(m_mutex);
-  m_listener = listener ? std::make_shared<const LISTENER>(std::move(listener)) : nullptr;
+  m_listener = Shared(std::move(listener));
 }
 
 COUNTERS ADAPTER::Counters() const {
@@ -209,9 +218,9 @@ void ADAPTER::THREAD::Loop() {
   while (!owner.m_stop) {
     std::array<pollfd, 3> watched{{{owner.m_wake.Get(), POLLIN, 0},
                                    {pty.Plugged() ? pty.Master() : -1, POLLIN, 0},
-                                   {nearEvents ? nearEvents.Get() : -1, POLLIN, 0}}};
+                                   {near.Descriptor(), POLLIN, 0}}};
     timespec limit{};
-    const auto wait = UntilNext(std::chrono::steady_clock::now());
+    const auto wait = UntilNext(Now());
     if (wait) {
       limit.tv_sec = static_cast<time_t>(wait->count() / 1'000'000'000);
       limit.tv_nsec = static_cast<long>(wait->count() % 1'000'000'000);
@@ -220,12 +229,12 @@ void ADAPTER::THREAD::Loop() {
       continue;  // interrupted: signals are blocked here, so only a debugger does that
     // Openings and closings first: what was sent before a closing is not for who opens next.
     if (watched[2].revents != 0)
-      ReadNearEvents();
+      ReadOpenings();
     if (watched[0].revents != 0)
       RunTasks();
     if (pty.Plugged() && watched[1].fd == pty.Master() && watched[1].revents != 0)
       ReadLine();
-    const TIME now = std::chrono::steady_clock::now();
+    const TIME now = Now();
     DropPartial(now);
     ChatterDue(now);
     WriteDue(now);
@@ -235,9 +244,7 @@ void ADAPTER::THREAD::Loop() {
 }
 
 std::optional<std::chrono::nanoseconds> ADAPTER::THREAD::UntilNext(TIME now) const {
-  TIME next = TIME::max();
-  if (!due.empty())
-    next = due.begin()->first;
+  TIME next = due.Next().value_or(TIME::max());
   if (reader.Waiting() > 0)
     next = std::min(next, lastByte + kFrameGap);
   if (chatter.count() > 0)
@@ -273,7 +280,7 @@ RESULT ADAPTER::THREAD::Plug(int number) {
     owner.m_linkPath = pty.LinkPath();
     owner.m_nearPath = pty.NearPath();
   }
-  WatchNear();
+  near.Watch(pty.NearPath());
   Say("adapter " + pty.LinkPath() + " ready");
   return RESULT::Good(pty.LinkPath());
 }
@@ -282,9 +289,8 @@ RESULT ADAPTER::THREAD::Unplug() {
   if (!pty.Plugged())
     return RESULT::Error("the adapter is not plugged in");
   const std::string path = pty.LinkPath();
-  nearEvents.Close();
-  nearOpen = 0;
-  due.clear();
+  near.Stop();
+  due.Clear();
   reader.Drop();
   pty.Unplug();
   {
@@ -296,41 +302,14 @@ RESULT ADAPTER::THREAD::Unplug() {
   return RESULT::Good();
 }
 
-/// Without inotify the adapter works all the same; it only does not notice openings.
-void ADAPTER::THREAD::WatchNear() {
-  nearEvents = DESCRIPTOR(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  if (nearEvents && ::inotify_add_watch(nearEvents.Get(), pty.NearPath().c_str(),
-                                        IN_OPEN | IN_CLOSE_WRITE | IN_CLOSE_NOWRITE) < 0)
-    nearEvents.Close();
-}
-
-void ADAPTER::THREAD::ReadNearEvents() {
-  alignas(inotify_event) std::array<char, 4096> buffer{};
-  ssize_t count = 0;
-  while ((count = ::read(nearEvents.Get(), buffer.data(), buffer.size())) > 0) {
-    // One file is watched, so no event has a name behind it and all have the same size.
-    for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(count);
-         at += sizeof(inotify_event)) {
-      const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
-      if ((event->mask & IN_OPEN) != 0) {
-        ++nearOpen;
-        if (nearOpen == 1) {
-          Count([](COUNTERS& counters) { ++counters.openings; });
-          Say("adapter " + pty.LinkPath() + " opened");
-        }
-      }
-      if ((event->mask & (IN_CLOSE_WRITE | IN_CLOSE_NOWRITE)) != 0 && nearOpen > 0) {
-        --nearOpen;
-        if (nearOpen == 0)
-          NearClosed();
-      }
-    }
-  }
-}
-
-void ADAPTER::THREAD::NearClosed() {
-  pty.FlushTowardNear();
-  Say("adapter " + pty.LinkPath() + " closed");
+void ADAPTER::THREAD::ReadOpenings() {
+  near.Read([this](bool isOpen) {
+    if (isOpen)
+      Count([](COUNTERS& counters) { ++counters.openings; });
+    else
+      pty.FlushTowardNear();
+    Say("adapter " + pty.LinkPath() + (isOpen ? " opened" : " closed"));
+  });
 }
 
 void ADAPTER::THREAD::ReadLine() {
@@ -349,7 +328,7 @@ void ADAPTER::THREAD::ReadLine() {
       static_cast<void>(Unplug());
     return;
   }
-  lastByte = std::chrono::steady_clock::now();
+  lastByte = Now();
   Count([count](COUNTERS& counters) { counters.bytesIn += static_cast<std::uint64_t>(count); });
   for (Bytes& frame : reader.Feed(buffer.data(), static_cast<std::size_t>(count)))
     Handle(std::move(frame));
@@ -367,12 +346,7 @@ void ADAPTER::THREAD::Interrupt(INTERRUPTION now) {
 
 void ADAPTER::THREAD::Handle(Bytes frame) {
   const REQUEST request{++lastRequest, lastByte, std::move(frame)};
-  std::shared_ptr<const REPLY_HOOK> hook;
-  {
-    const std::lock_guard lock(owner.m_mutex);
-    ++owner.m_counters.requests;
-    hook = owner.m_hook;
-  }
+  Count([](COUNTERS& counters) { ++counters.requests; });
   REPLY reply;
   if (lastByte >= deafUntil) {
     std::optional<Bytes> answer;
@@ -380,7 +354,7 @@ void ADAPTER::THREAD::Handle(Bytes frame) {
       answer = owner.m_rack->Answer(request.Body());
     if (answer)
       reply.push_back({std::chrono::microseconds(0), Frame(*answer)});
-    if (hook != nullptr) {
+    if (const auto hook = Lent(owner.m_hook)) {
       if (std::optional<REPLY> other = (*hook)(request, answer))
         reply = std::move(*other);
     }
@@ -389,33 +363,17 @@ void ADAPTER::THREAD::Handle(Bytes frame) {
   }
   Tap(DIRECTION::kRequest, lastByte, request.frame);
   Count([&reply](COUNTERS& counters) { ++(reply.empty() ? counters.silences : counters.replies); });
-  towardRackFree = std::max(towardRackFree, lastByte) + TimeOnLine(request.frame.size());
-  Schedule(reply, towardRackFree);
+  due.Add(reply, due.Carry(request.frame.size(), lastByte));
 }
 
-/// Ten bits a byte: start bit, eight data bits, stop bit.
-std::chrono::nanoseconds ADAPTER::THREAD::TimeOnLine(std::size_t bytes) const {
-  if (owner.m_options.baud <= 0)
-    return std::chrono::nanoseconds(0);
-  return std::chrono::nanoseconds(static_cast<std::int64_t>(bytes) * 10 * 1'000'000'000 /
-                                  owner.m_options.baud);
-}
-
-void ADAPTER::THREAD::Schedule(const REPLY& reply, TIME from) {
-  for (const CHUNK& chunk : reply) {
-    from += chunk.delay;
-    if (owner.m_options.baud > 0) {
-      towardNearFree = std::max(towardNearFree, from) + TimeOnLine(chunk.bytes.size());
-      from = towardNearFree;
-    }
-    due.emplace(from + owner.m_options.latencyTimer, chunk.bytes);
-  }
+void ADAPTER::THREAD::Send(const Bytes& bytes) {
+  due.Add({{std::chrono::microseconds(0), bytes}}, Now());
 }
 
 void ADAPTER::THREAD::Reset(std::chrono::milliseconds deaf) {
-  due.clear();
+  due.Clear();
   reader.Drop();
-  deafUntil = std::chrono::steady_clock::now() + deaf;
+  deafUntil = Now() + deaf;
   Say("controller reset");
   if (owner.m_rack != nullptr)
     owner.m_rack->Reset();
@@ -423,7 +381,7 @@ void ADAPTER::THREAD::Reset(std::chrono::milliseconds deaf) {
 
 void ADAPTER::THREAD::SetChatter(std::chrono::milliseconds interval) {
   chatter = interval;
-  nextChatter = std::chrono::steady_clock::now() + interval;
+  nextChatter = Now() + interval;
 }
 
 void ADAPTER::THREAD::ChatterDue(TIME now) {
@@ -434,7 +392,7 @@ void ADAPTER::THREAD::ChatterDue(TIME now) {
   Bytes bytes(1 + random() % kMostBytes);
   for (std::uint8_t& byte : bytes)
     byte = static_cast<std::uint8_t>(random());
-  due.emplace(now, std::move(bytes));
+  due.Add({{std::chrono::microseconds(0), std::move(bytes)}}, now);
 }
 
 void ADAPTER::THREAD::DropPartial(TIME now) {
@@ -447,19 +405,17 @@ void ADAPTER::THREAD::DropPartial(TIME now) {
 }
 
 void ADAPTER::THREAD::WriteDue(TIME now) {
-  while (!due.empty() && due.begin()->first <= now) {
-    Write(due.begin()->second);
-    Tap(DIRECTION::kAnswer, now, due.begin()->second);
-    due.erase(due.begin());
+  while (const std::optional<Bytes> bytes = due.Take(now)) {
+    Write(*bytes);
+    Tap(DIRECTION::kAnswer, now, *bytes);
   }
 }
 
-/// A serial port that nobody has open receives nothing. Where openings cannot be watched, it is
-/// taken to be open.
+/// A serial port that nobody has open receives nothing.
 bool ADAPTER::THREAD::SomebodyListens() {
-  if (nearOpen == 0 && nearEvents)
-    ReadNearEvents();  // an opening that came after the last look
-  return nearOpen > 0 || !nearEvents;
+  if (!near.IsOpen())
+    ReadOpenings();  // one that came after the last look
+  return near.IsOpen();
 }
 
 /// What does not fit into the near end's buffer is lost, as on a line whose reader is too slow.
@@ -480,22 +436,12 @@ void ADAPTER::THREAD::Write(const Bytes& bytes) {
 }
 
 void ADAPTER::THREAD::Say(const std::string& line) {
-  std::shared_ptr<const LISTENER> listener;
-  {
-    const std::lock_guard lock(owner.m_mutex);
-    listener = owner.m_listener;
-  }
-  if (listener != nullptr)
+  if (const auto listener = Lent(owner.m_listener))
     (*listener)(line);
 }
 
 void ADAPTER::THREAD::Tap(DIRECTION direction, TIME when, const Bytes& bytes) {
-  std::shared_ptr<const TAP> tap;
-  {
-    const std::lock_guard lock(owner.m_mutex);
-    tap = owner.m_tap;
-  }
-  if (tap != nullptr)
+  if (const auto tap = Lent(owner.m_tap))
     (*tap)(direction, when, bytes);
 }
 

@@ -3,8 +3,6 @@
 #include "sim/line/Descriptor.h"
 #include "sim/line/Exchange.h"
 #include "sim/line/Faults.h"
-#include "sim/line/FrameReader.h"
-#include "sim/line/Pty.h"
 #include "sim/rack/Rack.h"
 
 #include <atomic>
@@ -40,6 +38,8 @@ struct ADAPTER_OPTIONS {
   int baud = 0;
   /// What the USB chip holds received bytes back before it hands them on.
   std::chrono::milliseconds latencyTimer{0};
+  /// Where adapter and faults take the time from, as the rack does.
+  CLOCK clock = std::chrono::steady_clock::now;
 };
 
 /// Which way bytes went over the line.
@@ -119,7 +119,10 @@ class ADAPTER {
  private:
   struct THREAD;  // what only the adapter's thread touches
   void Run();
+  void Wake() const;
+  /// Lets the adapter's thread carry out the task, and waits for it.
   RESULT Call(std::function<RESULT()> task);
+  void Do(const std::function<void()>& task);
 
   RACK* const m_rack;
   const ADAPTER_OPTIONS m_options;

@@ -150,12 +150,10 @@ std::string Describe(const FAULT& fault) {
     text += " once";
   else if (fault.times)
     text += " times " + std::to_string(*fault.times);
-  else if (!fault.until)
+  else if (!fault.lasts)
     text += " always";
-  if (fault.until) {
-    const std::chrono::duration<double> left = *fault.until - std::chrono::steady_clock::now();
-    text += " for " + Number(std::max(0.0, std::round(left.count() * 10) / 10));
-  }
+  if (fault.lasts)
+    text += " for " + Number(std::round(static_cast<double>(fault.lasts->count()) / 100) / 10);
   return text;
 }
 
@@ -216,17 +214,22 @@ bool ApplyFault(const FAULT& fault, const Bytes& request, REPLY& reply) {
 
 int FAULT_ENGINE::Add(FAULT fault) {
   const std::lock_guard lock(m_mutex);
-  m_faults.push_back({++m_last, std::move(fault)});
+  const std::optional<TIME> until =
+      fault.lasts ? std::optional(m_clock() + *fault.lasts) : std::nullopt;
+  m_faults.push_back({++m_last, std::move(fault), until});
   return m_last;
 }
 
 std::vector<ACTIVE_FAULT> FAULT_ENGINE::List() const {
   const std::lock_guard lock(m_mutex);
-  const TIME now = std::chrono::steady_clock::now();
+  const TIME now = m_clock();
   std::vector<ACTIVE_FAULT> list;
-  std::copy_if(
-      m_faults.begin(), m_faults.end(), std::back_inserter(list),
-      [now](const ACTIVE_FAULT& each) { return !each.fault.until || now < *each.fault.until; });
+  for (ACTIVE_FAULT each : m_faults) {
+    if (each.until)
+      each.fault.lasts = std::chrono::duration_cast<std::chrono::milliseconds>(*each.until - now);
+    if (!each.until || now < *each.until)
+      list.push_back(std::move(each));
+  }
   return list;
 }
 
@@ -245,20 +248,19 @@ std::vector<std::string> FAULT_ENGINE::Apply(const REQUEST& request, REPLY& repl
   const std::lock_guard lock(m_mutex);
   if (m_faults.empty())
     return {};
-  const TIME now = std::chrono::steady_clock::now();
+  const TIME now = m_clock();
   std::vector<std::string> applied;
+  std::erase_if(m_faults,
+                [now](const ACTIVE_FAULT& each) { return each.until && now >= *each.until; });
   for (ACTIVE_FAULT& each : m_faults) {
     FAULT& fault = each.fault;
-    const bool over = fault.until && now >= *fault.until;
-    if (over || !Matches(fault, request.frame) || !ApplyFault(fault, request.frame, reply))
+    if (!Matches(fault, request.frame) || !ApplyFault(fault, request.frame, reply))
       continue;
     applied.push_back(DescribeEffect(fault));
     if (fault.times)
       --*fault.times;
   }
-  std::erase_if(m_faults, [now](const ACTIVE_FAULT& each) {
-    return each.fault.times == 0U || (each.fault.until && now >= *each.fault.until);
-  });
+  std::erase_if(m_faults, [](const ACTIVE_FAULT& each) { return each.fault.times == 0U; });
   return applied;
 }
 

@@ -76,13 +76,15 @@ struct FAULT {
   std::optional<std::uint8_t> address{};   // only requests to this card
   std::optional<std::uint8_t> code{};      // only requests that begin with this byte
   std::optional<std::uint64_t> times = 1;  // so often; nothing: without end
-  std::optional<TIME> until{};             // not after
+  /// Not longer; in a list, what is left of it.
+  std::optional<std::chrono::milliseconds> lasts{};
 };
 
 /// A fault as it stands in the list.
 struct ACTIVE_FAULT {
   int number = 0;  // 1 for the first; never repeated
   FAULT fault;
+  std::optional<TIME> until{};
 };
 
 /// "cut 3": what happens to an answer.
@@ -98,6 +100,8 @@ bool ApplyFault(const FAULT& fault, const Bytes& request, REPLY& reply);
 /// lock guards it.
 class FAULT_ENGINE {
  public:
+  explicit FAULT_ENGINE(CLOCK clock) : m_clock(std::move(clock)) {}
+
   /// Returns the number of the new fault.
   int Add(FAULT fault);
   std::vector<ACTIVE_FAULT> List() const;
@@ -110,7 +114,8 @@ class FAULT_ENGINE {
   std::vector<std::string> Apply(const REQUEST& request, REPLY& reply);
 
  private:
-  mutable std::mutex m_mutex;
+  const CLOCK m_clock;
+  mutable std::mutex m_mutex;  // guards the two below
   std::vector<ACTIVE_FAULT> m_faults;
   int m_last = 0;
 };

@@ -7,7 +7,8 @@ namespace sim {
 
 using TIME = std::chrono::steady_clock::time_point;
 
-/// Where a rack takes the time from: the steady clock, or in a test whatever the test says.
+/// Where rack, line and faults take the time from: the steady clock, or in a test whatever the test
+/// says.
 using CLOCK = std::function<TIME()>;
 
 }  // namespace sim

@@ -277,7 +277,7 @@ void ReadFaultScope(const ARGUMENTS& words, std::size_t at, FAULT& fault) {
       fault.times = static_cast<std::uint64_t>(times);
     } else if (word == "for") {
       fault.times.reset();
-      fault.until = std::chrono::steady_clock::now() + ReadSeconds(value);
+      fault.lasts = ReadSeconds(value);
     } else {
       throw ARGUMENT_ERROR("'" + word +
                            "': expected on A, code CODE, once, times N, for SECONDS or always");

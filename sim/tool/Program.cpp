@@ -61,8 +61,8 @@ class PROGRAM {
 
   const PROGRAM_OPTIONS m_options;
   const DESCRIPTOR m_signals;  // before the simulation, whose threads are to have them blocked
-  const TIME m_begin = std::chrono::steady_clock::now();  // of a trace
-  TIME m_ready{};                                         // when the adapter was: of a scenario
+  const TIME m_begin = m_options.adapter.clock();  // of a trace
+  TIME m_ready{};                                  // when the adapter was: of a scenario
   std::unique_ptr<REPLAY> m_replay;
   WAKE_QUEUE<TRACE_ENTRY> m_traced;
   std::ofstream m_trace;
@@ -207,7 +207,7 @@ void PROGRAM::Loop() {
   // cppcheck-suppress variableScope ; its storage is used again in the next pass
   std::vector<pollfd> watched;
   constexpr std::size_t kOwn = 4;
-  m_ready = std::chrono::steady_clock::now();
+  m_ready = m_simulation.Now();
   while (!m_simulation.Quitting()) {
     RunScenario();
     const bool moving = m_simulation.Rack().Advance();
@@ -241,7 +241,7 @@ int PROGRAM::PollLimit(bool moving) const {
   if (m_terminal != nullptr)
     limit = std::min(limit, kPictureStep);
   if (const auto next = m_scenario.Next()) {
-    const auto passed = std::chrono::steady_clock::now() - m_ready;
+    const auto passed = m_simulation.Now() - m_ready;
     limit =
         std::min(limit, std::max(MILLISECONDS(0), std::chrono::ceil<MILLISECONDS>(*next - passed)));
   }
@@ -301,7 +301,7 @@ std::string PROGRAM::ExecuteLine(const std::string& line) {
 }
 
 void PROGRAM::RunScenario() {
-  const auto passed = std::chrono::steady_clock::now() - m_ready;
+  const auto passed = m_simulation.Now() - m_ready;
   for (const SCENARIO::STEP& step :
        m_scenario.Take(std::chrono::duration_cast<MILLISECONDS>(passed))) {
     if (m_simulation.Quitting())

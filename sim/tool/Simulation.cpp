@@ -3,7 +3,7 @@
 namespace sim {
 
 SIMULATION::SIMULATION(ADAPTER_OPTIONS options)
-    : m_options(std::move(options)), m_adapter(&m_rack, m_options) {
+    : m_options(std::move(options)), m_rack(m_options.clock), m_adapter(&m_rack, m_options) {
   const auto report = [this](const std::string& line) { m_events.Push(line); };
   m_rack.SetListener(report);
   m_adapter.SetListener(report);

@@ -23,6 +23,9 @@ class SIMULATION {
   RACK& Rack() { return m_rack; }
   ADAPTER& Adapter() { return m_adapter; }
 
+  /// The one time that rack, line, faults and program go by.
+  TIME Now() const { return m_options.clock(); }
+
   /// The number under which the adapter was plugged in last.
   int LastNumber() const { return m_lastNumber; }
   RESULT Plug(int number);

@@ -149,15 +149,17 @@ TEST_F(Faults, ForACount) {
   ExpectOnTheLine(kPoll3, kAnswer3);
 }
 
-TEST_F(Faults, ForATime) {
-  FAULT fault{.kind = FAULT_KIND::kNoAnswer, .address = 3, .times = std::nullopt};
-  fault.until = std::chrono::steady_clock::now() + 200ms;
-  adapter.Faults().Add(fault);
-  ExpectOnTheLine(kPoll3, {});
-  EXPECT_EQ(adapter.Faults().List().size(), 1U);
-  std::this_thread::sleep_until(*fault.until);
-  EXPECT_TRUE(adapter.Faults().List().empty());
-  ExpectOnTheLine(kPoll3, kAnswer3);
+TEST(FaultEngine, ForATime) {
+  TIME now{};
+  FAULT_ENGINE faults([&now] { return now; });
+  faults.Add({.kind = FAULT_KIND::kNoAnswer, .times = std::nullopt, .lasts = 2s});
+  now += 1500ms;
+  EXPECT_EQ(Describe(faults.List().at(0).fault), "no-answer for 0.5");
+  REPLY reply{{0us, kAnswer3}};
+  EXPECT_EQ(faults.Apply({1, now, kPoll3}, reply).size(), 1U);
+  now += 500ms;
+  EXPECT_TRUE(faults.List().empty());
+  EXPECT_TRUE(faults.Apply({2, now, kPoll3}, reply).empty());
 }
 
 TEST_F(Faults, AlwaysUntilCleared) {
