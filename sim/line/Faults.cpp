@@ -24,22 +24,6 @@ std::string Number(double value) {
   return text;
 }
 
-const char* LengthKeyword(LENGTH_FAULT length) {
-  switch (length) {
-    case LENGTH_FAULT::kShort:
-      return "short";
-    case LENGTH_FAULT::kLong:
-      return "long";
-    case LENGTH_FAULT::kOver:
-      return "over";
-    case LENGTH_FAULT::kZero:
-      return "zero";
-    case LENGTH_FAULT::kValue:
-      break;
-  }
-  return nullptr;
-}
-
 std::string ArgumentText(const FAULT& fault) {
   switch (FaultType(fault.kind).argument) {
     case FAULT_ARGUMENT::kNone:
@@ -51,9 +35,11 @@ std::string ArgumentText(const FAULT& fault) {
     case FAULT_ARGUMENT::kBytes:
       return " " + ToHex(fault.bytes);
     case FAULT_ARGUMENT::kLength:
-      return std::string(" ") + (LengthKeyword(fault.length) != nullptr
-                                     ? LengthKeyword(fault.length)
-                                     : ToHex(fault.value));
+      for (const LENGTH_WORD& row : kLengthWords) {
+        if (row.length == fault.length)
+          return std::string(" ") + row.keyword;
+      }
+      return " " + ToHex(fault.value);
     case FAULT_ARGUMENT::kAddress:
       return " " + ToHex(fault.value);
     case FAULT_ARGUMENT::kError:

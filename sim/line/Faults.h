@@ -60,6 +60,15 @@ const FAULT_TYPE* FindFaultType(const std::string& keyword);
 
 /// How a wrong length byte comes about.
 enum class LENGTH_FAULT { kShort, kLong, kOver, kZero, kValue };
+struct LENGTH_WORD {
+  LENGTH_FAULT length;
+  const char* keyword;
+};
+/// Those with a name; kValue is named by its byte.
+inline constexpr LENGTH_WORD kLengthWords[] = {{LENGTH_FAULT::kShort, "short"},
+                                               {LENGTH_FAULT::kLong, "long"},
+                                               {LENGTH_FAULT::kOver, "over"},
+                                               {LENGTH_FAULT::kZero, "zero"}};
 
 /// Longer than any buffer that expects answers of at most 17 bytes.
 constexpr std::uint8_t kOverLength = 200;

@@ -23,6 +23,16 @@ constexpr std::uint8_t kWrite = 0x01;  // third byte: parameter code and value, 
 constexpr std::uint8_t kRead = 0x40;   // third byte: parameter code
 }  // namespace request
 
+struct REQUEST_CODE {
+  std::uint8_t code;
+  const char* keyword;
+};
+inline constexpr REQUEST_CODE kRequestCodes[] = {{request::kOutput, "output"},
+                                                 {request::kPoll, "poll"},
+                                                 {request::kIdentify, "identify"},
+                                                 {request::kHandshake, "handshake"},
+                                                 {request::kParameter, "parameter"}};
+
 inline constexpr std::array<std::uint8_t, 3> kHandshakeBody = {request::kHandshake, 0x6F, 0x9A};
 
 /// First body byte of a reply.

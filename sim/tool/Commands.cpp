@@ -1,6 +1,8 @@
 #include "sim/tool/Commands.h"
 
 #include "sim/tool/Arguments.h"
+#include "sim/tool/FaultArguments.h"
+#include "sim/tool/Help.h"
 #include "sim/tool/Show.h"
 
 #include <algorithm>
@@ -11,6 +13,10 @@ namespace sim {
 namespace {
 
 using ARGUMENTS = std::vector<std::string>;
+
+RESULT NoSuchCommand(const std::string& word) {
+  return RESULT::Error("there is no command '" + word + "'; 'help' lists them");
+}
 
 /// Runs something at the card of an address.
 RESULT At(SIMULATION& simulation, int address, const std::function<RESULT(CARD&)>& action) {
@@ -30,41 +36,11 @@ RESULT AtPlace(SIMULATION& simulation, const std::string& word,
   });
 }
 
-/// What is too long for the first column gets a line of its own.
-std::string InColumns(std::string first, const std::string& second) {
-  constexpr std::size_t kColumn = 38;
-  const bool fits = first.size() < kColumn;
-  first += fits ? std::string(kColumn - first.size(), ' ') : "\n" + std::string(kColumn, ' ');
-  return first + second;
-}
-
 RESULT Help(SIMULATION& /*simulation*/, const ARGUMENTS& arguments) {
-  std::string text;
-  for (const COMMAND& command : Commands()) {
-    if (!arguments.empty() && arguments[0] != command.word)
-      continue;
-    const std::string usage = std::string(command.word) + " " + command.arguments;
-    text += (text.empty() ? "" : "\n") + InColumns(usage, command.help);
-  }
-  if (text.empty())
-    return RESULT::Error("there is no command '" + arguments[0] + "'; 'help' lists them");
   if (arguments.empty())
-    return RESULT::Good(text);
-  if (arguments[0] == "fault") {
-    for (const FAULT_TYPE& row : kFaultTypes) {
-      const std::string usage = std::string("  ") + row.keyword + " " + row.usage;
-      text += "\n" + InColumns(usage, row.meaning);
-    }
-    text += "\n  error codes:";
-    for (const ERROR_CODE& row : kErrorCodes)
-      text += std::string(" ") + row.keyword;
-  }
-  if (arguments[0] == "plug") {
-    text += "\n  types:";
-    for (const CARD_TYPE& row : kCardTypes)
-      text += std::string(" ") + row.keyword;
-  }
-  return RESULT::Good(text);
+    return RESULT::Good(HelpText());
+  const COMMAND* command = FindCommand(arguments[0]);
+  return command != nullptr ? RESULT::Good(HelpText(*command)) : NoSuchCommand(arguments[0]);
 }
 
 RESULT List(SIMULATION& simulation, const ARGUMENTS& /*arguments*/) {
@@ -184,120 +160,8 @@ RESULT Plug(SIMULATION& simulation, const ARGUMENTS& arguments) {
   return RESULT::Good();
 }
 
-LENGTH_FAULT ReadLengthFault(const std::string& word, std::uint8_t& value) {
-  constexpr std::pair<const char*, LENGTH_FAULT> kWords[] = {{"short", LENGTH_FAULT::kShort},
-                                                             {"long", LENGTH_FAULT::kLong},
-                                                             {"over", LENGTH_FAULT::kOver},
-                                                             {"zero", LENGTH_FAULT::kZero}};
-  for (const auto& [keyword, length] : kWords) {
-    if (word == keyword)
-      return length;
-  }
-  value = static_cast<std::uint8_t>(ReadHexByte(word, "length"));
-  return LENGTH_FAULT::kValue;
-}
-
-std::uint8_t ReadErrorCode(const std::string& word) {
-  for (const ERROR_CODE& row : kErrorCodes) {
-    if (word == row.keyword)
-      return row.code;
-  }
-  return static_cast<std::uint8_t>(ReadHexByte(word, "error code; 'help fault' lists them"));
-}
-
-void ReadFaultArgument(const std::string& word, FAULT& fault) {
-  switch (FaultType(fault.kind).argument) {
-    case FAULT_ARGUMENT::kNone:
-      break;
-    case FAULT_ARGUMENT::kMilliseconds:
-      fault.time = ReadMilliseconds(word);
-      break;
-    case FAULT_ARGUMENT::kCount: {
-      const int count = ReadNumber(word, "number of bytes");
-      if (count < 0)
-        throw ARGUMENT_ERROR("an answer cannot be cut to fewer than 0 bytes");
-      fault.count = static_cast<std::size_t>(count);
-      break;
-    }
-    case FAULT_ARGUMENT::kBytes:
-      fault.bytes = ReadHexBytes(word);
-      break;
-    case FAULT_ARGUMENT::kLength:
-      fault.length = ReadLengthFault(word, fault.value);
-      break;
-    case FAULT_ARGUMENT::kAddress:
-      fault.value = static_cast<std::uint8_t>(ReadHexByte(word, "address byte"));
-      break;
-    case FAULT_ARGUMENT::kError:
-      fault.value = ReadErrorCode(word);
-      break;
-  }
-}
-
-/// Request codes by name, for people who do not think in bytes.
-std::uint8_t ReadRequestCode(const std::string& word) {
-  constexpr std::pair<const char*, std::uint8_t> kWords[] = {
-      {"output", request::kOutput},       {"poll", request::kPoll},
-      {"identify", request::kIdentify},   {"handshake", request::kHandshake},
-      {"parameter", request::kParameter},
-  };
-  for (const auto& [keyword, code] : kWords) {
-    if (word == keyword)
-      return code;
-  }
-  return static_cast<std::uint8_t>(ReadHexByte(
-      word, "request code; output, poll, identify, handshake and parameter have names too"));
-}
-
-/// What follows the kind and its argument: "on 5", "code 20", "once", "times 3", "for 2.5",
-/// "always".
-void ReadFaultScope(const ARGUMENTS& words, std::size_t at, FAULT& fault) {
-  while (at < words.size()) {
-    const std::string& word = words[at++];
-    if (word == "once") {
-      fault.times = 1;
-      continue;
-    }
-    if (word == "always") {
-      fault.times.reset();
-      continue;
-    }
-    if (at == words.size())
-      throw ARGUMENT_ERROR("'" + word +
-                           "': expected on A, code CODE, once, times N, for SECONDS or always");
-    const std::string& value = words[at++];
-    if (word == "on") {
-      fault.address = static_cast<std::uint8_t>(ReadAddress(value));
-    } else if (word == "code") {
-      fault.code = ReadRequestCode(value);
-    } else if (word == "times") {
-      const int times = ReadNumber(value, "number of times");
-      if (times < 1)
-        throw ARGUMENT_ERROR("a fault happens at least once");
-      fault.times = static_cast<std::uint64_t>(times);
-    } else if (word == "for") {
-      fault.times.reset();
-      fault.lasts = ReadSeconds(value);
-    } else {
-      throw ARGUMENT_ERROR("'" + word +
-                           "': expected on A, code CODE, once, times N, for SECONDS or always");
-    }
-  }
-}
-
 RESULT Fault(SIMULATION& simulation, const ARGUMENTS& arguments) {
-  const FAULT_TYPE* row = FindFaultType(arguments[0]);
-  if (row == nullptr)
-    return RESULT::Error("there is no fault '" + arguments[0] + "'; 'help fault' lists them");
-  FAULT fault;
-  fault.kind = row->kind;
-  std::size_t at = 1;
-  if (row->argument != FAULT_ARGUMENT::kNone) {
-    if (arguments.size() < 2)
-      return RESULT::Error(std::string("fault ") + row->keyword + " needs " + row->usage);
-    ReadFaultArgument(arguments[at++], fault);
-  }
-  ReadFaultScope(arguments, at, fault);
+  const FAULT fault = ReadFault(arguments);
   const int number = simulation.Adapter().Faults().Add(fault);
   return RESULT::Good("fault " + std::to_string(number) + ": " + Describe(fault));
 }
@@ -447,7 +311,7 @@ PARSED Parse(const std::string& line) {
     return parsed;
   parsed.command = FindCommand(parsed.arguments[0]);
   if (parsed.command == nullptr)
-    throw ARGUMENT_ERROR("there is no command '" + parsed.arguments[0] + "'; 'help' lists them");
+    throw ARGUMENT_ERROR(NoSuchCommand(parsed.arguments[0]).text);
   parsed.arguments.erase(parsed.arguments.begin());
   const std::size_t count = parsed.arguments.size();
   if (count < parsed.command->fewest || count > parsed.command->most) {

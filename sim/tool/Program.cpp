@@ -3,6 +3,7 @@
 #include "sim/line/Trace.h"
 #include "sim/tool/Commands.h"
 #include "sim/tool/Control.h"
+#include "sim/tool/Help.h"
 #include "sim/tool/LineBuffer.h"
 #include "sim/tool/Picture.h"
 #include "sim/tool/RackFile.h"
@@ -143,32 +144,6 @@ RESULT PROGRAM::PrepareReplay() {
   m_replay->SetListener([this](const std::string& line) { m_simulation.Events().Push(line); });
   m_simulation.Adapter().SetReplyHook(m_replay->Hook());
   return RESULT::Good();
-}
-
-/// The words that may come next on a command line: commands first, then what their help names.
-std::vector<std::string> Complete(const std::string& before) {
-  std::vector<std::string> words;
-  const bool first = before.find_first_not_of(' ') == std::string::npos;
-  if (first || before.starts_with("help ")) {
-    for (const COMMAND& row : Commands())
-      words.emplace_back(row.word);
-  } else if (before.starts_with("fault ")) {
-    for (const FAULT_TYPE& row : kFaultTypes)
-      words.emplace_back(row.keyword);
-    for (const ERROR_CODE& row : kErrorCodes)
-      words.emplace_back(row.keyword);
-    for (const char* word : {"on", "code", "once", "times", "for", "always"})
-      words.emplace_back(word);
-  } else if (before.starts_with("plug ")) {
-    for (const CARD_TYPE& row : kCardTypes)
-      words.emplace_back(row.keyword);
-  } else if (before.starts_with("param ")) {
-    for (const PARAMETER& row : kParameters)
-      words.emplace_back(row.name);
-  } else if (before.starts_with("adapter ")) {
-    words = {"silent", "chatter", "off"};
-  }
-  return words;
 }
 
 int PROGRAM::Run() {

@@ -1,4 +1,5 @@
 #include "sim/tool/Commands.h"
+#include "sim/tool/Help.h"
 #include "sim/tool/Picture.h"
 #include "sim/tool/RackFile.h"
 #include "tests/unit/sim/SimSupport.h"
@@ -79,6 +80,25 @@ TEST_F(RackCommands, HelpOfFaultsAndPlugsListsWhatTheTablesHold) {
   const std::string plug = Good("help plug");
   for (const CARD_TYPE& row : kCardTypes)
     EXPECT_NE(plug.find(row.keyword), std::string::npos) << row.keyword;
+}
+
+TEST_F(RackCommands, AreCompletedByWhatTheirHelpNames) {
+  const auto completes = [](const std::string& before, const std::string& word) {
+    const Lines words = Complete(before);
+    return std::find(words.begin(), words.end(), word) != words.end();
+  };
+  for (const char* before : {"", "  ", "pres", "help "}) {
+    EXPECT_EQ(Complete(before).size(), Commands().size()) << before;
+    EXPECT_TRUE(completes(before, "press")) << before;
+  }
+  for (const char* word : {"no-answer", "short", "no-card", "poll", "on", "code", "once", "always"})
+    EXPECT_TRUE(completes("fault ", word)) << word;
+  EXPECT_FALSE(completes("fault ", "KIND"));
+  EXPECT_TRUE(completes("plug 3 ", "servo"));
+  EXPECT_TRUE(completes("param ", "endA"));
+  EXPECT_EQ(Complete("adapter 1 "), (Lines{"silent", "chatter", "off"}));
+  EXPECT_EQ(Complete("show 3 "), Lines{"--json"});
+  EXPECT_TRUE(Complete("bogus ").empty());
 }
 
 TEST_F(RackCommands, AnEmptyLineAndACommentDoNothing) {
