@@ -1,6 +1,5 @@
 #include "sim/tool/Program.h"
 
-#include "sim/line/Trace.h"
 #include "sim/tool/Commands.h"
 #include "sim/tool/Control.h"
 #include "sim/tool/Help.h"
@@ -9,6 +8,7 @@
 #include "sim/tool/RackFile.h"
 #include "sim/tool/Scenario.h"
 #include "sim/tool/Terminal.h"
+#include "sim/tool/TraceFiles.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -18,11 +18,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <system_error>
 
 namespace sim {
 
@@ -45,8 +43,7 @@ class PROGRAM {
  private:
   static int BlockSignals();
   RESULT Prepare();
-  RESULT PrepareTrace();
-  RESULT PrepareReplay();
+  RESULT PrepareTraces();
   void Loop();
   int PollLimit(bool moving) const;
   bool ReadSignals();
@@ -58,15 +55,13 @@ class PROGRAM {
   void PrintEvents();
   void WriteTrace();
   void Print(const std::string& text);
-  int ReplayStatus();
+  void Complain(const std::string& errors);
 
   const PROGRAM_OPTIONS m_options;
   const DESCRIPTOR m_signals;  // before the simulation, whose threads are to have them blocked
-  const TIME m_begin = m_options.adapter.clock();  // of a trace
-  TIME m_ready{};                                  // when the adapter was: of a scenario
-  std::unique_ptr<REPLAY> m_replay;
-  WAKE_QUEUE<TRACE_ENTRY> m_traced;
-  std::ofstream m_trace;
+  TIME m_ready{};              // when the adapter was: of a scenario
+  REPLAYER m_replayer;
+  RECORDER m_recorder;
   SIMULATION m_simulation;  // after all that its threads use
   SCENARIO m_scenario;
   CONTROL_SERVER m_control;
@@ -101,9 +96,7 @@ RESULT PROGRAM::Prepare() {
     if (!result)
       return result;
   }
-  if (RESULT result = PrepareReplay(); !result)
-    return result;
-  if (RESULT result = PrepareTrace(); !result)
+  if (RESULT result = PrepareTraces(); !result)
     return result;
   if (!m_options.controlPath.empty()) {
     if (RESULT result = m_control.Listen(m_options.controlPath); !result)
@@ -115,43 +108,30 @@ RESULT PROGRAM::Prepare() {
   return plugged;
 }
 
-RESULT PROGRAM::PrepareTrace() {
-  if (m_options.recordFile.empty())
-    return RESULT::Good();
-  m_trace.open(m_options.recordFile);
-  if (!m_trace)
-    return RESULT::Error("cannot write " + m_options.recordFile + ": " +
-                         std::generic_category().message(errno));
-  m_trace << TraceHeader();
-  m_simulation.Adapter().SetTap([this](DIRECTION direction, TIME when, const Bytes& bytes) {
-    m_traced.Push(
-        {std::chrono::duration_cast<std::chrono::microseconds>(when - m_begin), direction, bytes});
-  });
-  return RESULT::Good();
+RESULT PROGRAM::PrepareTraces() {
+  ADAPTER& adapter = m_simulation.Adapter();
+  RESULT result = RESULT::Good();
+  if (!m_options.replayFile.empty())
+    result = m_replayer.Begin(m_options.replayFile, adapter, [this](const std::string& line) {
+      m_simulation.Events().Push(line);
+    });
+  if (result && !m_options.recordFile.empty())
+    result = m_recorder.Begin(m_options.recordFile, adapter, m_simulation.Now());
+  return result;
 }
 
-RESULT PROGRAM::PrepareReplay() {
-  if (m_options.replayFile.empty())
-    return RESULT::Good();
-  std::string text;
-  std::vector<TRACE_ENTRY> entries;
-  RESULT result = ReadTextFile(m_options.replayFile, text);
-  if (result)
-    result = ParseTrace(text, entries);
-  if (!result)
-    return RESULT::Error(m_options.replayFile + ": " + result.text);
-  m_replay = std::make_unique<REPLAY>(entries);
-  m_replay->SetListener([this](const std::string& line) { m_simulation.Events().Push(line); });
-  m_simulation.Adapter().SetReplyHook(m_replay->Hook());
-  return RESULT::Good();
+/// Of a scenario there may be several, a line each.
+void PROGRAM::Complain(const std::string& errors) {
+  m_failed = true;
+  std::istringstream lines(errors);
+  for (std::string error; std::getline(lines, error);)
+    std::fprintf(stderr, "vornsim: %s\n", error.c_str());
 }
 
 int PROGRAM::Run() {
   const RESULT prepared = Prepare();
   if (!prepared) {
-    std::istringstream errors(prepared.text);  // of a scenario there may be several
-    for (std::string error; std::getline(errors, error);)
-      std::fprintf(stderr, "vornsim: %s\n", error.c_str());
+    Complain(prepared.text);
     return 1;
   }
   if (!m_options.plain && TerminalAvailable()) {
@@ -164,17 +144,9 @@ int PROGRAM::Run() {
     static_cast<void>(m_simulation.Adapter().Unplug());
   PrintEvents();
   WriteTrace();
-  return std::max(m_failed ? 1 : 0, ReplayStatus());
-}
-
-int PROGRAM::ReplayStatus() {
-  if (m_replay == nullptr || m_replay->Complete())
-    return 0;
-  if (m_replay->Difference().empty()) {
-    std::fprintf(stderr, "vornsim: the replay ended after %zu of %zu requests\n",
-                 m_replay->Answered(), m_replay->Expected());
-  }
-  return 1;
+  if (const RESULT outcome = m_replayer.Outcome(); !outcome)
+    Complain(outcome.text);
+  return m_failed ? 1 : 0;
 }
 
 void PROGRAM::Loop() {
@@ -196,7 +168,7 @@ void PROGRAM::Loop() {
     watched = {{m_signals.Get(), POLLIN, 0},
                {m_inputOpen ? STDIN_FILENO : -1, POLLIN, 0},
                {m_simulation.Events().Descriptor(), POLLIN, 0},
-               {m_traced.Descriptor(), POLLIN, 0}};
+               {m_recorder.Descriptor(), POLLIN, 0}};
     m_control.Watch(watched);
     if (::poll(watched.data(), watched.size(), PollLimit(moving)) < 0)
       continue;
@@ -302,18 +274,8 @@ void PROGRAM::PrintEvents() {
 }
 
 void PROGRAM::WriteTrace() {
-  if (!m_trace.is_open())
-    return;
-  const std::vector<TRACE_ENTRY> entries = m_traced.Take();
-  for (const TRACE_ENTRY& entry : entries)
-    m_trace << TraceLine(entry) << '\n';
-  if (const std::size_t lost = m_traced.TakeLost(); lost > 0)
-    m_trace << "# " << lost << " entries lost here\n";
-  if (entries.empty() || m_trace.flush())
-    return;
-  std::fprintf(stderr, "vornsim: cannot write %s\n", m_options.recordFile.c_str());
-  m_trace.close();
-  m_failed = true;
+  if (const RESULT written = m_recorder.Write(); !written)
+    Complain(written.text);
 }
 
 /// When who reads this is gone, nothing is left to do.
