@@ -114,14 +114,6 @@ const FAULT_TYPE& FaultType(FAULT_KIND kind) {
                        [kind](const FAULT_TYPE& row) { return row.kind == kind; });
 }
 
-const FAULT_TYPE* FindFaultType(const std::string& keyword) {
-  for (const FAULT_TYPE& row : kFaultTypes) {
-    if (row.keyword == keyword)
-      return &row;
-  }
-  return nullptr;
-}
-
 std::string DescribeEffect(const FAULT& fault) {
   return FaultType(fault.kind).keyword + ArgumentText(fault);
 }

@@ -56,7 +56,6 @@ inline constexpr FAULT_TYPE kFaultTypes[] = {
 // clang-format on
 
 const FAULT_TYPE& FaultType(FAULT_KIND kind);
-const FAULT_TYPE* FindFaultType(const std::string& keyword);
 
 /// How a wrong length byte comes about.
 enum class LENGTH_FAULT { kShort, kLong, kOver, kZero, kValue };

@@ -5,12 +5,23 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 /// The card bus in tables: what the codes are and what each card type understands. The frame is a
 /// length byte N and N body bytes; the codes below are body bytes.
 namespace sim {
 
 constexpr int kSlots = 16;
+
+/// The row of a table that has the keyword; null for none.
+template <class ROW, std::size_t COUNT>
+const ROW* FindRow(const ROW (&rows)[COUNT], std::string_view keyword) {
+  for (const ROW& row : rows) {
+    if (row.keyword == keyword)
+      return &row;
+  }
+  return nullptr;
+}
 
 /// First body byte of a request.
 namespace request {
@@ -115,9 +126,8 @@ inline constexpr CARD_TYPE kCardTypes[] = {
 };
 // clang-format on
 
-/// The row of a type code or of a keyword; null for one that is not in the table.
+/// The row of a type code; null for one that is not in the table.
 const CARD_TYPE* FindCardType(int code);
-const CARD_TYPE* FindCardType(const char* keyword);
 
 /// A parameter of a card type: one byte for each channel. Codes are those of channel 0; channel c
 /// has code + c. A code of 0 means that the line has no request for it.

@@ -73,7 +73,7 @@ int ReadHexByte(const std::string& word, const char* what) {
 }
 
 std::uint8_t ReadCardType(const std::string& word) {
-  if (const CARD_TYPE* row = FindCardType(word.c_str()))
+  if (const CARD_TYPE* row = FindRow(kCardTypes, word))
     return row->code;
   const std::optional<Bytes> code = FromHex(word);
   if (code && code->size() == 1 && code->front() != type::kEmpty)

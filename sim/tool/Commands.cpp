@@ -148,10 +148,9 @@ RESULT Reboot(SIMULATION& simulation, const ARGUMENTS& arguments) {
 
 RESULT Pull(SIMULATION& simulation, const ARGUMENTS& arguments) {
   const int address = ReadAddress(arguments[0]);
-  if (simulation.Rack().TypeAt(address) == type::kEmpty)
-    return RESULT::Error("no card at address " + AddressText(address));
+  RESULT result = At(simulation, address, [](CARD& /*card*/) { return RESULT::Good(); });
   simulation.Rack().Remove(address);
-  return RESULT::Good();
+  return result;
 }
 
 RESULT Plug(SIMULATION& simulation, const ARGUMENTS& arguments) {

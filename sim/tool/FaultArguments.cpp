@@ -11,16 +11,6 @@ std::uint8_t ReadByte(const std::string& word, const char* what) {
   return static_cast<std::uint8_t>(ReadHexByte(word, what));
 }
 
-/// The row of that keyword; null for none.
-template <class ROW, std::size_t COUNT>
-const ROW* FindRow(const ROW (&rows)[COUNT], const std::string& keyword) {
-  for (const ROW& row : rows) {
-    if (keyword == row.keyword)
-      return &row;
-  }
-  return nullptr;
-}
-
 void ReadArgument(const std::string& word, FAULT& fault) {
   switch (FaultType(fault.kind).argument) {
     case FAULT_ARGUMENT::kNone:
@@ -98,7 +88,7 @@ constexpr SCOPE kScopes[] = {
 }  // namespace
 
 FAULT ReadFault(const std::vector<std::string>& words) {
-  const FAULT_TYPE* row = FindFaultType(words.at(0));
+  const FAULT_TYPE* row = FindRow(kFaultTypes, words.at(0));
   if (row == nullptr)
     throw ARGUMENT_ERROR("there is no fault '" + words[0] + "'; 'help fault' lists them");
   FAULT fault;

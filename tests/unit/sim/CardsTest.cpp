@@ -55,7 +55,7 @@ TEST_F(Cards, EachTypeOfTheTableIsMadeAndFoundAndShowsItself) {
     const auto card = MakeCard(row.code, 4, [](const std::string&) {});
     EXPECT_EQ(card->TypeCode(), row.code);
     EXPECT_EQ(card->Type(), &row);
-    EXPECT_EQ(FindCardType(row.keyword), &row);
+    EXPECT_EQ(FindRow(kCardTypes, row.keyword), &row);
     const std::vector<FIELD> fields = card->Show();
     ASSERT_GE(fields.size(), 4U);
     EXPECT_EQ(std::get<std::string>(fields[0].value), "4");

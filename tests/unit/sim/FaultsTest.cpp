@@ -242,9 +242,9 @@ TEST(FaultText, EveryKindHasOneRow) {
   std::set<std::string> keywords;
   for (const FAULT_TYPE& row : kFaultTypes) {
     EXPECT_TRUE(keywords.insert(row.keyword).second);
-    EXPECT_EQ(FindFaultType(row.keyword), &FaultType(row.kind));
+    EXPECT_EQ(FindRow(kFaultTypes, row.keyword), &FaultType(row.kind));
   }
-  EXPECT_EQ(FindFaultType("bogus"), nullptr);
+  EXPECT_EQ(FindRow(kFaultTypes, "bogus"), nullptr);
 }
 
 class Pacing : public ::testing::Test {
