@@ -81,7 +81,8 @@ class RACK_READER {
 
   [[noreturn]] void Fail(std::ptrdiff_t offset, const std::string& why) const;
   [[noreturn]] void Fail(const pugi::xml_node& node, const std::string& why) const {
-    Fail(std::max<std::ptrdiff_t>(0, node.offset_debug() - 1), why);
+    const std::ptrdiff_t before = node.type() == pugi::node_element ? 1 : 0;  // its bracket
+    Fail(std::max<std::ptrdiff_t>(0, node.offset_debug() - before), why);
   }
   void CheckAttributes(const pugi::xml_node& node, const ELEMENT& element) const;
   void ReadCard(const pugi::xml_node& node);

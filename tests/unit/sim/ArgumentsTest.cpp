@@ -19,49 +19,38 @@ TEST(Arguments, SplitAtBlanksAndKeepQuotedWordsWhole) {
   EXPECT_THROW(SplitWords("name 3 \"my keys"), ARGUMENT_ERROR);
 }
 
-TEST(Arguments, ReadAddressesOfOneDigit) {
+TEST(Arguments, AreReadWholeOrNotAtAll) {
   EXPECT_EQ(ReadAddress("0"), 0);
   EXPECT_EQ(ReadAddress("f"), 15);
-  for (const char* word : {"", "10", "G", "-1"})
-    EXPECT_THROW(ReadAddress(word), ARGUMENT_ERROR) << word;
-}
-
-TEST(Arguments, ReadPlaces) {
   EXPECT_EQ(ReadPlace("E.12").address, 14);
   EXPECT_EQ(ReadPlace("E.12").channel, "12");
-  for (const char* word : {"", "3", "3.", ".6", "33.6"})
-    EXPECT_THROW(ReadPlace(word), ARGUMENT_ERROR) << word;
-}
-
-TEST(Arguments, ReadNumbersWhole) {
   EXPECT_EQ(ReadNumber("-12", "n"), -12);
   EXPECT_EQ(ReadNumber("+12", "n"), 12);
-  for (const char* word : {"", "+", "1x", "99999999999", "0x10", "1.5"})
-    EXPECT_THROW(ReadNumber(word, "n"), ARGUMENT_ERROR) << word;
-}
-
-TEST(Arguments, ReadBytes) {
   EXPECT_EQ(ReadHexByte("7", "v"), 7);
   EXPECT_EQ(ReadHexByte("fB", "v"), 0xFB);
-  for (const char* word : {"", "100", "0x1", "-1", "GG"})
-    EXPECT_THROW(ReadHexByte(word, "v"), ARGUMENT_ERROR) << word;
   EXPECT_EQ(ReadHexBytes("01 30AA"), (Bytes{0x01, 0x30, 0xAA}));
-  EXPECT_THROW(ReadHexBytes(""), ARGUMENT_ERROR);
-  EXPECT_THROW(ReadHexBytes("0"), ARGUMENT_ERROR);
-}
-
-TEST(Arguments, ReadTimes) {
   EXPECT_EQ(ReadSeconds("1.25"), 1250ms);
   EXPECT_EQ(ReadMilliseconds("0.5"), 500us);
-  for (const char* word : {"", "-1", "soon", "inf", "nan", "1e9", "1s"})
-    EXPECT_THROW(ReadSeconds(word), ARGUMENT_ERROR) << word;
-}
-
-TEST(Arguments, ReadCardTypesByWordOrCode) {
   EXPECT_EQ(ReadCardType("servo"), 5);
   EXPECT_EQ(ReadCardType("2A"), 0x2A);
-  for (const char* word : {"", "0", "00", "bogus", "100"})
-    EXPECT_THROW(ReadCardType(word), ARGUMENT_ERROR) << word;
+  const struct {
+    void (*read)(const std::string& word);
+    Words wrong;
+  } kReaders[] = {
+      {[](const std::string& word) { ReadAddress(word); }, {"", "10", "G", "-1"}},
+      {[](const std::string& word) { ReadPlace(word); }, {"", "3", "3.", ".6", "33.6"}},
+      {[](const std::string& word) { ReadNumber(word, "n"); },
+       {"", "+", "1x", "99999999999", "0x10", "1.5"}},
+      {[](const std::string& word) { ReadHexByte(word, "v"); }, {"", "100", "0x1", "-1", "GG"}},
+      {[](const std::string& word) { ReadHexBytes(word); }, {"", "0"}},
+      {[](const std::string& word) { ReadSeconds(word); },
+       {"", "-1", "soon", "inf", "nan", "1e9", "1s"}},
+      {[](const std::string& word) { ReadCardType(word); }, {"", "0", "00", "bogus", "100"}},
+  };
+  for (const auto& reader : kReaders) {
+    for (const std::string& word : reader.wrong)
+      EXPECT_THROW(reader.read(word), ARGUMENT_ERROR) << word;
+  }
 }
 
 TEST(LineBuffer, JoinsPiecesAndCutsLines) {

@@ -5,24 +5,14 @@
 namespace sim {
 namespace {
 
-TEST(Bytes, WritesTwoUpperCaseDigitsAByteWithABlankBetween) {
+TEST(Bytes, AreWrittenAsUpperCaseDigitsAndReadAsPairsOfEitherCase) {
   EXPECT_EQ(ToHex(Bytes{0x10, 0x05, 0x02, 0xFF, 0xFB}), "10 05 02 FF FB");
   EXPECT_EQ(ToHex(Bytes{}), "");
   EXPECT_EQ(ToHex(std::uint8_t{0x0A}), "0A");
-}
-
-TEST(Bytes, ReadsPairsOfEitherCaseWithOrWithoutBlanks) {
-  EXPECT_EQ(FromHex("10 05 02 FF FB"), (Bytes{0x10, 0x05, 0x02, 0xFF, 0xFB}));
-  EXPECT_EQ(FromHex("fFfb"), (Bytes{0xFF, 0xFB}));
+  EXPECT_EQ(FromHex("10 05 02 fFfb"), (Bytes{0x10, 0x05, 0x02, 0xFF, 0xFB}));
   EXPECT_EQ(FromHex("  "), Bytes{});
-}
-
-TEST(Bytes, RefusesHalfPairsAndOtherCharacters) {
-  EXPECT_FALSE(FromHex("1"));
-  EXPECT_FALSE(FromHex("10 0"));
-  EXPECT_FALSE(FromHex("1 0"));
-  EXPECT_FALSE(FromHex("0x10"));
-  EXPECT_FALSE(FromHex("GG"));
+  for (const char* text : {"1", "10 0", "1 0", "0x10", "GG"})
+    EXPECT_FALSE(FromHex(text)) << text;
 }
 
 TEST(Bytes, FramesABodyWithItsLength) {

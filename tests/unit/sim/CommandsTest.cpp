@@ -7,17 +7,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <set>
-#include <thread>
 
 namespace sim {
 namespace {
 
 using Lines = std::vector<std::string>;
+
+/// What is typed, or behind "> " asked on the bus, and what comes of it.
+struct TURN {
+  std::string typed;
+  std::string response;
+};
 
 class RackCommands : public ::testing::Test {
  protected:
@@ -27,59 +30,48 @@ class RackCommands : public ::testing::Test {
     simulation.Events().Take();
   }
 
-  /// A good command: what it said.
-  std::string Good(const std::string& line) {
+  std::string Response(const std::string& typed) {
+    if (typed.starts_with("> "))
+      return Ask(simulation.Rack(), typed.substr(2));
+    const std::string response = ResponseText(Execute(simulation, typed));
+    return response.substr(0, response.size() - 1);
+  }
+  void Converse(const std::vector<TURN>& turns) {
+    for (const TURN& turn : turns)
+      EXPECT_EQ(Response(turn.typed), turn.response) << turn.typed;
+  }
+  /// What a good command said.
+  std::string Said(const std::string& line) {
     const RESULT result = Execute(simulation, line);
     EXPECT_TRUE(result.ok) << line << ": " << result.text;
     return result.text;
   }
-  /// One that is refused: why.
-  std::string Refused(const std::string& line) {
-    const RESULT result = Execute(simulation, line);
-    EXPECT_FALSE(result.ok) << line;
-    return result.text;
-  }
   Lines Events() { return simulation.Events().Take(); }
-  Bytes Ask(const Bytes& request) { return simulation.Rack().Answer(request).value_or(Bytes{}); }
   std::string Link(int number) { return folder.File("ttyUSB" + std::to_string(number)); }
 
-  TEMPORARY_FOLDER folder;
+  unit::FOLDER folder;
   SIMULATION simulation;
 };
 
-TEST_F(RackCommands, AreAllListedByHelp) {
-  const std::string help = Good("help");
+TEST_F(RackCommands, AreListedByHelpAndRefuseTooFewAndTooManyArgumentsByTheTable) {
+  const std::string help = Said("help");
   for (const COMMAND& row : Commands()) {
     EXPECT_NE(help.find(std::string(row.word) + " " + row.arguments), std::string::npos)
         << row.word;
     EXPECT_NE(help.find(row.help), std::string::npos) << row.word;
-    EXPECT_NE(Good(std::string("help ") + row.word).find(row.help), std::string::npos);
-  }
-  EXPECT_EQ(Refused("help bogus"), "there is no command 'bogus'; 'help' lists them");
-}
-
-TEST_F(RackCommands, RefuseTooFewAndTooManyArgumentsByTheTable) {
-  for (const COMMAND& row : Commands()) {
+    EXPECT_NE(Said(std::string("help ") + row.word).find(row.help), std::string::npos);
+    const std::string usage = std::string("usage: ") + row.word;
     std::string line = row.word;
     if (row.fewest > 0) {
-      EXPECT_EQ(Refused(line).rfind(std::string("usage: ") + row.word, 0), 0U);
+      EXPECT_TRUE(Check(line).text.starts_with(usage));
     }
     for (std::size_t i = 0; i <= row.most; ++i)
       line += " 0";
-    EXPECT_EQ(Refused(line).rfind(std::string("usage: ") + row.word, 0), 0U) << row.word;
-    EXPECT_EQ(Check(line).text, Refused(line));
+    EXPECT_TRUE(Check(line).text.starts_with(usage)) << row.word;
+    EXPECT_EQ(Execute(simulation, line).text, Check(line).text);
   }
-}
-
-TEST_F(RackCommands, HelpOfFaultsAndPlugsListsWhatTheTablesHold) {
-  const std::string faults = Good("help fault");
-  for (const FAULT_TYPE& row : kFaultTypes)
-    EXPECT_NE(faults.find(row.meaning), std::string::npos) << row.keyword;
-  for (const ERROR_CODE& row : kErrorCodes)
-    EXPECT_NE(faults.find(row.keyword), std::string::npos) << row.keyword;
-  const std::string plug = Good("help plug");
-  for (const CARD_TYPE& row : kCardTypes)
-    EXPECT_NE(plug.find(row.keyword), std::string::npos) << row.keyword;
+  EXPECT_TRUE(Said("help plug")
+                  .ends_with("\n  types: digital-out digital-in servo motor analogue keys lcd ir"));
 }
 
 TEST_F(RackCommands, AreCompletedByWhatTheirHelpNames) {
@@ -101,229 +93,186 @@ TEST_F(RackCommands, AreCompletedByWhatTheirHelpNames) {
   EXPECT_TRUE(Complete("bogus ").empty());
 }
 
-TEST_F(RackCommands, AnEmptyLineAndACommentDoNothing) {
-  EXPECT_EQ(Good(""), "");
-  EXPECT_EQ(Good("   "), "");
-  EXPECT_EQ(Good("# press 3.6"), "");
-  EXPECT_EQ(Refused("bogus"), "there is no command 'bogus'; 'help' lists them");
+TEST_F(RackCommands, OperateTheCards) {
+  Converse({
+      {"", "OK"},
+      {"   ", "OK"},
+      {"# press 3.6", "OK"},
+      {"bogus", "error: there is no command 'bogus'; 'help' lists them"},
+      {"help bogus", "error: there is no command 'bogus'; 'help' lists them"},
+      {"press 3.6 3.10", "OK"},
+      {"> 20 03 02", "21 03 40 04"},
+      {"release 3.6", "OK"},
+      {"> 20 03 02", "21 03 00 04"},
+      {"press 3.9 3.16", "error: card 3 has no key 16; 0 to 15 are there"},
+      {"press 2.0", "error: no card at address 2"},
+      {"press 3", "error: '3' is no place (card address, a point, channel: 3.6)"},
+      {"press 8.12", "OK"},  // the keys of a matrix are named by their code
+      {"release 8.12", "OK"},
+      {"turn 8 -1", "OK"},
+      {"> 20 08 01", "21 08 12"},
+      {"> 20 08 01", "21 08 00"},
+      {"> 20 08 01", "21 08 FF"},
+      {"turn 8 x", "error: 'x' is no number of steps (a decimal number)"},
+      {"set F.3 20", "OK"},
+      {"> 20 0F 06", "21 0F 00 00 00 20 00 00"},
+      {"ramp F.3 80 0", "OK"},
+      {"> 20 0F 06", "21 0F 00 00 00 80 00 00"},
+      {"set 3.1 A5", "OK"},
+      {"> 20 03 02", "21 03 00 A5"},
+      {"set F.3 100", "error: '100' is no value (00 to FF)"},
+      {"ramp F.3 20 soon",
+       "error: 'soon' is no number of seconds (0 to 1000000, a fraction allowed)"},
+      {"noise 3.0 10", "error: card 3 (digital-in) has no pots"},
+      {"speed 0 0", "OK"},
+      {"speed 3 1", "error: card 3 (digital-in) has no servos"},
+      {"param 0.position 4 20", "OK"},
+      {"reboot 0", "OK"},
+      {"> 50 00 40 25", "51 00 25 00"},
+      {"param 0.mask 0 1",
+       "error: a servo card has no parameter 'mask'; it has endA, endB, position"},
+      {"pull 3", "OK"},
+      {"pull 3", "error: no card at address 3"},
+      {"show 3", "error: no card at address 3"},
+      {"> 20 03 02", "43 03"},
+      {"plug 3 FF", "OK"},
+      {"> 20 03 02", "4E 03"},
+      {"show 3", "card 3 type 255 'unknown card'\nOK"},
+      {"name 3 \"\"", "OK"},
+      {"> 10 05 02 00 FF", "41 05"},
+      {"reset", "OK"},
+      {"show 5", "card 5 digital-out '16 channel digital output'\n  blocks: FF FF\n  lit: -\nOK"},
+      {"version 9.9", "OK"},
+      {"version", "9.9 \nOK"},
+      {"> 40 6F 9A", "40 39 2E 39 20"},
+      {"quit", "OK"},
+  });
+  EXPECT_TRUE(Response("plug 3 00").starts_with("error: '00' is no card type"));
+  EXPECT_NE(Said("show 0").find("targets: 80 80 80 80 20 80"), std::string::npos);
+  EXPECT_TRUE(simulation.Quitting());
 }
 
-TEST_F(RackCommands, ResponsesEndWithOkOrAreOneErrorLine) {
-  EXPECT_EQ(ResponseText(RESULT::Good()), "OK\n");
-  EXPECT_EQ(ResponseText(RESULT::Good("a\nb")), "a\nb\nOK\n");
-  EXPECT_EQ(ResponseText(RESULT::Error("no")), "error: no\n");
-}
-
-TEST_F(RackCommands, List) {
-  EXPECT_EQ(Good("list").substr(0, 50), "0 servo '6 channel RC servo controller'\n1 motor '3");
-  Good("pull 0");
-  EXPECT_EQ(Good("list").substr(0, 7), "1 motor");
-}
-
-TEST_F(RackCommands, PressReleaseAndSeveralAtOnce) {
-  Good("press 3.6 3.10");
-  EXPECT_EQ(Ask({0x20, 3, 2}), (Bytes{0x21, 3, 0x40, 0x04}));
-  Good("release 3.6");
-  EXPECT_EQ(Ask({0x20, 3, 2}), (Bytes{0x21, 3, 0x00, 0x04}));
-  EXPECT_EQ(Events(), (Lines{"card 3 input block 0 = 40", "card 3 input block 1 = 04",
-                             "card 3 input block 0 = 00"}));
-  EXPECT_EQ(Refused("press 3.16"), "card 3 has no key 16; 0 to 15 are there");
-  EXPECT_EQ(Refused("press 2.0"), "no card at address 2");
-  EXPECT_EQ(Refused("press 3"), "'3' is no place (card address, a point, channel: 3.6)");
-}
-
-TEST_F(RackCommands, KeysOfAMatrixAreNamedByTheirHexadecimalCode) {
-  Good("press 8.12");
-  EXPECT_EQ(Ask({0x20, 8, 1}), (Bytes{0x21, 8, 0x12}));
-  Good("release 8.12");
-  EXPECT_EQ(Ask({0x20, 8, 1}), (Bytes{0x21, 8, 0x00}));
-}
-
-TEST_F(RackCommands, Turn) {
-  Good("turn 8 -1");
-  EXPECT_EQ(Ask({0x20, 8, 1}), (Bytes{0x21, 8, 0xFF}));
-  EXPECT_EQ(Refused("turn 8 x"), "'x' is no number of steps (a decimal number)");
-}
-
-TEST_F(RackCommands, SetRampAndNoise) {
-  Good("set F.3 20");
-  EXPECT_EQ(Ask({0x20, 0xF, 6})[5], 0x20);
-  Good("set 3.1 A5");
-  EXPECT_EQ(Ask({0x20, 3, 2})[3], 0xA5);
-  Good("ramp F.3 80 0");
-  EXPECT_EQ(Ask({0x20, 0xF, 6})[5], 0x80);
-  Good("ramp F.0 FF 3600");
-  EXPECT_LT(Ask({0x20, 0xF, 6})[2], 0x80);
-  Good("noise F.3 10");
-  std::set<int> seen;
+TEST_F(RackCommands, LetPotsTrembleAndRamp) {
+  Said("noise F.3 10");
+  std::set<std::string> seen;
   for (int i = 0; i < 200; ++i)
-    seen.insert(Ask({0x20, 0xF, 6})[5]);
-  EXPECT_GT(seen.size(), 10U);
-  EXPECT_EQ(Refused("set F.3 100"), "'100' is no value (00 to FF)");
-  EXPECT_EQ(Refused("ramp F.3 20 soon"),
-            "'soon' is no number of seconds (0 to 1000000, a fraction allowed)");
-  EXPECT_EQ(Refused("noise 3.0 10"), "card 3 (digital-in) has no pots");
+    seen.insert(Response("> 20 0F 06"));
+  EXPECT_GT(seen.size(), 5U);
+  Said("ramp F.0 FF 3600");
+  EXPECT_TRUE(simulation.Rack().Advance());
 }
 
-TEST_F(RackCommands, SpeedParamNameAndReboot) {
-  Good("speed 0 0");
-  Good("param 0.position 4 20");
-  Good("name 0 \"robot arm\"");
-  Good("reboot 0");
-  EXPECT_NE(Good("show 0").find("targets: 80 80 80 80 20 80"), std::string::npos);
-  EXPECT_NE(Good("show 0").find("card 0 servo 'robot arm'"), std::string::npos);
-  EXPECT_EQ(Refused("speed 3 1"), "card 3 (digital-in) has no servos");
-  EXPECT_EQ(Refused("param 0.mask 0 1"),
-            "a servo card has no parameter 'mask'; it has endA, endB, position");
-}
-
-TEST_F(RackCommands, PullAndPlug) {
-  Good("pull 3");
-  EXPECT_EQ(Refused("pull 3"), "no card at address 3");
-  Good("plug 3 analogue");
-  EXPECT_EQ(simulation.Rack().TypeAt(3), type::kAnalogue);
-  Good("plug 3 FF");
-  EXPECT_EQ(simulation.Rack().TypeAt(3), 0xFF);
-  EXPECT_EQ(Events(),
-            (Lines{"card 3 pulled", "card 3 plugged in: analogue", "card 3 plugged in: type 255"}));
-  EXPECT_NE(Refused("plug 3 00").find("is no card type"), std::string::npos);
-}
-
-TEST_F(RackCommands, ShowIsTextOrJson) {
-  Good("press 3.6");
-  EXPECT_EQ(Good("show 3"),
-            "card 3 digital-in '16 channel digital input'\n  blocks: 40 00\n  pressed: 6");
-  const auto card = nlohmann::json::parse(Good("show 3 --json"));
+TEST_F(RackCommands, ListAndShowAsTextOrJson) {
+  EXPECT_TRUE(Said("list").starts_with("0 servo '6 channel RC servo controller'\n1 motor '3"));
+  Said("press 3.6");
+  const auto card = nlohmann::json::parse(Said("show 3 --json"));
   EXPECT_EQ(card["type"], "digital-in");
   EXPECT_EQ(card["pressed"], nlohmann::json::array({6}));
-  const auto all = nlohmann::json::parse(Good("show --json"));
+  const auto all = nlohmann::json::parse(Said("show --json"));
   EXPECT_EQ(all.size(), 8U);
   EXPECT_EQ(all[0]["stored_position"].size(), 6U);
-  const std::string text = Good("show");
-  for (const char* part : {"card 0 servo ", "\ncard 3 digital-in ", "\ncard F analogue "})
+  const std::string text = Said("show");
+  for (const char* part : {"card 0 servo ", "\ncard 3 digital-in ", "\n    |SELF TEST OK        |",
+                           "\n  light: on\n", "\n  positions: 128.0 128.0 "})
     EXPECT_NE(text.find(part), std::string::npos) << part;
-  EXPECT_EQ(Refused("show 2"), "no card at address 2");
-  EXPECT_EQ(Refused("show 3 5"), "show takes one card address, or none for all");
-  Good("name 3 \xFF\xFE");
-  EXPECT_TRUE(nlohmann::json::accept(Good("show 3 --json")));
+  Said("name 3 \xFF\xFE");
+  EXPECT_TRUE(nlohmann::json::accept(Said("show 3 --json")));
+  Converse({{"show 3 5", "error: show takes one card address, or none for all"}});
+  for (int address = 0; address < kSlots; ++address)
+    simulation.Rack().Remove(address);
+  Converse({{"list", "the rack is empty\nOK"}, {"show", "the rack is empty\nOK"}});
 }
 
-TEST_F(RackCommands, FaultsAreOrderedListedAndCleared) {
-  EXPECT_EQ(Good("faults"), "no faults");
-  EXPECT_EQ(Good("fault cut 3 on 5 code poll times 2"), "fault 1: cut 3 on 5 code 20 times 2");
-  EXPECT_EQ(Good("fault no-answer always"), "fault 2: no-answer always");
-  EXPECT_EQ(Good("fault late 5 for 3600"), "fault 3: late 5 for 3600");
-  // What is left of the time, which a slow machine shows to be less.
-  const std::string listed = Good("faults");
-  EXPECT_TRUE(
-      listed.starts_with("fault 1: cut 3 on 5 code 20 times 2\nfault 2: no-answer always\n"
-                         "fault 3: late 5 for 3"))
-      << listed;
-  Good("clear 2");
-  EXPECT_EQ(Refused("clear 2"), "there is no fault 2; 'faults' lists them");
-  Good("clear");
-  EXPECT_EQ(Good("faults"), "no faults");
-  Good("fault no-answer always");
-  Good("clear all");
-  EXPECT_EQ(Good("faults"), "no faults");
-}
-
-TEST_F(RackCommands, EachFaultKindCanBeOrdered) {
-  const std::map<FAULT_ARGUMENT, std::string> arguments{
-      {FAULT_ARGUMENT::kNone, ""},        {FAULT_ARGUMENT::kMilliseconds, " 5"},
-      {FAULT_ARGUMENT::kCount, " 2"},     {FAULT_ARGUMENT::kBytes, " AABB"},
-      {FAULT_ARGUMENT::kLength, " over"}, {FAULT_ARGUMENT::kAddress, " FF"},
-      {FAULT_ARGUMENT::kError, " busy"}};
-  for (const FAULT_TYPE& row : kFaultTypes) {
-    Good(std::string("fault ") + row.keyword + arguments.at(row.argument));
-    EXPECT_EQ(simulation.Adapter().Faults().List().back().fault.kind, row.kind);
-    if (row.argument != FAULT_ARGUMENT::kNone) {
-      EXPECT_EQ(Refused(std::string("fault ") + row.keyword),
-                std::string("fault ") + row.keyword + " needs " + row.usage);
-    }
-  }
-  for (const ERROR_CODE& row : kErrorCodes) {
-    Good(std::string("fault error ") + row.keyword);
-    EXPECT_EQ(simulation.Adapter().Faults().List().back().fault.value, row.code);
-  }
-  for (const char* word : {"output", "poll", "identify", "handshake", "parameter", "77"})
-    Good(std::string("fault no-answer code ") + word);
-}
-
-TEST_F(RackCommands, WrongFaultsAreRefusedWithAReason) {
-  EXPECT_EQ(Refused("fault bogus"), "there is no fault 'bogus'; 'help fault' lists them");
+TEST_F(RackCommands, OrderListAndClearFaults) {
   const std::string expected = ": expected on A, code CODE, once, times N, for SECONDS or always";
-  EXPECT_EQ(Refused("fault no-answer maybe 3"), "'maybe'" + expected);
-  EXPECT_EQ(Refused("fault no-answer on"), "'on'" + expected);
-  EXPECT_EQ(Refused("fault no-answer times 0"), "a fault happens at least once");
-  EXPECT_EQ(Refused("fault cut -1"), "an answer cannot be cut to fewer than 0 bytes");
-  Refused("fault error bogus");
-  Refused("fault length wrong");
-  Refused("fault trailing 1");
-  EXPECT_TRUE(simulation.Adapter().Faults().List().empty());
+  Converse({
+      {"faults", "no faults\nOK"},
+      {"fault cut 3 on 5 code poll times 2", "fault 1: cut 3 on 5 code 20 times 2\nOK"},
+      {"fault no-answer always", "fault 2: no-answer always\nOK"},
+      {"faults", "fault 1: cut 3 on 5 code 20 times 2\nfault 2: no-answer always\nOK"},
+      {"clear 2", "OK"},
+      {"clear 2", "error: there is no fault 2; 'faults' lists them"},
+      {"fault late 0.5 for 3600", "fault 3: late 0.5 for 3600\nOK"},
+      {"clear", "OK"},
+      {"fault no-answer times 2 once", "fault 4: no-answer once\nOK"},
+      {"clear all", "OK"},
+      {"fault bogus", "error: there is no fault 'bogus'; 'help fault' lists them"},
+      {"fault no-answer maybe 3", "error: 'maybe'" + expected},
+      {"fault no-answer on", "error: 'on'" + expected},
+      {"fault no-answer times 0", "error: a fault happens at least once"},
+      {"fault cut -1", "error: an answer cannot be cut to fewer than 0 bytes"},
+      {"fault error bogus", "error: 'bogus' is no error code; 'help fault' lists them (00 to FF)"},
+      {"fault length wrong", "error: 'wrong' is no length (00 to FF)"},
+      {"fault trailing 1", "error: '1' are no bytes (pairs of hexadecimal digits: 03409A)"},
+      {"fault no-answer code bogus",
+       "error: 'bogus' is no request code; output, poll, identify, handshake and parameter have "
+       "names too (00 to FF)"},
+      {"faults", "no faults\nOK"},
+  });
 }
 
-TEST_F(RackCommands, AFaultThatHitsIsAnEvent) {
-  Good("fault cut 2 on 3");
-  NEAR_END near(Link(0));
-  ASSERT_TRUE(near.Write({0x03, 0x20, 0x03, 0x02}));
-  EXPECT_EQ(near.Read(2), (Bytes{0x04, 0x21}));
-  EXPECT_EQ(Events(), (Lines{"adapter " + Link(0) + " opened", "fault cut 2 hit 03 20 03 02"}));
-}
-
-TEST_F(RackCommands, UnplugAndReplugUnderTheSameOrAnotherNumber) {
-  Good("unplug");
-  EXPECT_EQ(Refused("unplug"), "the adapter is not plugged in");
-  EXPECT_EQ(Refused("send 00"), "the adapter is not plugged in");
-  Good("replug 4");
-  Good("unplug");
-  Good("replug");
-  EXPECT_EQ(simulation.Adapter().LinkPath(), Link(4));
-  EXPECT_EQ(Refused("replug 4"), "plugged in already as " + Link(4));
-}
-
-TEST_F(RackCommands, ASecondAdapterIsSilentOrChatters) {
-  Good("adapter 1 silent");
-  EXPECT_TRUE(std::filesystem::is_symlink(Link(1)));
-  Good("adapter 1 chatter");
-  NEAR_END near(Link(1));
-  EXPECT_EQ(near.Read(20).size(), 20U);
-  Good("adapter 1 off");
-  EXPECT_TRUE(near.WaitForHangUp());
-  EXPECT_FALSE(std::filesystem::is_symlink(Link(1)));
-  EXPECT_EQ(Refused("adapter 1 off"), "there is no silent or chattering adapter 1");
-  EXPECT_EQ(Refused("adapter 0 silent"),
-            "cannot make " + Link(0) + ": File exists (take another number)");
-  EXPECT_EQ(Refused("adapter 1 loud"), "a second adapter is silent, chatter or off");
-}
-
-TEST_F(RackCommands, ResetRebootsAllCards) {
-  Ask({0x10, 5, 2, 0x00, 0xFF});
-  Good("reset 0");
-  EXPECT_NE(Good("show 5").find("blocks: FF FF"), std::string::npos);
-  EXPECT_EQ(Events()[1], "controller reset");
-  Good("reset");
-}
-
-TEST_F(RackCommands, SendVersionCountersAndQuit) {
-  NEAR_END near(Link(0));
-  Good("send DE AD BE EF");
-  EXPECT_EQ(near.Read(4), (Bytes{0xDE, 0xAD, 0xBE, 0xEF}));
-  Good("version 9.99");
-  EXPECT_EQ(near.Exchange({0x40, 0x6F, 0x9A}), (Bytes{0x40, '9', '.', '9', '9'}));
-  EXPECT_EQ(Good("version"), "9.99");
-  // What was written is counted once it is, when it may have been read already.
-  const std::string expected =
-      "requests 1\nanswered 1\nunanswered 0\nbytes in 4\nbytes out 10\nbytes lost 0\n"
-      "unfinished requests 0\nopened 1";
-  const auto end = std::chrono::steady_clock::now() + kLimit;
-  while (Good("counters") != expected && std::chrono::steady_clock::now() < end) {
-    std::this_thread::yield();
+/// A fault is told as it was ordered.
+TEST_F(RackCommands, OrderEachKindOfFault) {
+  Lines orders{"no-answer",  "late 5",     "cut 2",    "split 5",   "trailing AA", "leading AA BB",
+               "garbage AA", "address FF", "error 77", "length 55", "duplicate"};
+  for (const LENGTH_WORD& row : kLengthWords)
+    orders.push_back(std::string("length ") + row.keyword);
+  for (const ERROR_CODE& row : kErrorCodes)
+    orders.push_back(std::string("error ") + row.keyword);
+  std::set<FAULT_KIND> kinds;
+  for (const std::string& order : orders) {
+    std::string typed = order == "leading AA BB" ? "leading \"AA BB\"" : order;
+    EXPECT_TRUE(Said("fault " + typed).ends_with(": " + order + " once")) << order;
+    kinds.insert(simulation.Adapter().Faults().List().back().fault.kind);
   }
-  EXPECT_EQ(Good("counters"), expected);
-  EXPECT_FALSE(simulation.Quitting());
-  Good("quit");
-  EXPECT_TRUE(simulation.Quitting());
+  EXPECT_EQ(kinds.size(), std::size(kFaultTypes));
+  for (const FAULT_TYPE& row : kFaultTypes) {
+    const std::string order = std::string("fault ") + row.keyword;
+    if (row.argument != FAULT_ARGUMENT::kNone)
+      Converse({{order, "error: " + order + " needs " + row.usage}});
+  }
+  for (const REQUEST_CODE& row : kRequestCodes)
+    EXPECT_TRUE(Said(std::string("fault no-answer code ") + row.keyword)
+                    .ends_with("code " + ToHex(row.code) + " once"));
+}
+
+TEST_F(RackCommands, UnplugReplugAndAddAdapters) {
+  Converse({
+      {"unplug", "OK"},
+      {"unplug", "error: the adapter is not plugged in"},
+      {"send 00", "error: the adapter is not plugged in"},
+      {"replug 4", "OK"},
+      {"unplug", "OK"},
+      {"replug", "OK"},
+      {"replug 4", "error: plugged in already as " + Link(4)},
+      {"adapter 1 silent", "OK"},
+      {"adapter 4 silent", "error: cannot make " + Link(4) + ": File exists (take another number)"},
+      {"adapter 1 loud", "error: a second adapter is silent, chatter or off"},
+      {"adapter 1 chatter", "OK"},
+  });
+  NEAR_END near(Link(1));
+  const Bytes chatter = near.Read(100);
+  EXPECT_GT(std::set<std::uint8_t>(chatter.begin(), chatter.end()).size(), 10U);
+  Converse({{"adapter 1 off", "OK"},
+            {"adapter 1 off", "error: there is no silent or chattering adapter 1"}});
+  EXPECT_TRUE(near.WaitForHangUp());
+  EXPECT_EQ(Events(), (Lines{"adapter " + Link(0) + " unplugged", "adapter " + Link(4) + " ready",
+                             "adapter " + Link(4) + " unplugged", "adapter " + Link(4) + " ready",
+                             "adapter " + Link(1) + " ready", "adapter " + Link(1) + " opened",
+                             "adapter " + Link(1) + " unplugged"}));
+}
+
+TEST_F(RackCommands, SendAndCount) {
+  NEAR_END near(Link(0));
+  Said("send DE AD BE EF");
+  EXPECT_EQ(near.Read(4), (Bytes{0xDE, 0xAD, 0xBE, 0xEF}));
+  EXPECT_EQ(near.Ask("40 6F 9A"), "40 32 2E 30 34");
+  // What was written is counted once it is, when it may have been read already.
+  EXPECT_TRUE(support::WaitUntil([this] {
+    return Said("counters") ==
+           "requests 1\nanswered 1\nunanswered 0\nbytes in 4\nbytes out 10\nbytes lost 0\n"
+           "unfinished requests 0\nopened 1";
+  }));
 }
 
 TEST_F(RackCommands, AnyBytesAsACommandDoNoHarm) {
@@ -341,38 +290,29 @@ TEST_F(RackCommands, AnyBytesAsACommandDoNoHarm) {
     }
     static_cast<void>(Execute(simulation, line));
   }
-  EXPECT_EQ(Good("list").empty(), false);
+  EXPECT_FALSE(Said("list").empty());
 }
 
-TEST_F(RackCommands, ThePictureShowsEachCard) {
-  Good("speed 0 0");
-  Ask({0x10, 5, 2, 0xFF, 0xFB});
-  Ask({0x10, 1, 4, 0x7F, 0x00, 0x81, 0x00});
-  Ask({0x10, 0, 6, 0x00, 0xFF, 0x80, 0x80, 0x80, 0x80});
-  Ask({0x10, 0xE, 1, 0});
-  Ask({0x10, 0xE, 0x13, 9,   3,   1,   'T', 'a', 'i', 'l', ' ',
-       'o',  'f', ' ',  't', 'h', 'e', ' ', 'c', 'a', 't', 0});
-  Ask({0x10, 9, 3, 2, 0x43, 0x4F});
-  Good("press 3.6 8.12");
-  Good("turn 8 3");
-  Good("set F.0 FF");
-  Good("set F.4 40");
-  EXPECT_EQ(Picture(simulation, kAsciiGlyphs),
-            (Lines{Link(0) + "   0 requests",
-                   "0 servo        0 |--------- 00   1 ---------| FF   2 -----|---- 80",
-                   "               3 -----|---- 80   4 -----|---- 80   5 -----|---- 80",
-                   "1 motor        0 ---------| +100%   1 -----|----   +0%   2 |--------- -100%",
-                   "3 digital-in   keys   0. 1. 2. 3. 4. 5. 6* 7.   8. 9. 10. 11. 12. 13. 14. 15.",
-                   "5 digital-out  lamps  0. 1. 2. 3. 4. 5. 6. 7.   8. 9. 10* 11. 12. 13. 14. 15.",
-                   "8 keys         key 12   encoder 3", "9 ir           sent 43 4F",
-                   "E lcd          +--------------------+  light on",
-                   "               |                    |", "               |   Tail of the cat  |",
-                   "               |                    |", "               |                    |",
-                   "               +--------------------+",
-                   "F analogue     0 ########## FF   1 ---------- 00   2 ---------- 00",
-                   "               3 ---------- 00   4 ###------- 40   5 ---------- 00"}));
-  Good("unplug");
-  Good("fault no-answer");
+/// The documents show all types of cards.
+TEST_F(RackCommands, ThePictureHasAHeadAndKnowsItsEdges) {
+  for (int address = 0; address < kSlots; ++address)
+    simulation.Rack().Remove(address);
+  for (const char* command : {"plug 1 motor", "plug 8 keys", "plug 9 ir", "plug A FF", "press 8.12",
+                              "plug C analogue", "set C.0 FF"})
+    Said(command);
+  Response("> 10 01 04 7F 00 81 00");
+  Response("> 10 09 18 17 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16 17 18 19 20 21 22 23");
+  EXPECT_EQ(
+      Picture(simulation, kAsciiGlyphs),
+      (Lines{Link(0) + "   0 requests",
+             "1 motor        0 ---------| +100%   1 -----|----   +0%   2 |--------- -100%",
+             "8 keys         key 12   encoder 0",
+             "9 ir           sent 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16 17 18 19 ...",
+             "A type 255     no picture",
+             "C analogue     0 ########## FF   1 ---------- 00   2 ---------- 00",
+             "               3 ---------- 00   4 ---------- 00   5 ---------- 00"}));
+  Said("unplug");
+  Said("fault no-answer");
   EXPECT_EQ(Picture(simulation, kUtf8Glyphs)[0],
             "adapter unplugged   0 requests   1 faults in force");
 }

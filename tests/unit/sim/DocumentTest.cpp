@@ -84,7 +84,7 @@ void ReplaceAll(std::string& text, const std::string& from, const std::string& t
 }
 
 TEST(SimulatorDocument, ItsRackExamplesAndPicturesAreTrue) {
-  const TEMPORARY_FOLDER folder;
+  const unit::FOLDER folder;
   SIMULATION simulation({.devDir = folder.Path()});
   ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
   ASSERT_TRUE(simulation.Plug(0));
@@ -118,7 +118,7 @@ TEST(SimulatorDocument, ItsRackExamplesAndPicturesAreTrue) {
 /// What the README's picture shows: the frames that vorn makes of the IO commands above it, and
 /// what was typed.
 TEST(Readme, ShowsThePictureAsTheRackDrawsIt) {
-  const TEMPORARY_FOLDER folder;
+  const unit::FOLDER folder;
   SIMULATION simulation({.devDir = folder.Path()});
   ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
   ASSERT_TRUE(simulation.Plug(0));
@@ -149,7 +149,7 @@ TEST(Readme, ShowsThePictureAsTheRackDrawsIt) {
 }
 
 TEST(SimulatorDocument, ItsShellExamplesAreTrue) {
-  const TEMPORARY_FOLDER folder;
+  const unit::FOLDER folder;
   std::vector<EXAMPLE> examples;
   for (const BLOCK& block : Blocks(ReadSource("docs/simulator.md"))) {
     if (block.kind == "console") {
@@ -193,7 +193,7 @@ TEST(SimulatorManual, KnowsEachCommandAndEachOption) {
                                : std::string(".BI ") + row.word + " \" " + row.arguments + "\"\n";
     EXPECT_NE(manual.find(heading), std::string::npos) << heading;
   }
-  const TEMPORARY_FOLDER folder;
+  const unit::FOLDER folder;
   const std::string command = std::string(VORNSIM_PROGRAM) + " --help > " + folder.File("help");
   ASSERT_EQ(std::system(command.c_str()), 0);  // NOLINT(concurrency-mt-unsafe)
   std::string help;
@@ -212,7 +212,7 @@ TEST(SimulatorManual, KnowsEachCommandAndEachOption) {
 class Scenarios : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(Scenarios, AreRightFromTheFirstCommandToTheLast) {
-  const TEMPORARY_FOLDER folder;
+  const unit::FOLDER folder;
   SIMULATION simulation({.devDir = folder.Path()});
   ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
   ASSERT_TRUE(simulation.Plug(0));

@@ -5,49 +5,38 @@
 namespace sim {
 namespace {
 
-std::vector<Bytes> Feed(FRAME_READER& reader, const Bytes& bytes) {
-  return reader.Feed(bytes.data(), bytes.size());
+/// The frames that reads of the pieces ("03 20|03 02") give, with '|' where one ends, and behind a
+/// '+' what is unfinished.
+std::string Frames(const std::string& pieces) {
+  FRAME_READER reader;
+  std::string text;
+  std::size_t at = 0;
+  while (at <= pieces.size()) {
+    const std::size_t end = std::min(pieces.find('|', at), pieces.size());
+    const Bytes piece = FromHex(pieces.substr(at, end - at)).value();
+    for (const Bytes& frame : reader.Feed(piece.data(), piece.size()))
+      text += ToHex(frame) + "|";
+    at = end + 1;
+  }
+  return reader.Waiting() > 0 ? text + "+" + ToHex(reader.Drop()) : text;
 }
 
-TEST(FrameReader, CutsTwoFramesOfOneRead) {
-  FRAME_READER reader;
-  EXPECT_EQ(Feed(reader, {0x01, 0x30, 0x03, 0x20, 0x03, 0x02}),
-            (std::vector<Bytes>{{0x01, 0x30}, {0x03, 0x20, 0x03, 0x02}}));
-  EXPECT_EQ(reader.Waiting(), 0U);
+TEST(FrameReader, CutsFramesWhateverPiecesTheyComeIn) {
+  EXPECT_EQ(Frames("01 30 03 20 03 02"), "01 30|03 20 03 02|");
+  EXPECT_EQ(Frames("03|20|03|02"), "03 20 03 02|");
+  EXPECT_EQ(Frames("01 30 03 40|6F 9A"), "01 30|03 40 6F 9A|");
+  EXPECT_EQ(Frames("00 01 30"), "00|01 30|");
+  EXPECT_EQ(Frames("05 10 05"), "+05 10 05");
+  const std::string longest = ToHex(Bytes(256, 0xFF));
+  EXPECT_EQ(Frames(longest), longest + "|");
 }
 
-TEST(FrameReader, JoinsAFrameThatComesInSingleBytes) {
+TEST(FrameReader, BeginsAnewAfterADrop) {
   FRAME_READER reader;
-  EXPECT_TRUE(Feed(reader, {0x03}).empty());
-  EXPECT_TRUE(Feed(reader, {0x20}).empty());
-  EXPECT_TRUE(Feed(reader, {0x03}).empty());
-  EXPECT_EQ(Feed(reader, {0x02}), (std::vector<Bytes>{{0x03, 0x20, 0x03, 0x02}}));
-}
-
-TEST(FrameReader, KeepsTheBeginningOfTheNextFrame) {
-  FRAME_READER reader;
-  EXPECT_EQ(Feed(reader, {0x01, 0x30, 0x03, 0x40}), (std::vector<Bytes>{{0x01, 0x30}}));
-  EXPECT_EQ(reader.Waiting(), 2U);
-  EXPECT_EQ(Feed(reader, {0x6F, 0x9A}), (std::vector<Bytes>{{0x03, 0x40, 0x6F, 0x9A}}));
-}
-
-TEST(FrameReader, TakesALengthOfZeroAsAFrameOfItsOwn) {
-  FRAME_READER reader;
-  EXPECT_EQ(Feed(reader, {0x00, 0x01, 0x30}), (std::vector<Bytes>{{0x00}, {0x01, 0x30}}));
-}
-
-TEST(FrameReader, TakesTheLongestFrame) {
-  FRAME_READER reader;
-  Bytes frame(256, 0x55);
-  frame[0] = 0xFF;
-  EXPECT_EQ(Feed(reader, frame), std::vector<Bytes>{frame});
-}
-
-TEST(FrameReader, DropsWhatIsUnfinished) {
-  FRAME_READER reader;
-  Feed(reader, {0x05, 0x10, 0x05});
-  EXPECT_EQ(reader.Drop(), (Bytes{0x05, 0x10, 0x05}));
-  EXPECT_EQ(Feed(reader, {0x01, 0x30}), (std::vector<Bytes>{{0x01, 0x30}}));
+  const Bytes identify{0x01, 0x30};
+  EXPECT_TRUE(reader.Feed(identify.data(), 1).empty());
+  reader.Drop();
+  EXPECT_EQ(reader.Feed(identify.data(), 2), std::vector<Bytes>{identify});
 }
 
 }  // namespace

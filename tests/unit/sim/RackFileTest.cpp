@@ -12,14 +12,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-std::string ErrorOf(const std::string& text) {
-  support::RACK rack;
-  const RESULT result = LoadRack(text, "my.xml", rack);
-  EXPECT_FALSE(result.ok) << text;
-  EXPECT_EQ(rack.Answer({0x30}), (Bytes{0x31, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-  return result.text;
-}
-
 TEST(RackFile, TheBuiltInOneIsTheDefaultRack) {
   RACK fromText;
   support::RACK built;
@@ -59,43 +51,47 @@ TEST(RackFile, SetsNamesInputsParametersSpeedAndDisplay) {
 }
 
 TEST(RackFile, NamesLineColumnAndWhatWasExpected) {
-  EXPECT_EQ(ErrorOf("<Rack>\n  <Card address=\"0\" type=\"servo\">\n</Rack>"),
-            "my.xml:3:3: Start-end tags mismatch");
-  EXPECT_EQ(ErrorOf("<Shelf/>"), "my.xml:1:1: expected the element Rack, found 'Shelf'");
-  EXPECT_EQ(ErrorOf("<Rack>\n  <Kard/>\n</Rack>"),
-            "my.xml:2:3: expected an element Card, found 'Kard'");
-  EXPECT_EQ(ErrorOf("<Rack>\n  <Card type=\"servo\"/>\n</Rack>"),
-            "my.xml:2:3: Card needs the attribute address");
-  EXPECT_EQ(ErrorOf("<Rack>\n <Card address=\"0\" type=\"servo\" colour=\"red\"/></Rack>"),
-            "my.xml:2:2: Card has no attribute 'colour'; expected address, type, name, speed");
-  EXPECT_EQ(ErrorOf("<Rack><Card address=\"G\" type=\"servo\"/></Rack>"),
-            "my.xml:1:7: address: 'G' is no card address (0 to F)");
-  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"robot\"/></Rack>"),
-            "my.xml:1:7: type: 'robot' is no card type (digital-out, digital-in, servo, motor, "
-            "analogue, keys, lcd, ir, or a type code 01 to FF)");
-  EXPECT_EQ(
-      ErrorOf("<Rack><Card address=\"0\" type=\"ir\"/>\n<Card address=\"0\" type=\"ir\"/></Rack>"),
-      "my.xml:2:1: there is a card at address 0 already");
-  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"ir\" speed=\"1\"/></Rack>"),
-            "my.xml:1:7: card 0 (ir) has no servos");
-  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"ir\">\n<Display columns=\"1\" rows=\"1\"/>"
-                    "</Card></Rack>"),
-            "my.xml:2:1: only an lcd card has a Display");
-  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"servo\">\n <Parameter name=\"endA\" "
-                    "value=\"1FF\"/></Card></Rack>"),
-            "my.xml:2:2: value: '1FF' is no value (00 to FF)");
-  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"motor\">\n <Parameter name=\"silent\" "
-                    "value=\"21\"/></Card></Rack>"),
-            "my.xml:2:2: silent is 00 to 20");
-  EXPECT_EQ(ErrorOf("<Rack><Card address=\"0\" type=\"servo\"><Knob/></Card></Rack>"),
-            "my.xml:1:38: expected an element Parameter, Input or Display, found 'Knob'");
-  EXPECT_NE(ErrorOf("<Rack><Card address=\"0\" type=\"ir\">text</Card></Rack>").find("found text"),
-            std::string::npos);
-  EXPECT_NE(ErrorOf("").find("my.xml:1:1: "), std::string::npos);
+  const struct {
+    std::string text;
+    std::string error;
+  } kWrong[] = {
+      {"<Rack>\n  <Card address='0' type='servo'>\n</Rack>", "3:3: Start-end tags mismatch"},
+      {"<Shelf/>", "1:1: expected the element Rack, found 'Shelf'"},
+      {"<Rack>\n  <Kard/>\n</Rack>", "2:3: expected an element Card, found 'Kard'"},
+      {"<Rack>text</Rack>", "1:7: expected an element Card, found text"},
+      {"<Rack>\n  <Card type='servo'/>\n</Rack>", "2:3: Card needs the attribute address"},
+      {"<Rack>\n <Card address='0' type='servo' colour='red'/></Rack>",
+       "2:2: Card has no attribute 'colour'; expected address, type, name, speed"},
+      {"<Rack><Card address='G' type='servo'/></Rack>",
+       "1:7: address: 'G' is no card address (0 to F)"},
+      {"<Rack><Card address='0' type='robot'/></Rack>",
+       "1:7: type: 'robot' is no card type (digital-out, digital-in, servo, motor, analogue, keys, "
+       "lcd, ir, or a type code 01 to FF)"},
+      {"<Rack><Card address='0' type='ir'/>\n<Card address='0' type='ir'/></Rack>",
+       "2:1: there is a card at address 0 already"},
+      {"<Rack><Card address='0' type='ir' speed='1'/></Rack>", "1:7: card 0 (ir) has no servos"},
+      {"<Rack><Card address='0' type='ir'>\n<Display columns='1' rows='1'/></Card></Rack>",
+       "2:1: only an lcd card has a Display"},
+      {"<Rack><Card address='0' type='servo'>\n <Parameter name='endA' value='1FF'/></Card></Rack>",
+       "2:2: value: '1FF' is no value (00 to FF)"},
+      {"<Rack><Card address='0' type='motor'>\n <Parameter name='silent' "
+       "value='21'/></Card></Rack>",
+       "2:2: silent is 00 to 20"},
+      {"<Rack><Card address='0' type='servo'><Knob/></Card></Rack>",
+       "1:38: expected an element Parameter, Input or Display, found 'Knob'"},
+      {"<Rack><Card address='0' type='ir'>text</Card></Rack>",
+       "1:35: expected an element Parameter, Input or Display, found text"},
+      {"", "1:1: No document element found"},
+  };
+  for (const auto& wrong : kWrong) {
+    RACK rack;
+    EXPECT_EQ(LoadRack(wrong.text, "my.xml", rack).text, "my.xml:" + wrong.error);
+    EXPECT_EQ(ShowJson(rack), "[]");
+  }
 }
 
 TEST(RackFile, ThatCannotBeReadIsNamed) {
-  const TEMPORARY_FOLDER folder;
+  const unit::FOLDER folder;
   support::RACK rack;
   EXPECT_EQ(LoadRackFile(folder.File("none.xml"), rack).text,
             "cannot read " + folder.File("none.xml") + ": No such file or directory");
@@ -118,28 +114,19 @@ TEST(Scenario, RunsItsStepsAtTheirTimes) {
   EXPECT_EQ(scenario.Next(), std::nullopt);
 }
 
-TEST(Scenario, IsCheckedBeforeItRuns) {
-  const auto errorOf = [](const std::string& text) { return SCENARIO().Parse(text, "s.txt").text; };
-  EXPECT_EQ(errorOf("at 1 list\npress 3.6"),
-            "s.txt:2: expected at SECONDS or after SECONDS, found 'press'");
-  EXPECT_EQ(errorOf("at noon press 3.6"),
-            "s.txt:1: 'noon' is no number of seconds (0 to 1000000, a fraction allowed)");
-  EXPECT_EQ(errorOf("at 1"), "s.txt:1: expected a command");
-  EXPECT_EQ(errorOf("at 1 bogus"), "s.txt:1: there is no command 'bogus'; 'help' lists them");
-  EXPECT_EQ(errorOf("at 1 press"), "s.txt:1: usage: press A.K ...");
-}
-
 TEST(Scenario, HasAnErrorForEachLineThatIsWrongAndThenNoStep) {
   SCENARIO scenario;
-  EXPECT_EQ(scenario
-                .Parse("# four of six\nat 1 list\npress 3.6\n\nat noon press 3.6\nafter 1 list\n"
-                       "after 1\nat 2 bogus",
-                       "s.txt")
-                .text,
+  const RESULT result = scenario.Parse(
+      "# six of eight\nat 1 list\npress 3.6\n\nat noon press 3.6\nafter 1 list\nafter 1\n"
+      "at 2 bogus\nat 1 press\nlater list",
+      "s.txt");
+  EXPECT_EQ(result.text,
             "s.txt:3: expected at SECONDS or after SECONDS, found 'press'\n"
             "s.txt:5: 'noon' is no number of seconds (0 to 1000000, a fraction allowed)\n"
             "s.txt:7: expected a command\n"
-            "s.txt:8: there is no command 'bogus'; 'help' lists them");
+            "s.txt:8: there is no command 'bogus'; 'help' lists them\n"
+            "s.txt:9: usage: press A.K ...\n"
+            "s.txt:10: expected at SECONDS or after SECONDS, found 'later'");
   EXPECT_EQ(scenario.Next(), std::nullopt);
 }
 

@@ -3,10 +3,10 @@
 #include "sim/line/Descriptor.h"
 #include "tests/support/sim/Adapter.h"
 #include "tests/support/sim/Rack.h"
+#include "tests/support/unit/Folder.h"
 
 #include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -22,26 +22,6 @@ inline std::string Ask(RACK& rack, const std::string& request) {
   const std::optional<Bytes> answer = rack.Answer(FromHex(request).value());
   return answer ? ToHex(*answer) : "silence";
 }
-
-/// A folder of the test's own, removed with all in it.
-class TEMPORARY_FOLDER {
- public:
-  TEMPORARY_FOLDER() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "vornsim-test-XXXXXX").string();
-    m_path = ::mkdtemp(pattern.data());
-  }
-  ~TEMPORARY_FOLDER() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-  TEMPORARY_FOLDER(const TEMPORARY_FOLDER&) = delete;
-  TEMPORARY_FOLDER& operator=(const TEMPORARY_FOLDER&) = delete;
-  const std::string& Path() const { return m_path; }
-  std::string File(const std::string& name) const { return m_path + "/" + name; }
-
- private:
-  std::string m_path;
-};
 
 /// The near end of the line, as a program that is not the daemon opens it: bytes out, bytes in.
 class NEAR_END {
@@ -71,12 +51,12 @@ class NEAR_END {
     return bytes;
   }
 
-  /// A request body out, a reply body in (its length byte taken from the line).
-  Bytes Exchange(const Bytes& body) {
-    if (!Write(Frame(body)))
-      return {};
+  /// A request body out, a reply body in, as "20 03 02"; the length byte is taken from the line.
+  std::string Ask(const std::string& body) {
+    if (!Write(Frame(FromHex(body).value())))
+      return "not written";
     const Bytes length = Read(1);
-    return length.empty() ? Bytes{} : Read(length[0]);
+    return length.empty() ? "silence" : ToHex(Read(length[0]));
   }
 
   /// Something to read, or a hang-up, comes before the deadline.

@@ -41,31 +41,44 @@ TEST(Trace, NamesTheLineOfAnError) {
   EXPECT_FALSE(ParseTrace("nan > 01", read));
 }
 
-TEST(Trace, DescribesEachRequest) {
-  EXPECT_EQ(DescribeRequest({0x01, 0x30}), "identify");
-  EXPECT_EQ(DescribeRequest({0x03, 0x40, 0x6F, 0x9A}), "handshake");
-  EXPECT_EQ(DescribeRequest({0x03, 0x40, 0x6F, 0x00}), "wrong handshake");
-  EXPECT_EQ(DescribeRequest({0x03, 0x20, 0x0F, 0x06}), "poll card F, 6 bytes");
-  EXPECT_EQ(DescribeRequest({0x05, 0x10, 0x05, 0x02, 0xFF, 0xFB}), "output to card 5: FF FB");
-  EXPECT_EQ(DescribeRequest({0x04, 0x50, 0x05, 0x01, 0xAB}), "reboot card 5");
-  EXPECT_EQ(DescribeRequest({0x04, 0x50, 0x00, 0x01, 0x74}), "action 74 of card 0");
-  EXPECT_EQ(DescribeRequest({0x05, 0x50, 0x02, 0x01, 0xD3, 0x7F}),
-            "write parameter D3 of card 2: 7F");
-  EXPECT_EQ(DescribeRequest({0x04, 0x50, 0x06, 0x40, 0x02}), "read parameter 02 of card 6");
-  EXPECT_EQ(DescribeRequest({0x05, 0x20, 0x03}), "poll card 3, ? bytes (3 bytes missing)");
-  EXPECT_EQ(DescribeRequest({0x00}), "empty frame");
-  EXPECT_EQ(DescribeRequest({}), "nothing");
-}
-
-TEST(Trace, DescribesEachAnswer) {
-  EXPECT_EQ(DescribeAnswer({0x05, 0x40, '2', '.', '0', '4'}), "controller version '2.04'");
-  EXPECT_EQ(DescribeAnswer({0x04, 0x21, 0x03, 0x40, 0x00}), "card 3 input 40 00");
-  EXPECT_EQ(DescribeAnswer({0x04, 0x51, 0x06, 0x02, 0x01}), "card 6 parameter 02 01");
-  EXPECT_EQ(DescribeAnswer({0x02, 0x41, 0x05}), "card 5 done");
-  EXPECT_EQ(DescribeAnswer({0x02, 'C', 0x05}), "error no-card");
-  EXPECT_EQ(DescribeAnswer({0x04, 0x21, 0x03, 0x40, 0x00, 0xAA}),
-            "card 3 input 40 00 AA (1 bytes too many)");
-  EXPECT_EQ(DescribeAnswer({0x55}), "single byte");
+TEST(Trace, DescribesWhatCrossesTheLine) {
+  const std::pair<const char*, const char*> kRequests[] = {
+      {"01 30", "identify"},
+      {"03 40 6F 9A", "handshake"},
+      {"03 40 6F 00", "wrong handshake"},
+      {"03 20 0F 06", "poll card F, 6 bytes"},
+      {"05 20 03", "poll card 3, ? bytes (3 bytes missing)"},
+      {"05 10 05 02 FF FB", "output to card 5: FF FB"},
+      {"02 10 10", "output to card 10: nothing"},
+      {"04 50 05 01 AB", "reboot card 5"},
+      {"04 50 00 01 74", "action 74 of card 0"},
+      {"05 50 02 01 D3 7F", "write parameter D3 of card 2: 7F"},
+      {"04 50 06 40 02", "read parameter 02 of card 6"},
+      {"04 50 06 02 02", "unknown parameter request 02 02 to card 6"},
+      {"03 50 06 01", "parameter request to card 6, unfinished"},
+      {"02 77 00", "unknown request"},
+      {"01 20", "unknown request"},
+      {"05", "beginning of a request"},
+      {"00", "empty frame"},
+      {"", "nothing"},
+  };
+  const std::pair<const char*, const char*> kAnswers[] = {
+      {"05 40 32 2E 30 01", "controller version '2.0?'"},
+      {"04 31 05 06 00", "cards 05 06 00"},
+      {"04 21 03 40 00", "card 3 input 40 00"},
+      {"04 21 03 40 00 AA", "card 3 input 40 00 AA (1 bytes too many)"},
+      {"04 51 06 02 01", "card 6 parameter 02 01"},
+      {"02 41 05", "card 5 done"},
+      {"02 43 05", "error no-card"},
+      {"02 77 05", "unknown answer"},
+      {"01 21", "unknown answer"},
+      {"55", "single byte"},
+      {"", "nothing"},
+  };
+  for (const auto& [frame, meaning] : kRequests)
+    EXPECT_EQ(DescribeRequest(FromHex(frame).value()), meaning);
+  for (const auto& [frame, meaning] : kAnswers)
+    EXPECT_EQ(DescribeAnswer(FromHex(frame).value()), meaning);
 }
 
 TEST(Trace, DescribesAnyBytesWithoutHarm) {
@@ -96,7 +109,7 @@ class Replay : public ::testing::Test {
   }
   ~Replay() override { adapter.SetReplyHook(nullptr); }
 
-  TEMPORARY_FOLDER folder;
+  unit::FOLDER folder;
   std::vector<std::string> said;
   REPLAY replay;
   support::ADAPTER adapter;
