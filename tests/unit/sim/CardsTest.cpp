@@ -2,20 +2,32 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
+#include <map>
 #include <set>
+#include <sstream>
 
 namespace sim {
 namespace {
 
-using namespace std::chrono_literals;
-
-using Lines = std::vector<std::string>;
-
-/// A request body and the answer to it.
-struct EXCHANGE {
-  std::string request;
-  std::string answer;
+/// A field's value in words; a list of texts has commas.
+struct IN_WORDS {
+  std::string operator()(const std::string& value) const { return value; }
+  std::string operator()(const Bytes& value) const { return ToHex(value); }
+  std::string operator()(std::uint8_t value) const { return ToHex(value); }
+  template <class ITEM>
+  std::string operator()(const std::vector<ITEM>& values) const {
+    const std::string between = std::is_same_v<ITEM, std::string> ? ", " : " ";
+    std::string text;
+    for (const ITEM& value : values)
+      text += between + (*this)(value);
+    return text.substr(std::min(between.size(), text.size()));
+  }
+  template <class NUMBER>
+  std::string operator()(NUMBER value) const {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+  }
 };
 
 /// The default rack with a clock that goes only when told to.
@@ -23,32 +35,85 @@ class Cards : public ::testing::Test {
  protected:
   Cards() : rack([this] { return now; }) {
     rack.PopulateDefault();
-    rack.SetListener([this](const std::string& line) { lines.push_back(line); });
+    rack.SetListener(
+        [this](const std::string& line) { events.push_back(line.substr(sizeof "card")); });
   }
 
   std::string Ask(const std::string& request) { return sim::Ask(rack, request); }
-  void Converse(const std::vector<EXCHANGE>& exchanges) {
-    for (const EXCHANGE& each : exchanges)
-      EXPECT_EQ(Ask(each.request), each.answer) << each.request;
+
+  /// "20 03 02" asks on the bus, "wait 250" lets milliseconds pass, "events" are those since the
+  /// last time, and all else names an action, a card, and numbers: "press 3 6", "see 3 pressed".
+  std::string Do(const std::string& what) {
+    std::istringstream words(what);
+    std::string verb;
+    words >> verb;
+    if (verb.size() == 2)
+      return Ask(what);
+    if (verb == "events")
+      return IN_WORDS()(std::exchange(events, {}));
+    std::string first;
+    words >> first;
+    if (verb == "wait") {
+      now += std::chrono::milliseconds(std::stoi(first));
+      return rack.Advance() ? "moving" : "";
+    }
+    std::string text = "no card";
+    std::string name;
+    std::array<int, 3> n{};
+    if (verb == "see" || verb == "preset")
+      words >> name;
+    for (int& number : n)
+      words >> number;
+    rack.WithCard(std::stoi(first, nullptr, 16), [&](CARD& card) {
+      text = verb == "see" ? See(card, name) : Act(card, verb, name, n);
+    });
+    return text;
   }
-  /// Does something at a card as a person would.
-  RESULT Operate(int address, const std::function<RESULT(CARD&)>& action) {
-    RESULT result;
-    EXPECT_TRUE(rack.WithCard(address, [&](CARD& card) { result = action(card); }));
-    return result;
+  static std::string See(const CARD& card, std::string name) {
+    std::replace(name.begin(), name.end(), '_', ' ');
+    for (const FIELD& field : card.Show()) {
+      if (field.name == name)
+        return std::visit(IN_WORDS(), field.value);
+    }
+    return "shows nothing of that name";
   }
-  double Position(std::size_t servo) {
-    return rack.Field<std::vector<double>>(0, "positions").at(servo);
+  static std::string Act(CARD& card, const std::string& verb, const std::string& name,
+                         const std::array<int, 3>& n) {
+    const std::map<std::string, std::function<RESULT()>> kActions{
+        {"press", [&] { return card.Press(n[0]); }},
+        {"release", [&] { return card.Release(n[0]); }},
+        {"turn", [&] { return card.Turn(n[0]); }},
+        {"set", [&] { return card.Set(n[0], n[1]); }},
+        {"ramp", [&] { return card.Ramp(n[0], n[1], std::chrono::milliseconds(n[2])); }},
+        {"noise", [&] { return card.SetNoise(n[0], n[1]); }},
+        {"speed", [&] { return card.SetSpeed(n[0]); }},
+        {"resize", [&] { return card.Resize(n[0], n[1]); }},
+        {"preset", [&] { return card.PresetParameter(name, n[0], n[1]); }},
+    };
+    return kActions.at(verb)().text;
   }
-  std::vector<int> Percents() { return rack.Field<std::vector<int>>(1, "percent"); }
-  Lines TakeLines() { return std::exchange(lines, {}); }
+  /// Lines of steps with '|' between, and behind "->" what comes of one; nothing: nothing.
+  void Converse(const std::string& steps) {
+    std::istringstream lines(steps);
+    for (std::string line; std::getline(lines, line);) {
+      std::istringstream parts(line);
+      for (std::string part; std::getline(parts, part, '|');) {
+        const std::size_t arrow = std::min(part.find("->"), part.size());
+        const std::string what = Trimmed(part.substr(0, arrow));
+        const std::string comes = Trimmed(part.substr(std::min(arrow + 2, part.size())));
+        EXPECT_EQ(what.empty() ? "" : Trimmed(Do(what)), comes) << what;
+      }
+    }
+  }
+  static std::string Trimmed(const std::string& text) {
+    const std::size_t begin = std::min(text.find_first_not_of(' '), text.size());
+    return text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
+  }
 
   TIME now{};
   support::RACK rack;
-  Lines lines;
+  std::vector<std::string> events;
 };
-
-// --- what all have in common --------------------------------------------------------------------
 
 TEST_F(Cards, EachTypeOfTheTableIsMadeAndFoundAndShowsItself) {
   for (const CARD_TYPE& row : kCardTypes) {
@@ -134,201 +199,116 @@ TEST_F(Cards, EachActionOfTheTableIsAcknowledgedByItsTypeAndRefusedByOthers) {
   }
 }
 
-TEST_F(Cards, PresetsAreCheckedAgainstTheTable) {
-  const auto preset = [this](const char* name, int channel, int value) {
-    return Operate(0, [=](CARD& card) { return card.PresetParameter(name, channel, value); }).text;
-  };
-  EXPECT_EQ(preset("endA", 5, 0x20), "");
-  EXPECT_EQ(Ask("50 00 40 26"), "51 00 26 20");
-  EXPECT_EQ(preset("mask", 0, 1),
-            "a servo card has no parameter 'mask'; it has endA, endB, position");
-  EXPECT_EQ(preset("endA", 6, 1), "card 0 has no channel 6; 0 to 5 are there");
-  EXPECT_EQ(preset("endA", 0, 256), "endA is 00 to FF");
+TEST_F(Cards, WhatATypeOrANumberDoesNotHaveIsRefused) {
+  Converse(R"(
+      press 5 0 -> card 5 (digital-out) has no keys
+      release 5 0 -> card 5 (digital-out) has no keys
+      press 3 16 -> card 3 has no key 16; 0 to 15 are there
+      press 3 -1 -> card 3 has no key -1; 0 to 15 are there
+      press 8 0 -> a key code is 1 to 7F (hexadecimal)
+      press 8 128 -> a key code is 1 to 7F (hexadecimal)
+      release 8 128 -> a key code is 1 to 7F (hexadecimal)
+      turn 3 1 -> card 3 (digital-in) has no encoder | turn 8 128 -> a turn is -127 to 127 steps
+      turn 8 -128 -> a turn is -127 to 127 steps
+      set 0 0 0 -> card 0 (servo) has no inputs to set
+      set 3 2 0 -> card 3 has no block 2; 0 to 1 are there
+      set 3 0 256 -> a block's value is 00 to FF
+      set F 6 0 -> card F has no pot 6; 0 to 5 are there
+      set F 0 -1 -> a pot's value is 00 to FF | ramp 3 0 0 1 -> card 3 (digital-in) has no pots
+      ramp F 6 0 1 -> card F has no pot 6; 0 to 5 are there
+      ramp F 0 256 1 -> a pot's value is 00 to FF
+      noise 3 0 0 -> card 3 (digital-in) has no pots | noise F 0 256 -> noise is 00 to FF
+      speed 3 1 -> card 3 (digital-in) has no servos
+      speed 0 -1 -> a servo's speed is 0 (at once) to 100000 steps a second
+      resize 0 1 1 -> only an lcd card has a Display
+      resize E 41 2 -> a display has 1 to 40 columns and 1 to 4 rows
+      resize E 16 0 -> a display has 1 to 40 columns and 1 to 4 rows
+      preset 0 mask 0 1 -> a servo card has no parameter 'mask'; it has endA, endB, position
+      preset 0 endA 6 1 -> card 0 has no channel 6; 0 to 5 are there
+      preset 0 endA 0 256 -> endA is 00 to FF | preset 0 endA 5 32 | 50 00 40 26 -> 51 00 26 20
+      events)");
 }
-
-TEST_F(Cards, WhatATypeDoesNotHaveOrANumberThatItDoesNotHaveIsRefused) {
-  using ACT = std::function<RESULT(CARD&)>;
-  const auto press = [](int key) { return [key](CARD& card) { return card.Press(key); }; };
-  const auto set = [](int channel, int value) {
-    return [=](CARD& card) { return card.Set(channel, value); };
-  };
-  const struct {
-    int address;
-    ACT act;
-    const char* why;
-  } kRefusals[] = {
-      {5, press(0), "card 5 (digital-out) has no keys"},
-      {5, [](CARD& card) { return card.Release(0); }, "card 5 (digital-out) has no keys"},
-      {3, press(16), "card 3 has no key 16; 0 to 15 are there"},
-      {3, press(-1), "card 3 has no key -1; 0 to 15 are there"},
-      {8, press(0), "a key code is 1 to 7F (hexadecimal)"},
-      {8, press(0x80), "a key code is 1 to 7F (hexadecimal)"},
-      {8, [](CARD& card) { return card.Release(0x80); }, "a key code is 1 to 7F (hexadecimal)"},
-      {3, [](CARD& card) { return card.Turn(1); }, "card 3 (digital-in) has no encoder"},
-      {8, [](CARD& card) { return card.Turn(128); }, "a turn is -127 to 127 steps"},
-      {8, [](CARD& card) { return card.Turn(-128); }, "a turn is -127 to 127 steps"},
-      {0, set(0, 0), "card 0 (servo) has no inputs to set"},
-      {3, set(2, 0), "card 3 has no block 2; 0 to 1 are there"},
-      {3, set(0, 256), "a block's value is 00 to FF"},
-      {15, set(6, 0), "card F has no pot 6; 0 to 5 are there"},
-      {15, set(0, -1), "a pot's value is 00 to FF"},
-      {3, [](CARD& card) { return card.Ramp(0, 0, 1s); }, "card 3 (digital-in) has no pots"},
-      {15, [](CARD& card) { return card.Ramp(6, 0, 1s); }, "card F has no pot 6; 0 to 5 are there"},
-      {15, [](CARD& card) { return card.Ramp(0, 256, 1s); }, "a pot's value is 00 to FF"},
-      {3, [](CARD& card) { return card.SetNoise(0, 0); }, "card 3 (digital-in) has no pots"},
-      {15, [](CARD& card) { return card.SetNoise(0, 256); }, "noise is 00 to FF"},
-      {3, [](CARD& card) { return card.SetSpeed(1); }, "card 3 (digital-in) has no servos"},
-      {0, [](CARD& card) { return card.SetSpeed(-1); },
-       "a servo's speed is 0 (at once) to 100000 steps a second"},
-      {0, [](CARD& card) { return card.Resize(1, 1); }, "only an lcd card has a Display"},
-      {14, [](CARD& card) { return card.Resize(41, 2); },
-       "a display has 1 to 40 columns and 1 to 4 rows"},
-      {14, [](CARD& card) { return card.Resize(16, 0); },
-       "a display has 1 to 40 columns and 1 to 4 rows"},
-  };
-  for (const auto& each : kRefusals)
-    EXPECT_EQ(Operate(each.address, each.act).text, each.why);
-}
-
-// --- digital ------------------------------------------------------------------------------------
 
 TEST_F(Cards, ADigitalOutputLightsTheLampsWhoseBitIsZeroUntilAReboot) {
-  Converse({{"10 05 02 FE FB", "41 05"}});
-  EXPECT_EQ(rack.Field<std::vector<int>>(5, "lit"), (std::vector<int>{0, 10}));
-  EXPECT_EQ(TakeLines(), (Lines{"card 5 block 0 = FE", "card 5 block 1 = FB"}));
-  Converse({{"50 05 01 AB", "51 05 AB 00"}});
-  EXPECT_TRUE(rack.Field<std::vector<int>>(5, "lit").empty());
+  Converse(R"(
+      10 05 02 FE FB -> 41 05 | see 5 lit -> 0 10
+      events -> 5 block 0 = FE, 5 block 1 = FB | 50 05 01 AB -> 51 05 AB 00 | see 5 lit)");
 }
 
 TEST_F(Cards, APressedKeyIsAOneBitAndABlockIsSetAtOnce) {
-  ASSERT_TRUE(rack.Press(3, 6));
-  ASSERT_TRUE(rack.Press(3, 15));
-  Converse({{"20 03 02", "21 03 40 80"}});
-  EXPECT_EQ(rack.Field<std::vector<int>>(3, "pressed"), (std::vector<int>{6, 15}));
-  ASSERT_TRUE(rack.Release(3, 6));
-  Converse({{"20 03 02", "21 03 00 80"}});
-  ASSERT_TRUE(rack.Set(3, 1, 0xA5));
-  ASSERT_TRUE(rack.Set(3, 1, 0xA5));
-  Converse({{"20 03 02", "21 03 00 A5"}});
-  EXPECT_EQ(TakeLines(), (Lines{"card 3 input block 0 = 40", "card 3 input block 1 = 80",
-                                "card 3 input block 0 = 00", "card 3 input block 1 = A5"}));
+  Converse(R"(
+      press 3 6 | press 3 15 | 20 03 02 -> 21 03 40 80 | see 3 pressed -> 6 15
+      events -> 3 input block 0 = 40, 3 input block 1 = 80 | release 3 6
+      set 3 1 165 | set 3 1 165 | 20 03 02 -> 21 03 00 A5
+      events -> 3 input block 0 = 00, 3 input block 1 = A5)");
 }
 
-// --- servo --------------------------------------------------------------------------------------
-
-TEST_F(Cards, AServoTravelsToItsTargetWithItsSpeed) {
-  ASSERT_TRUE(Operate(0, [](CARD& card) { return card.SetSpeed(100); }));
-  Converse({{"10 00 06 80 80 80 80 B2 80", "41 00"}});
-  EXPECT_EQ(rack.Value(0, 4), 0xB2);
-  EXPECT_DOUBLE_EQ(Position(4), 128);
-  now += 250ms;
-  EXPECT_DOUBLE_EQ(Position(4), 153);
-  EXPECT_TRUE(rack.Advance());
-  now += 250ms;
-  EXPECT_DOUBLE_EQ(Position(4), 178);
-  EXPECT_FALSE(rack.Advance());
-  EXPECT_EQ(TakeLines(), (Lines{"card 0 servo 4 = B2", "card 0 servo 4 reached B2"}));
-}
-
-TEST_F(Cards, AServoTurnsBackOnItsWay) {
-  ASSERT_TRUE(Operate(0, [](CARD& card) { return card.SetSpeed(100); }));
-  Ask("10 00 06 FF 80 80 80 80 80");
-  now += 500ms;
-  Ask("10 00 06 00 80 80 80 80 80");
-  now += 250ms;
-  EXPECT_DOUBLE_EQ(Position(0), 153);
+TEST_F(Cards, AServoTravelsToItsTargetWithItsSpeedAndTurnsBackOnItsWay) {
+  Converse(R"(
+      speed 0 100 | 10 00 06 80 80 80 80 B2 80 -> 41 00 | see 0 targets -> 80 80 80 80 B2 80
+      see 0 positions -> 128 128 128 128 128 128 | wait 250 -> moving
+      see 0 positions -> 128 128 128 128 153 128 | wait 250
+      see 0 positions -> 128 128 128 128 178 128
+      events -> 0 servo 4 = B2, 0 servo 4 reached B2
+      10 00 06 FF 80 80 80 B2 80 -> 41 00 | wait 500 -> moving
+      10 00 06 00 80 80 80 B2 80 -> 41 00 | wait 250 -> moving
+      see 0 positions -> 153 128 128 128 178 128)");
 }
 
 TEST_F(Cards, AServoMovesBetweenItsEndPositions) {
-  ASSERT_TRUE(Operate(0, [](CARD& card) { return card.SetSpeed(0); }));
-  Converse({{"50 00 01 C3 40", "51 00 C3 40"}, {"50 00 01 D3 C0", "51 00 D3 C0"}});
-  EXPECT_EQ(lines[0], "card 0 endA3 = 40");
-  const auto pulse = [this](const std::string& request) {
-    Ask(request);
-    return rack.Field<std::vector<double>>(0, "pulses").at(3);
-  };
-  EXPECT_DOUBLE_EQ(pulse("10 00 06 80 80 80 FF 80 80"), 0xC0);
-  EXPECT_DOUBLE_EQ(pulse("10 00 06 80 80 80 00 80 80"), 0x40);
+  Converse(R"(
+      speed 0 0 | 50 00 01 C3 40 -> 51 00 C3 40 | 50 00 01 D3 C0 -> 51 00 D3 C0
+      events -> 0 endA3 = 40, 0 endB3 = C0 | 10 00 06 80 80 80 FF 80 80 -> 41 00
+      see 0 pulses -> 128 128 128 192 128 128 | 10 00 06 80 80 80 00 80 80 -> 41 00
+      see 0 pulses -> 128 128 128 64 128 128)");
 }
 
 TEST_F(Cards, ServosStoreTheirPositionsAndMoveToThemAlsoAfterAReboot) {
-  const Bytes stored{1, 2, 3, 4, 5, 6};
-  Converse({{"10 00 06 01 02 03 04 05 06", "41 00"}, {"50 00 01 AB", "51 00 AB 00"}});
-  EXPECT_EQ(rack.Field<Bytes>(0, "targets"), Bytes(6, 0x80));
+  Converse(R"(
+      10 00 06 01 02 03 04 05 06 -> 41 00 | 50 00 01 AB -> 51 00 AB 00
+      see 0 targets -> 80 80 80 80 80 80 | 10 00 06 01 02 03 04 05 06 -> 41 00
+      50 00 01 74 -> 51 00 74 00)");
   for (const char* way : {"50 00 01 3F", "50 00 01 AB"}) {
-    Converse({{"10 00 06 01 02 03 04 05 06", "41 00"},
-              {"50 00 01 74", "51 00 74 00"},
-              {"10 00 06 09 09 09 09 09 09", "41 00"}});
-    EXPECT_EQ(rack.Field<Bytes>(0, "targets"), Bytes(6, 9));
+    Ask("10 00 06 09 09 09 09 09 09");
     Ask(way);
-    EXPECT_EQ(rack.Field<Bytes>(0, "targets"), stored) << way;
+    Converse("see 0 targets -> 01 02 03 04 05 06");
   }
 }
-
-// --- motor --------------------------------------------------------------------------------------
 
 TEST_F(Cards, AMotorTurnsAsSpeedSilentRangeAndControlByteSay) {
-  const struct {
-    const char* silent;  // of motor 1
-    const char* speed;
-    const char* control;
-    int percent;
-  } kRows[] = {
-      // signed speeds, which stand inside the range
-      {"01", "7F", "00", 100},
-      {"01", "81", "00", -100},
-      {"01", "80", "00", -100},
-      {"10", "0F", "00", 0},
-      {"10", "10", "00", 12},
-      {"10", "F1", "00", 0},
-      // manual: unsigned, turned by the motor's two bits
-      {"00", "FF", "00", 0},
-      {"00", "FF", "04", 100},
-      {"00", "FF", "08", -100},
-      {"00", "FF", "0C", 0},
-      {"00", "FF", "33", 0},
-      {"00", "80", "04", 50},
-  };
-  for (const auto& row : kRows) {
-    Converse({{std::string("50 01 01 C1 ") + row.silent, std::string("51 01 C1 ") + row.silent},
-              {std::string("10 01 04 00 ") + row.speed + " 00 " + row.control, "41 01"}});
-    EXPECT_EQ(Percents(), (std::vector<int>{0, row.percent, 0})) << row.silent << row.speed;
-  }
+  Converse(R"(
+      10 01 04 7F 81 00 00 -> 41 01 | see 1 percent -> 100 -100 0
+      events -> 1 block 0 = 7F, 1 block 1 = 81, 1 motor 0 at 100%, 1 motor 1 at -100%
+      10 01 04 7F 81 80 00 -> 41 01 | see 1 percent -> 100 -100 -100
+      10 01 04 10 F1 0F 00 -> 41 01 | 50 01 01 C0 10 -> 51 01 C0 10
+      50 01 01 C1 10 -> 51 01 C1 10 | 50 01 01 C2 10 -> 51 01 C2 10 | see 1 percent -> 12 0 0
+      50 01 01 C0 11 -> 51 01 C0 11 | see 1 percent -> 0 0 0 | preset 1 silent 0 0
+      preset 1 silent 1 0 | preset 1 silent 2 0 | 10 01 04 FF FF FF 24 -> 41 01
+      see 1 percent -> 0 100 -100 | 10 01 04 FF FF 80 18 -> 41 01 | see 1 percent -> 0 -100 50
+      10 01 04 FF FF FF 0F -> 41 01 | see 1 percent -> 0 0 0)");
 }
 
-TEST_F(Cards, AMotorReportsItsTurningAlsoWhenTheSilentRangeChangesIt) {
-  Ask("10 01 04 10 00 00 00");
-  Ask("50 01 01 C0 20");
-  EXPECT_EQ(TakeLines(), (Lines{"card 1 block 0 = 10", "card 1 motor 0 at 12%",
-                                "card 1 silent0 = 20", "card 1 motor 0 at 0%"}));
+TEST_F(Cards, AMotorReportsThatTheSilentRangeStopsIt) {
+  Converse(R"(
+      10 01 04 10 00 00 00 -> 41 01 | 50 01 01 C0 20 -> 51 01 C0 20
+      events -> 1 block 0 = 10, 1 motor 0 at 12%, 1 silent0 = 20, 1 motor 0 at 0%)");
 }
 
 TEST_F(Cards, SilentRangesAndMaskLastOverARebootOnceStored) {
-  Converse({{"50 01 01 C2 20", "51 01 C2 20"},
-            {"50 01 01 CD", "51 01 CD 00"},
-            {"50 01 01 AB", "51 01 AB 00"},
-            {"50 01 40 03", "51 01 03 20"},
-            {"50 0F 01 01 17", "51 0F 01 17"},
-            {"50 0F 01 02", "51 0F 02 00"},
-            {"50 0F 01 AB", "51 0F AB 00"},
-            {"50 0F 40 01", "51 0F 01 17"}});
+  Converse(R"(
+      50 01 01 C2 20 -> 51 01 C2 20 | 50 01 01 CD -> 51 01 CD 00 | 50 01 01 AB -> 51 01 AB 00
+      50 01 40 03 -> 51 01 03 20 | 50 0F 01 01 17 -> 51 0F 01 17 | 50 0F 01 02 -> 51 0F 02 00
+      50 0F 01 AB -> 51 0F AB 00 | 50 0F 40 01 -> 51 0F 01 17)");
 }
 
-// --- analogue -----------------------------------------------------------------------------------
-
 TEST_F(Cards, APotIsPolledWithItsValueAndAMaskedOneWithZero) {
-  ASSERT_TRUE(rack.Set(0xF, 3, 0x20));
-  ASSERT_TRUE(rack.Set(0xF, 4, 0x30));
-  Converse({{"20 0F 06", "21 0F 00 00 00 20 30 00"},
-            {"50 0F 01 01 17", "51 0F 01 17"},
-            {"20 0F 06", "21 0F 00 00 00 00 30 00"}});
+  Converse(R"(
+      set F 3 32 | set F 4 48 | 20 0F 06 -> 21 0F 00 00 00 20 30 00
+      50 0F 01 01 17 -> 51 0F 01 17 | 20 0F 06 -> 21 0F 00 00 00 00 30 00)");
 }
 
 TEST_F(Cards, ANoisyPotStaysWithinItsAmplitudeAndDoesMove) {
-  ASSERT_TRUE(rack.Set(0xF, 0, 0x80));
-  ASSERT_TRUE(rack.Set(0xF, 1, 0xFF));
-  for (const int pot : {0, 1})
-    ASSERT_TRUE(Operate(0xF, [=](CARD& card) { return card.SetNoise(pot, 5); }));
+  Converse("set F 0 128 | set F 1 255 | noise F 0 5 | noise F 1 5");
   std::set<int> seen;
   for (int i = 0; i < 1000; ++i) {
     const Bytes answer = rack.Answer({0x20, 0xF, 6}).value();
@@ -341,156 +321,77 @@ TEST_F(Cards, ANoisyPotStaysWithinItsAmplitudeAndDoesMove) {
 }
 
 TEST_F(Cards, ARampTakesItsTimeAndEndsWhereThePotIsSet) {
-  const auto ramp = [](CARD& card) { return card.Ramp(2, 200, 1000ms); };
-  ASSERT_TRUE(Operate(0xF, ramp));
-  for (const int expected : {50, 100, 150}) {
-    now += 250ms;
-    EXPECT_EQ(rack.Value(0xF, 2), expected);
-    EXPECT_TRUE(rack.Advance());
-  }
-  now += 500ms;
-  EXPECT_EQ(rack.Value(0xF, 2), 200);
-  EXPECT_FALSE(rack.Advance());
-  EXPECT_EQ(TakeLines(), Lines{"card F pot 2 reached C8"});
-  ASSERT_TRUE(rack.Set(0xF, 2, 0));
-  ASSERT_TRUE(Operate(0xF, ramp));
-  now += 250ms;
-  ASSERT_TRUE(rack.Set(0xF, 2, 7));
-  now += 250ms;
-  EXPECT_EQ(rack.Value(0xF, 2), 7);
+  Converse(R"(
+      ramp F 2 200 1000 | wait 250 -> moving | see F values -> 00 00 32 00 00 00
+      wait 500 -> moving | 20 0F 06 -> 21 0F 00 00 96 00 00 00 | wait 500
+      see F values -> 00 00 C8 00 00 00 | events -> F pot 2 reached C8 | ramp F 2 0 1000
+      wait 250 -> moving | set F 2 7 | wait 250 | see F values -> 00 00 07 00 00 00)");
 }
 
-// --- keys ---------------------------------------------------------------------------------------
-
 TEST_F(Cards, KeysAndTurnsAreAnsweredOneByOne) {
-  ASSERT_TRUE(rack.Press(8, 0x12));
-  ASSERT_TRUE(rack.Release(8, 0x13));  // is not down
-  ASSERT_TRUE(rack.Release(8, 0x12));
-  ASSERT_TRUE(rack.Turn(8, 2));
-  ASSERT_TRUE(rack.Turn(8, -3));
+  Converse(R"(
+      press 8 18 | release 8 19 | release 8 18 | turn 8 2 | turn 8 -3
+      events -> 8 key 12 pressed, 8 key 12 released, 8 encoder at 2, 8 encoder at 127)");
   for (const char* value : {"12", "00", "81", "82", "81", "80", "FF", "FF", "FF"})
     EXPECT_EQ(Ask("20 08 01"), std::string("21 08 ") + value);
-  EXPECT_EQ(TakeLines(), (Lines{"card 8 key 12 pressed", "card 8 key 12 released",
-                                "card 8 encoder at 2", "card 8 encoder at 127"}));
 }
 
 TEST_F(Cards, KeysHoldABoundedNumberOfEventsAndSaySo) {
-  const std::string full = "the card holds 256 events already that nobody polled";
-  ASSERT_TRUE(rack.Press(8, 0x12));
-  ASSERT_TRUE(rack.Turn(8, 127));
-  ASSERT_TRUE(rack.Turn(8, 127));
-  EXPECT_EQ(rack.Turn(8, 3).text, full);
-  EXPECT_EQ(rack.Press(8, 0x13).text, full);
-  EXPECT_EQ(rack.Release(8, 0x12).text, full);
-  Converse({{"20 08 01", "21 08 12"}});
-  EXPECT_TRUE(rack.Turn(8, 1));
+  Converse(R"(
+      press 8 18 | turn 8 127 | turn 8 127
+      turn 8 3 -> the card holds 256 events already that nobody polled
+      press 8 19 -> the card holds 256 events already that nobody polled
+      release 8 18 -> the card holds 256 events already that nobody polled
+      20 08 01 -> 21 08 12 | turn 8 1)");
 }
 
 TEST_F(Cards, AKeyThatIsDownSurvivesAReboot) {
-  ASSERT_TRUE(rack.Press(8, 0x12));
-  ASSERT_TRUE(rack.Turn(8, 5));
-  Converse({{"50 08 01 AB", "51 08 AB 00"}, {"20 08 01", "21 08 12"}});
+  Converse("press 8 18 | turn 8 5 | 50 08 01 AB -> 51 08 AB 00 | 20 08 01 -> 21 08 12");
 }
 
-// --- display ------------------------------------------------------------------------------------
-
-class Display : public Cards {
- protected:
-  Display() {
-    Ask("10 0E 01 00");
-    lines.clear();
-  }
-  std::string Text(std::uint8_t column, std::uint8_t row, const std::string& text) {
-    Bytes body{0x10, 0xE, static_cast<std::uint8_t>(text.size() + 4), 9, column, row};
-    body.insert(body.end(), text.begin(), text.end());
-    body.push_back(0);
-    return Ask(ToHex(body));
-  }
-  Lines Rows() { return rack.Field<Lines>(0xE, "text"); }
-
-  const std::string empty = std::string(20, ' ');
-};
-
-TEST_F(Display, ShowsTextAtItsColumnAndRowCutAtTheEndOfTheRow) {
-  EXPECT_EQ(Text(3, 1, "Tail of the cat"), "41 0E");
-  EXPECT_EQ(Text(15, 0, "ABCDEFGH"), "41 0E");
-  EXPECT_EQ(Text(0, 2, "a\xDF\x01z"), "41 0E");
-  EXPECT_EQ(Rows(),
-            (Lines{"               ABCDE", "   Tail of the cat  ", "a??z                ", empty}));
-  EXPECT_EQ(rack.Field<std::vector<int>>(0xE, "cursor at"), (std::vector<int>{4, 2}));
-  Text(15, 0, "ABCDE");
-  EXPECT_EQ(rack.Field<std::vector<int>>(0xE, "cursor at"), (std::vector<int>{19, 0}));
-  EXPECT_EQ(lines[0], "card E text 3,1 'Tail of the cat'");
+TEST_F(Cards, ADisplayShowsTextAtItsPlaceCutAtTheEndOfTheRow) {
+  Converse(R"(
+      10 0E 01 00 -> 41 0E | 10 0E 0A 09 03 01 54 61 69 6C 20 6F 00 -> 41 0E
+      10 0E 0C 09 0F 02 41 42 43 44 45 46 47 48 00 -> 41 0E | see E cursor_at -> 19 2
+      10 0E 08 09 00 00 61 DF 01 7A 00 -> 41 0E | see E cursor_at -> 4 0
+      see E text -> a??z                ,    Tail o           ,                ABCDE,
+      events -> E clear, E text 3,1 'Tail o', E text 15,2 'ABCDEFGH', E text 0,0 'a??z'
+      10 0E 05 09 14 00 78 00 -> 4E 0E | 10 0E 05 09 00 04 78 00 -> 4E 0E
+      10 0E 02 09 00 -> 4E 0E | 10 0E 01 07 -> 4E 0E | 10 0E 00 -> 4E 0E)");
 }
 
-TEST_F(Display, RefusesPlacesThatItDoesNotHaveAndCodesThatItDoesNotKnow) {
-  EXPECT_EQ(Text(20, 0, "x"), "4E 0E");
-  EXPECT_EQ(Text(0, 4, "x"), "4E 0E");
-  Converse({{"10 0E 01 07", "4E 0E"}, {"10 0E 00", "4E 0E"}, {"10 0E 02 09 00", "4E 0E"}});
+TEST_F(Cards, ADisplayDoesWhatEachCodeSays) {
+  Converse(R"(
+      10 0E 01 02 -> 41 0E | see E light -> 0  | 10 0E 01 01 -> 41 0E | see E light -> 1
+      10 0E 01 03 -> 41 0E | see E cursor -> 1 | 10 0E 01 04 -> 41 0E | see E cursor -> 0
+      10 0E 01 05 -> 41 0E | see E blink -> 1  | 10 0E 01 06 -> 41 0E | see E blink -> 0
+      events -> E light off, E light on, E cursor on, E cursor off, E blink on, E blink off
+      resize E 2 2 | see E text -> SE, CA | 10 0E 01 00 -> 41 0E | see E text ->   ,
+      see E light -> 1 | see E cursor_at -> 0 0 | events -> E clear)");
 }
 
-TEST_F(Display, DoesWhatEachCodeSays) {
-  const struct {
-    const char* code;
-    const char* field;
-    bool after;
-    const char* event;
-  } kCodes[] = {{"02", "light", false, "light off"}, {"01", "light", true, "light on"},
-                {"03", "cursor", true, "cursor on"}, {"04", "cursor", false, "cursor off"},
-                {"05", "blink", true, "blink on"},   {"06", "blink", false, "blink off"}};
-  for (const auto& each : kCodes) {
-    Converse({{std::string("10 0E 01 ") + each.code, "41 0E"}});
-    EXPECT_EQ(rack.Field<bool>(0xE, each.field), each.after) << each.event;
-    EXPECT_EQ(TakeLines(), Lines{std::string("card E ") + each.event});
-  }
-  Text(0, 0, "x");
-  Converse({{"10 0E 01 00", "41 0E"}});
-  EXPECT_EQ(Rows(), Lines(4, empty));
-  EXPECT_TRUE(rack.Field<bool>(0xE, "light"));
+TEST_F(Cards, ADisplayShowsItsSelfTestAfterARebootUntilTheFirstText) {
+  Converse(R"(
+      resize E 13 3 | see E text -> SELF TEST OK , CARD E       ,
+      10 0E 05 09 00 02 78 00 -> 41 0E | see E text ->              ,              , x
+      50 0E 01 AB -> 51 0E AB 00 | see E text -> SELF TEST OK , CARD E       ,
+      50 0E 01 01 00 -> 51 0E 01 00 | 50 0E 01 02 00 -> 51 0E 02 00 | 50 0E 01 AB -> 51 0E AB 00
+      see E text ->              ,              , | see E light -> 0
+      resize E 40 4 | see E columns -> 40 | see E rows -> 4)");
 }
 
-TEST_F(Display, ShowsItsSelfTestAfterARebootUntilTheFirstText) {
-  Ask("50 0E 01 AB");
-  EXPECT_EQ(Rows(), (Lines{"SELF TEST OK        ", "CARD E              ", empty, empty}));
-  Text(0, 2, "x");
-  EXPECT_EQ(Rows(), (Lines{empty, empty, "x" + std::string(19, ' '), empty}));
-}
-
-TEST_F(Display, BootsWithoutSelfTestAndLightWhenToldSo) {
-  Converse({{"50 0E 01 01 00", "51 0E 01 00"},
-            {"50 0E 01 02 00", "51 0E 02 00"},
-            {"50 0E 01 AB", "51 0E AB 00"}});
-  EXPECT_EQ(Rows(), Lines(4, empty));
-  EXPECT_FALSE(rack.Field<bool>(0xE, "light"));
-}
-
-TEST_F(Display, HasAnySize) {
-  EXPECT_TRUE(Operate(0xE, [](CARD& card) { return card.Resize(10, 1); }));
-  EXPECT_EQ(Rows(), Lines{"SELF TEST "});
-}
-
-// --- infrared -----------------------------------------------------------------------------------
-
-TEST_F(Cards, AnIrCardKeepsTheLastOfTheStreamsSent) {
-  Converse({{"10 09 0A 09 43 4F 43 4B 52 4F 41 43 48", "41 09"}});
-  EXPECT_EQ(TakeLines(), Lines{"card 9 sent 43 4F 43 4B 52 4F 41 43 48"});
+TEST_F(Cards, AnIrCardKeepsTheLastOfTheStreamsSentAndRefusesOthers) {
   for (int i = 0; i < 150; ++i)
     Ask("10 09 02 01 " + ToHex(static_cast<std::uint8_t>(i)));
-  const Lines sent = rack.Field<Lines>(9, "sent");
+  const auto sent = rack.Field<std::vector<std::string>>(9, "sent");
   EXPECT_EQ(sent.size(), 100U);
   EXPECT_EQ(sent.back(), "95");
-  EXPECT_EQ(rack.Field<int>(9, "count"), 151);
-}
-
-TEST_F(Cards, AnIrCardRefusesStreamsThatAreEmptyTooLongOrMiscounted) {
-  Bytes stream(23, 0x55);
-  stream.insert(stream.begin(), {0x10, 9, 24, 23});
-  Converse({{"10 09 00", "4E 09"}, {"10 09 01 00", "4E 09"}, {"10 09 02 02 55", "4E 09"}});
-  EXPECT_EQ(Ask(ToHex(stream)), "41 09");
-  stream.push_back(0x55);
-  stream[2] = 25;
-  stream[3] = 24;
-  EXPECT_EQ(Ask(ToHex(stream)), "4E 09");
+  events.clear();
+  const std::string longest = ToHex(Bytes(23, 0x55));
+  Converse("10 09 18 17 " + longest + " -> 41 09 | events -> 9 sent " + longest + R"(
+      10 09 19 18 55 )" +
+           longest + R"( -> 4E 09 | see 9 count -> 151
+      10 09 00 -> 4E 09 | 10 09 01 00 -> 4E 09 | 10 09 02 02 55 -> 4E 09)");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "sim/tool/Picture.h"
 #include "sim/tool/RackFile.h"
 #include "sim/tool/Scenario.h"
+#include "tests/docs/Markdown.h"
 #include "tests/unit/sim/SimSupport.h"
 
 #include <gtest/gtest.h>
@@ -17,23 +18,8 @@
 namespace sim {
 namespace {
 
-using Lines = std::vector<std::string>;
-
-std::string ReadSource(const std::string& path) {
-  std::string text;
-  const RESULT result = ReadTextFile(std::string(VORN_SOURCE_DIR) + "/" + path, text);
-  EXPECT_TRUE(result.ok) << result.text;
-  return text;
-}
-
-Lines SplitLines(const std::string& text) {
-  Lines lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
-  return lines;
-}
+using docs::ReadFile;
+using Lines = docs::LINES;
 
 /// A fenced block of a document: what stands behind the opening fence, and the lines.
 struct BLOCK {
@@ -44,7 +30,7 @@ struct BLOCK {
 std::vector<BLOCK> Blocks(const std::string& document) {
   std::vector<BLOCK> blocks;
   bool inside = false;
-  for (const std::string& line : SplitLines(document)) {
+  for (const std::string& line : docs::SplitLines(document)) {
     if (line.starts_with("```")) {
       inside = !inside;
       if (inside) {
@@ -77,21 +63,29 @@ std::vector<EXAMPLE> Examples(const BLOCK& block, const std::string& prompt) {
   return examples;
 }
 
+/// The built-in rack, ready.
+class Documents : public ::testing::Test {
+ protected:
+  Documents() {
+    EXPECT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
+    EXPECT_TRUE(simulation.Plug(0));
+    simulation.Events().Take();
+  }
+
+  unit::FOLDER folder;
+  SIMULATION simulation{{.devDir = folder.Path()}};
+};
+
 void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
   for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
     text.replace(at, from.size(), to);
   }
 }
 
-TEST(SimulatorDocument, ItsRackExamplesAndPicturesAreTrue) {
-  const unit::FOLDER folder;
-  SIMULATION simulation({.devDir = folder.Path()});
-  ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
-  ASSERT_TRUE(simulation.Plug(0));
-  simulation.Events().Take();
+TEST_F(Documents, SimulatorsRackExamplesAndPicturesAreTrue) {
   int examples = 0;
   int pictures = 0;
-  for (const BLOCK& block : Blocks(ReadSource("docs/simulator.md"))) {
+  for (const BLOCK& block : Blocks(ReadFile("docs/simulator.md"))) {
     for (const EXAMPLE& example :
          block.kind == "rack" ? Examples(block, "rack> ") : std::vector<EXAMPLE>{}) {
       const std::string response = ResponseText(Execute(simulation, example.typed));
@@ -117,11 +111,7 @@ TEST(SimulatorDocument, ItsRackExamplesAndPicturesAreTrue) {
 
 /// What the README's picture shows: the frames that vorn makes of the IO commands above it, and
 /// what was typed.
-TEST(Readme, ShowsThePictureAsTheRackDrawsIt) {
-  const unit::FOLDER folder;
-  SIMULATION simulation({.devDir = folder.Path()});
-  ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
-  ASSERT_TRUE(simulation.Plug(0));
+TEST_F(Documents, ReadmeShowsThePictureAsTheRackDrawsIt) {
   for (const char* command : {"speed 0 0", "press 3.6", "set F.3 80", "turn 8 5"}) {
     ASSERT_TRUE(Execute(simulation, command)) << command;
   }
@@ -132,7 +122,7 @@ TEST(Readme, ShowsThePictureAsTheRackDrawsIt) {
     ASSERT_TRUE(answer && answer->front() == reply::kDone) << body;
   }
   int pictures = 0;
-  for (const BLOCK& block : Blocks(ReadSource("README.md"))) {
+  for (const BLOCK& block : Blocks(ReadFile("README.md"))) {
     if (block.kind != "picture") {
       continue;
     }
@@ -148,10 +138,10 @@ TEST(Readme, ShowsThePictureAsTheRackDrawsIt) {
   EXPECT_EQ(pictures, 1);
 }
 
-TEST(SimulatorDocument, ItsShellExamplesAreTrue) {
-  const unit::FOLDER folder;
+TEST_F(Documents, SimulatorsShellExamplesAreTrue) {
+  ASSERT_TRUE(simulation.Adapter().Unplug());  // the examples plug in their own
   std::vector<EXAMPLE> examples;
-  for (const BLOCK& block : Blocks(ReadSource("docs/simulator.md"))) {
+  for (const BLOCK& block : Blocks(ReadFile("docs/simulator.md"))) {
     if (block.kind == "console") {
       const std::vector<EXAMPLE> more = Examples(block, "$ ");
       examples.insert(examples.end(), more.begin(), more.end());
@@ -184,8 +174,8 @@ TEST(SimulatorDocument, ItsShellExamplesAreTrue) {
   }
 }
 
-TEST(SimulatorManual, KnowsEachCommandAndEachOption) {
-  std::string manual = ReadSource("docs/man/vornsim.1");
+TEST_F(Documents, ManualKnowsEachCommandAndEachOption) {
+  std::string manual = ReadFile("docs/man/vornsim.1");
   ReplaceAll(manual, "\\-", "-");
   for (const COMMAND& row : Commands()) {
     const std::string heading =
@@ -193,7 +183,6 @@ TEST(SimulatorManual, KnowsEachCommandAndEachOption) {
                                : std::string(".BI ") + row.word + " \" " + row.arguments + "\"\n";
     EXPECT_NE(manual.find(heading), std::string::npos) << heading;
   }
-  const unit::FOLDER folder;
   const std::string command = std::string(VORNSIM_PROGRAM) + " --help > " + folder.File("help");
   ASSERT_EQ(std::system(command.c_str()), 0);  // NOLINT(concurrency-mt-unsafe)
   std::string help;
@@ -209,16 +198,12 @@ TEST(SimulatorManual, KnowsEachCommandAndEachOption) {
   EXPECT_GE(options, 14);
 }
 
-class Scenarios : public ::testing::TestWithParam<const char*> {};
+class Scenarios : public Documents, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(Scenarios, AreRightFromTheFirstCommandToTheLast) {
-  const unit::FOLDER folder;
-  SIMULATION simulation({.devDir = folder.Path()});
-  ASSERT_TRUE(LoadRack(DefaultRackText(), "built-in", simulation.Rack()));
-  ASSERT_TRUE(simulation.Plug(0));
   SCENARIO scenario;
   const RESULT parsed =
-      scenario.Parse(ReadSource(std::string("sim/scenarios/") + GetParam()), GetParam());
+      scenario.Parse(ReadFile(std::string("sim/scenarios/") + GetParam()), GetParam());
   ASSERT_TRUE(parsed.ok) << parsed.text;
   const auto steps = scenario.Take(std::chrono::hours(1));
   EXPECT_GE(steps.size(), 10U);
