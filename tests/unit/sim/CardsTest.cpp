@@ -92,22 +92,9 @@ class Cards : public ::testing::Test {
     };
     return kActions.at(verb)().text;
   }
-  /// Lines of steps with '|' between, and behind "->" what comes of one; nothing: nothing.
+  /// Nothing is good.
   void Converse(const std::string& steps) {
-    std::istringstream lines(steps);
-    for (std::string line; std::getline(lines, line);) {
-      std::istringstream parts(line);
-      for (std::string part; std::getline(parts, part, '|');) {
-        const std::size_t arrow = std::min(part.find("->"), part.size());
-        const std::string what = Trimmed(part.substr(0, arrow));
-        const std::string comes = Trimmed(part.substr(std::min(arrow + 2, part.size())));
-        EXPECT_EQ(what.empty() ? "" : Trimmed(Do(what)), comes) << what;
-      }
-    }
-  }
-  static std::string Trimmed(const std::string& text) {
-    const std::size_t begin = std::min(text.find_first_not_of(' '), text.size());
-    return text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
+    sim::Converse(steps, "", [this](const std::string& what) { return Do(what); });
   }
 
   TIME now{};

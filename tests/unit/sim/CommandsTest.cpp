@@ -16,12 +16,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// What is typed, or behind "> " asked on the bus, and what comes of it.
-struct TURN {
-  std::string typed;
-  std::string response;
-};
-
 class RackCommands : public ::testing::Test {
  protected:
   RackCommands() : simulation({.devDir = folder.Path()}) {
@@ -30,15 +24,17 @@ class RackCommands : public ::testing::Test {
     simulation.Events().Take();
   }
 
+  /// What comes of what is typed, or behind "> " asked on the bus; its lines with " / " between.
   std::string Response(const std::string& typed) {
     if (typed.starts_with("> "))
       return Ask(simulation.Rack(), typed.substr(2));
-    const std::string response = ResponseText(Execute(simulation, typed));
-    return response.substr(0, response.size() - 1);
+    std::string text;
+    for (const char c : ResponseText(Execute(simulation, typed)))
+      text += c == '\n' ? " / " : std::string(1, c);
+    return text.substr(0, text.size() - 3);
   }
-  void Converse(const std::vector<TURN>& turns) {
-    for (const TURN& turn : turns)
-      EXPECT_EQ(Response(turn.typed), turn.response) << turn.typed;
+  void Converse(const std::string& steps) {
+    sim::Converse(steps, "OK", [this](const std::string& typed) { return Response(typed); });
   }
   /// What a good command said.
   std::string Said(const std::string& line) {
@@ -94,59 +90,31 @@ TEST_F(RackCommands, AreCompletedByWhatTheirHelpNames) {
 }
 
 TEST_F(RackCommands, OperateTheCards) {
-  Converse({
-      {"", "OK"},
-      {"   ", "OK"},
-      {"# press 3.6", "OK"},
-      {"bogus", "error: there is no command 'bogus'; 'help' lists them"},
-      {"help bogus", "error: there is no command 'bogus'; 'help' lists them"},
-      {"press 3.6 3.10", "OK"},
-      {"> 20 03 02", "21 03 40 04"},
-      {"release 3.6", "OK"},
-      {"> 20 03 02", "21 03 00 04"},
-      {"press 3.9 3.16", "error: card 3 has no key 16; 0 to 15 are there"},
-      {"press 2.0", "error: no card at address 2"},
-      {"press 3", "error: '3' is no place (card address, a point, channel: 3.6)"},
-      {"press 8.12", "OK"},  // the keys of a matrix are named by their code
-      {"release 8.12", "OK"},
-      {"turn 8 -1", "OK"},
-      {"> 20 08 01", "21 08 12"},
-      {"> 20 08 01", "21 08 00"},
-      {"> 20 08 01", "21 08 FF"},
-      {"turn 8 x", "error: 'x' is no number of steps (a decimal number)"},
-      {"set F.3 20", "OK"},
-      {"> 20 0F 06", "21 0F 00 00 00 20 00 00"},
-      {"ramp F.3 80 0", "OK"},
-      {"> 20 0F 06", "21 0F 00 00 00 80 00 00"},
-      {"set 3.1 A5", "OK"},
-      {"> 20 03 02", "21 03 00 A5"},
-      {"set F.3 100", "error: '100' is no value (00 to FF)"},
-      {"ramp F.3 20 soon",
-       "error: 'soon' is no number of seconds (0 to 1000000, a fraction allowed)"},
-      {"noise 3.0 10", "error: card 3 (digital-in) has no pots"},
-      {"speed 0 0", "OK"},
-      {"speed 3 1", "error: card 3 (digital-in) has no servos"},
-      {"param 0.position 4 20", "OK"},
-      {"reboot 0", "OK"},
-      {"> 50 00 40 25", "51 00 25 00"},
-      {"param 0.mask 0 1",
-       "error: a servo card has no parameter 'mask'; it has endA, endB, position"},
-      {"pull 3", "OK"},
-      {"pull 3", "error: no card at address 3"},
-      {"show 3", "error: no card at address 3"},
-      {"> 20 03 02", "43 03"},
-      {"plug 3 FF", "OK"},
-      {"> 20 03 02", "4E 03"},
-      {"show 3", "card 3 type 255 'unknown card'\nOK"},
-      {"name 3 \"\"", "OK"},
-      {"> 10 05 02 00 FF", "41 05"},
-      {"reset", "OK"},
-      {"show 5", "card 5 digital-out '16 channel digital output'\n  blocks: FF FF\n  lit: -\nOK"},
-      {"version 9.9", "OK"},
-      {"version", "9.9 \nOK"},
-      {"> 40 6F 9A", "40 39 2E 39 20"},
-      {"quit", "OK"},
-  });
+  EXPECT_EQ(Response(""), "OK");
+  EXPECT_EQ(Response("   "), "OK");
+  Converse(R"(
+      # press 3.6 | bogus -> error: there is no command 'bogus'; 'help' lists them
+      help bogus -> error: there is no command 'bogus'; 'help' lists them | press 3.6 3.10
+      > 20 03 02 -> 21 03 40 04 | release 3.6 | > 20 03 02 -> 21 03 00 04
+      press 3.9 3.16 -> error: card 3 has no key 16; 0 to 15 are there
+      press 2.0 -> error: no card at address 2
+      press 3 -> error: '3' is no place (card address, a point, channel: 3.6) | press 8.12
+      release 8.12 | turn 8 -1 | > 20 08 01 -> 21 08 12 | > 20 08 01 -> 21 08 00
+      > 20 08 01 -> 21 08 FF | turn 8 x -> error: 'x' is no number of steps (a decimal number)
+      set F.3 20 | > 20 0F 06 -> 21 0F 00 00 00 20 00 00 | ramp F.3 80 0
+      > 20 0F 06 -> 21 0F 00 00 00 80 00 00 | set 3.1 A5 | > 20 03 02 -> 21 03 00 A5
+      set F.3 100 -> error: '100' is no value (00 to FF)
+      ramp F.3 20 soon -> error: 'soon' is no number of seconds (0 to 1000000, a fraction allowed)
+      noise 3.0 10 -> error: card 3 (digital-in) has no pots | speed 0 0
+      speed 3 1 -> error: card 3 (digital-in) has no servos | param 0.position 4 20 | reboot 0
+      > 50 00 40 25 -> 51 00 25 00
+      param 0.mask 0 1 -> error: a servo card has no parameter 'mask'; it has endA, endB, position
+      pull 3 | pull 3 -> error: no card at address 3 | show 3 -> error: no card at address 3
+      > 20 03 02 -> 43 03 | plug 3 FF | > 20 03 02 -> 4E 03
+      show 3 -> card 3 type 255 'unknown card' / OK | name 3 "" | > 10 05 02 00 FF -> 41 05
+      reset
+      show 5 -> card 5 digital-out '16 channel digital output' /   blocks: FF FF /   lit: - / OK
+      version 9.9 | version -> 9.9  / OK | > 40 6F 9A -> 40 39 2E 39 20 | quit)");
   EXPECT_TRUE(Response("plug 3 00").starts_with("error: '00' is no card type"));
   EXPECT_NE(Said("show 0").find("targets: 80 80 80 80 20 80"), std::string::npos);
   EXPECT_TRUE(simulation.Quitting());
@@ -177,38 +145,38 @@ TEST_F(RackCommands, ListAndShowAsTextOrJson) {
     EXPECT_NE(text.find(part), std::string::npos) << part;
   Said("name 3 \xFF\xFE");
   EXPECT_TRUE(nlohmann::json::accept(Said("show 3 --json")));
-  Converse({{"show 3 5", "error: show takes one card address, or none for all"}});
+  Converse("show 3 5 -> error: show takes one card address, or none for all");
   for (int address = 0; address < kSlots; ++address)
     simulation.Rack().Remove(address);
-  Converse({{"list", "the rack is empty\nOK"}, {"show", "the rack is empty\nOK"}});
+  Converse("list -> the rack is empty / OK | show -> the rack is empty / OK");
 }
 
 TEST_F(RackCommands, OrderListAndClearFaults) {
+  const std::string noCode =
+      "error: 'bogus' is no request code; output, poll, identify, handshake and parameter have "
+      "names too (00 to FF)";
   const std::string expected = ": expected on A, code CODE, once, times N, for SECONDS or always";
-  Converse({
-      {"faults", "no faults\nOK"},
-      {"fault cut 3 on 5 code poll times 2", "fault 1: cut 3 on 5 code 20 times 2\nOK"},
-      {"fault no-answer always", "fault 2: no-answer always\nOK"},
-      {"faults", "fault 1: cut 3 on 5 code 20 times 2\nfault 2: no-answer always\nOK"},
-      {"clear 2", "OK"},
-      {"clear 2", "error: there is no fault 2; 'faults' lists them"},
-      {"fault late 0.5 for 3600", "fault 3: late 0.5 for 3600\nOK"},
-      {"clear", "OK"},
-      {"fault no-answer times 2 once", "fault 4: no-answer once\nOK"},
-      {"clear all", "OK"},
-      {"fault bogus", "error: there is no fault 'bogus'; 'help fault' lists them"},
-      {"fault no-answer maybe 3", "error: 'maybe'" + expected},
-      {"fault no-answer on", "error: 'on'" + expected},
-      {"fault no-answer times 0", "error: a fault happens at least once"},
-      {"fault cut -1", "error: an answer cannot be cut to fewer than 0 bytes"},
-      {"fault error bogus", "error: 'bogus' is no error code; 'help fault' lists them (00 to FF)"},
-      {"fault length wrong", "error: 'wrong' is no length (00 to FF)"},
-      {"fault trailing 1", "error: '1' are no bytes (pairs of hexadecimal digits: 03409A)"},
-      {"fault no-answer code bogus",
-       "error: 'bogus' is no request code; output, poll, identify, handshake and parameter have "
-       "names too (00 to FF)"},
-      {"faults", "no faults\nOK"},
-  });
+  Converse(R"(
+      faults -> no faults / OK
+      fault cut 3 on 5 code poll times 2 -> fault 1: cut 3 on 5 code 20 times 2 / OK
+      fault no-answer always -> fault 2: no-answer always / OK
+      faults -> fault 1: cut 3 on 5 code 20 times 2 / fault 2: no-answer always / OK | clear 2
+      clear 2 -> error: there is no fault 2; 'faults' lists them
+      fault late 0.5 for 3600 -> fault 3: late 0.5 for 3600 / OK | clear
+      fault no-answer times 2 once -> fault 4: no-answer once / OK | clear all
+      fault bogus -> error: there is no fault 'bogus'; 'help fault' lists them
+      fault no-answer maybe 3 -> error: 'maybe')" +
+           expected + R"(
+      fault no-answer on -> error: 'on')" +
+           expected + R"(
+      fault no-answer times 0 -> error: a fault happens at least once
+      fault cut -1 -> error: an answer cannot be cut to fewer than 0 bytes
+      fault error bogus -> error: 'bogus' is no error code; 'help fault' lists them (00 to FF)
+      fault length wrong -> error: 'wrong' is no length (00 to FF)
+      fault trailing 1 -> error: '1' are no bytes (pairs of hexadecimal digits: 03409A)
+      fault no-answer code bogus -> )" +
+           noCode + R"(
+      faults -> no faults / OK)");
 }
 
 /// A fault is told as it was ordered.
@@ -228,8 +196,9 @@ TEST_F(RackCommands, OrderEachKindOfFault) {
   EXPECT_EQ(kinds.size(), std::size(kFaultTypes));
   for (const FAULT_TYPE& row : kFaultTypes) {
     const std::string order = std::string("fault ") + row.keyword;
-    if (row.argument != FAULT_ARGUMENT::kNone)
-      Converse({{order, "error: " + order + " needs " + row.usage}});
+    if (row.argument != FAULT_ARGUMENT::kNone) {
+      EXPECT_EQ(Response(order), "error: " + order + " needs " + row.usage);
+    }
   }
   for (const REQUEST_CODE& row : kRequestCodes)
     EXPECT_TRUE(Said(std::string("fault no-answer code ") + row.keyword)
@@ -237,24 +206,19 @@ TEST_F(RackCommands, OrderEachKindOfFault) {
 }
 
 TEST_F(RackCommands, UnplugReplugAndAddAdapters) {
-  Converse({
-      {"unplug", "OK"},
-      {"unplug", "error: the adapter is not plugged in"},
-      {"send 00", "error: the adapter is not plugged in"},
-      {"replug 4", "OK"},
-      {"unplug", "OK"},
-      {"replug", "OK"},
-      {"replug 4", "error: plugged in already as " + Link(4)},
-      {"adapter 1 silent", "OK"},
-      {"adapter 4 silent", "error: cannot make " + Link(4) + ": File exists (take another number)"},
-      {"adapter 1 loud", "error: a second adapter is silent, chatter or off"},
-      {"adapter 1 chatter", "OK"},
-  });
+  Converse(R"(
+      unplug | unplug -> error: the adapter is not plugged in
+      send 00 -> error: the adapter is not plugged in | replug 4 | unplug | replug
+      replug 4 -> error: plugged in already as )" +
+           Link(4) + R"( | adapter 1 silent
+      adapter 4 silent -> error: cannot make )" +
+           Link(4) + R"(: File exists (take another number)
+      adapter 1 loud -> error: a second adapter is silent, chatter or off | adapter 1 chatter)");
   NEAR_END near(Link(1));
   const Bytes chatter = near.Read(100);
   EXPECT_GT(std::set<std::uint8_t>(chatter.begin(), chatter.end()).size(), 10U);
-  Converse({{"adapter 1 off", "OK"},
-            {"adapter 1 off", "error: there is no silent or chattering adapter 1"}});
+  Converse(R"(
+      adapter 1 off | adapter 1 off -> error: there is no silent or chattering adapter 1)");
   EXPECT_TRUE(near.WaitForHangUp());
   EXPECT_EQ(Events(), (Lines{"adapter " + Link(0) + " unplugged", "adapter " + Link(4) + " ready",
                              "adapter " + Link(4) + " unplugged", "adapter " + Link(4) + " ready",

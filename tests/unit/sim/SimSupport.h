@@ -6,11 +6,14 @@
 #include "tests/support/unit/Folder.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 namespace sim {
@@ -21,6 +24,29 @@ using support::kLimit;
 inline std::string Ask(RACK& rack, const std::string& request) {
   const std::optional<Bytes> answer = rack.Answer(FromHex(request).value());
   return answer ? ToHex(*answer) : "silence";
+}
+
+inline std::string Trimmed(const std::string& text) {
+  const std::size_t begin = std::min(text.find_first_not_of(' '), text.size());
+  return text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
+}
+
+/// Lines of steps with '|' between, and behind "->" what must come of one; of most it is good.
+/// Blanks at an answer's ends do not count.
+template <class DO>
+void Converse(const std::string& steps, const std::string& good, DO act) {
+  std::istringstream lines(steps);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream parts(line);
+    for (std::string part; std::getline(parts, part, '|');) {
+      const std::size_t arrow = part.find("->");
+      const std::string what = Trimmed(part.substr(0, arrow));
+      const std::string comes = arrow == std::string::npos ? good : Trimmed(part.substr(arrow + 2));
+      if (!what.empty()) {
+        EXPECT_EQ(Trimmed(act(what)), comes) << what;
+      }
+    }
+  }
 }
 
 /// The near end of the line, as a program that is not the daemon opens it: bytes out, bytes in.
