@@ -42,43 +42,33 @@ TEST(Trace, NamesTheLineOfAnError) {
 }
 
 TEST(Trace, DescribesWhatCrossesTheLine) {
-  const std::pair<const char*, const char*> kRequests[] = {
-      {"01 30", "identify"},
-      {"03 40 6F 9A", "handshake"},
-      {"03 40 6F 00", "wrong handshake"},
-      {"03 20 0F 06", "poll card F, 6 bytes"},
-      {"05 20 03", "poll card 3, ? bytes (3 bytes missing)"},
-      {"05 10 05 02 FF FB", "output to card 5: FF FB"},
-      {"02 10 10", "output to card 10: nothing"},
-      {"04 50 05 01 AB", "reboot card 5"},
-      {"04 50 00 01 74", "action 74 of card 0"},
-      {"05 50 02 01 D3 7F", "write parameter D3 of card 2: 7F"},
-      {"04 50 06 40 02", "read parameter 02 of card 6"},
-      {"04 50 06 02 02", "unknown parameter request 02 02 to card 6"},
-      {"03 50 06 01", "parameter request to card 6, unfinished"},
-      {"02 77 00", "unknown request"},
-      {"01 20", "unknown request"},
-      {"05", "beginning of a request"},
-      {"00", "empty frame"},
-      {"", "nothing"},
+  const auto request = [](const std::string& frame) {
+    return DescribeRequest(FromHex(frame).value());
   };
-  const std::pair<const char*, const char*> kAnswers[] = {
-      {"05 40 32 2E 30 01", "controller version '2.0?'"},
-      {"04 31 05 06 00", "cards 05 06 00"},
-      {"04 21 03 40 00", "card 3 input 40 00"},
-      {"04 21 03 40 00 AA", "card 3 input 40 00 AA (1 bytes too many)"},
-      {"04 51 06 02 01", "card 6 parameter 02 01"},
-      {"02 41 05", "card 5 done"},
-      {"02 43 05", "error no-card"},
-      {"02 77 05", "unknown answer"},
-      {"01 21", "unknown answer"},
-      {"55", "single byte"},
-      {"", "nothing"},
+  const auto answer = [](const std::string& bytes) {
+    return DescribeAnswer(FromHex(bytes).value());
   };
-  for (const auto& [frame, meaning] : kRequests)
-    EXPECT_EQ(DescribeRequest(FromHex(frame).value()), meaning);
-  for (const auto& [frame, meaning] : kAnswers)
-    EXPECT_EQ(DescribeAnswer(FromHex(frame).value()), meaning);
+  EXPECT_EQ(request(""), "nothing");
+  EXPECT_EQ(answer(""), "nothing");
+  Converse(R"(
+      01 30 -> identify | 03 40 6F 9A -> handshake | 03 40 6F 00 -> wrong handshake
+      03 20 0F 06 -> poll card F, 6 bytes | 05 20 03 -> poll card 3, ? bytes (3 bytes missing)
+      05 10 05 02 FF FB -> output to card 5: FF FB | 02 10 10 -> output to card 10: nothing
+      04 50 05 01 AB -> reboot card 5 | 04 50 00 01 74 -> action 74 of card 0
+      05 50 02 01 D3 7F -> write parameter D3 of card 2: 7F
+      04 50 06 40 02 -> read parameter 02 of card 6
+      04 50 06 02 02 -> unknown parameter request 02 02 to card 6
+      03 50 06 01 -> parameter request to card 6, unfinished | 02 77 00 -> unknown request
+      01 20 -> unknown request | 05 -> beginning of a request | 00 -> empty frame)",
+           "", request);
+  Converse(R"(
+      05 40 32 2E 30 01 -> controller version '2.0?' | 04 31 05 06 00 -> cards 05 06 00
+      04 21 03 40 00 -> card 3 input 40 00
+      04 21 03 40 00 AA -> card 3 input 40 00 AA (1 bytes too many)
+      04 51 06 02 01 -> card 6 parameter 02 01 | 02 41 05 -> card 5 done
+      02 43 05 -> error no-card | 02 77 05 -> unknown answer | 01 21 -> unknown answer
+      55 -> single byte)",
+           "", answer);
 }
 
 TEST(Trace, DescribesAnyBytesWithoutHarm) {
@@ -96,59 +86,46 @@ TEST(Trace, DescribesAnyBytesWithoutHarm) {
 
 class Replay : public ::testing::Test {
  protected:
-  Replay()
-      : replay({{0us, DIRECTION::kAnswer, {0x99}},
-                {1000us, DIRECTION::kRequest, {0x03, 0x40, 0x6F, 0x9A}},
-                {1100us, DIRECTION::kAnswer, {0x05, 0x40, '1'}},
-                {3100us, DIRECTION::kAnswer, {'.', '0', '0'}},
-                {9000us, DIRECTION::kRequest, {0x01, 0x30}}}),
-        adapter(nullptr, {folder.Path()}) {
-    adapter.SetReplyHook(replay.Hook());
+  Replay() {
     replay.SetListener([this](const std::string& line) { said.push_back(line); });
-    EXPECT_TRUE(adapter.Plug(0));
   }
-  ~Replay() override { adapter.SetReplyHook(nullptr); }
 
-  unit::FOLDER folder;
+  /// What the replay answers, "+2000us" between the pieces; "silence" for nothing.
+  std::string Ask(const std::string& frame) {
+    const REPLY reply = replay.Hook()({1, {}, FromHex(frame).value()}, {}).value();
+    std::string text;
+    for (const CHUNK& chunk : reply)
+      text += " +" + std::to_string(chunk.delay.count()) + "us " + ToHex(chunk.bytes);
+    return text.empty() ? "silence" : text.substr(1);
+  }
+
   std::vector<std::string> said;
-  REPLAY replay;
-  support::ADAPTER adapter;
+  REPLAY replay{{{0us, DIRECTION::kAnswer, {0x99}},
+                 {1000us, DIRECTION::kRequest, {0x03, 0x40, 0x6F, 0x9A}},
+                 {1100us, DIRECTION::kAnswer, {0x05, 0x40, '1'}},
+                 {3100us, DIRECTION::kAnswer, {'.', '0', '0'}},
+                 {4000us, DIRECTION::kRequest, {0x05, 0x10, 0x05}},  // dropped unfinished
+                 {9000us, DIRECTION::kRequest, {0x00}}}};
 };
 
-TEST_F(Replay, AnswersAsTheTraceDid) {
-  NEAR_END near(adapter.LinkPath());
-  ASSERT_TRUE(near.Write({0x03, 0x40, 0x6F, 0x9A}));
-  EXPECT_EQ(near.Read(6), (Bytes{0x05, 0x40, '1', '.', '0', '0'}));
+TEST_F(Replay, AnswersAsTheTraceDidAndNothingAfterItsEnd) {
+  EXPECT_EQ(replay.Expected(), 2U);
+  EXPECT_EQ(Ask("03 40 6F 9A"), "+100us 05 40 31 +2000us 2E 30 30");
   EXPECT_FALSE(replay.Complete());
-  ASSERT_TRUE(near.Write({0x01, 0x30}));
-  ASSERT_TRUE(adapter.Requests().WaitForFrame({0x01, 0x30}, kLimit));
+  EXPECT_EQ(Ask("00"), "silence");
   EXPECT_TRUE(replay.Complete());
-  ASSERT_TRUE(adapter.Unplug());
   EXPECT_EQ(said, std::vector<std::string>{"replay complete: 2 requests"});
+  EXPECT_EQ(Ask("01 31"), "silence");
+  EXPECT_EQ(replay.Difference(), "request 3 differs: expected no more, received 01 31");
+  EXPECT_FALSE(replay.Complete());
 }
 
 TEST_F(Replay, ReportsTheFirstDifferenceAndThenKeepsSilent) {
-  NEAR_END near(adapter.LinkPath());
-  ASSERT_TRUE(near.Write({0x01, 0x30, 0x03, 0x40, 0x6F, 0x9A}));
-  ASSERT_TRUE(adapter.Requests().WaitForFrame({0x03, 0x40, 0x6F, 0x9A}, kLimit));
+  EXPECT_EQ(Ask("01 30"), "silence");
+  EXPECT_EQ(Ask("03 40 6F 9A"), "silence");
   EXPECT_EQ(replay.Difference(), "request 1 differs: expected 03 40 6F 9A, received 01 30");
-  EXPECT_EQ(adapter.Counters().replies, 0U);
+  EXPECT_EQ(said, std::vector<std::string>{"replay: " + replay.Difference()});
   EXPECT_EQ(replay.Answered(), 0U);
-}
-
-TEST_F(Replay, ExpectsNoRequestThatWasDroppedUnfinished) {
-  const REPLAY cut({{0us, DIRECTION::kRequest, {0x05, 0x10, 0x05}},
-                    {300us, DIRECTION::kRequest, {0x00}},
-                    {500us, DIRECTION::kRequest, {0x01, 0x30}}});
-  EXPECT_EQ(cut.Expected(), 2U);  // a frame without a body is a whole one
-}
-
-TEST_F(Replay, ReportsARequestAfterTheEnd) {
-  NEAR_END near(adapter.LinkPath());
-  ASSERT_TRUE(near.Write({0x03, 0x40, 0x6F, 0x9A, 0x01, 0x30, 0x01, 0x31}));
-  ASSERT_TRUE(adapter.Requests().WaitForFrame({0x01, 0x31}, kLimit));
-  EXPECT_EQ(replay.Difference(), "request 3 differs: expected no more, received 01 31");
-  EXPECT_FALSE(replay.Complete());
 }
 
 }  // namespace
