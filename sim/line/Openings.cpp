@@ -26,12 +26,16 @@ void OPENINGS::Read(const TELL& tell) {
     for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(count);
          at += sizeof(inotify_event)) {
       const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
-      const bool opens = (event->mask & IN_OPEN) != 0;
-      if (!opens && m_open == 0)
-        continue;  // by who had it before
-      m_open += opens ? 1 : -1;
-      if (m_open == (opens ? 1 : 0))
-        tell(opens);
+      if ((event->mask & IN_OPEN) != 0) {
+        ++m_open;
+        if (m_open == 1)
+          tell(true);
+      }
+      if ((event->mask & (IN_CLOSE_WRITE | IN_CLOSE_NOWRITE)) != 0 && m_open > 0) {
+        --m_open;
+        if (m_open == 0)
+          tell(false);
+      }
     }
   }
 }
