@@ -31,15 +31,9 @@ bool AskForRealTime() {
   return ::pthread_setschedparam(::pthread_self(), SCHED_FIFO, &parameters) == 0;
 }
 
-void Drain(int eventCounter) {
-  std::uint64_t count = 0;
-  while (::read(eventCounter, &count, sizeof count) < 0 && errno == EINTR) {
-  }
-}
-
 template <class HOOK>
 std::shared_ptr<const HOOK> Shared(HOOK hook) {
-  return hook ? std::make_shared<const HOOK>(std::move(hook)) : nullptr;
+  return std::make_shared<const HOOK>(std::move(hook));
 }
 
 }  // namespace
@@ -168,8 +162,7 @@ void ADAPTER::Send(const Bytes& bytes) {
 }
 
 bool ADAPTER::Plugged() const {
-  const std::lock_guard lock(m_mutex);
-  return !m_linkPath.empty();
+  return !LinkPath().empty();
 }
 
 std::string ADAPTER::LinkPath() const {
@@ -184,7 +177,7 @@ std::string ADAPTER::NearPath() const {
 
 void ADAPTER::SetReplyHook(REPLY_HOOK hook) {
   const std::lock_guard lock(m_mutex);
-  m_hook = Shared(std::move(hook));
+  m_hook = hook ? Shared(std::move(hook)) : nullptr;
 }
 
 void ADAPTER::ResetController(std::chrono::milliseconds deaf) {
@@ -199,14 +192,16 @@ void ADAPTER::SetChatter(std::chrono::milliseconds interval) {
   Do([&] { m_state->SetChatter(interval); });
 }
 
-void ADAPTER::SetTap(TAP tap) {
+void ADAPTER::AddTap(TAP tap) {
   const std::lock_guard lock(m_mutex);
-  m_tap = Shared(std::move(tap));
+  std::vector<TAP> taps = m_taps != nullptr ? *m_taps : std::vector<TAP>();
+  taps.push_back(std::move(tap));
+  m_taps = Shared(std::move(taps));
 }
 
 void ADAPTER::SetListener(LISTENER listener) {
   const std::lock_guard lock(m_mutex);
-  m_listener = Shared(std::move(listener));
+  m_listener = listener ? Shared(std::move(listener)) : nullptr;
 }
 
 COUNTERS ADAPTER::Counters() const {
@@ -255,7 +250,8 @@ std::optional<std::chrono::nanoseconds> ADAPTER::THREAD::UntilNext(TIME now) con
 }
 
 void ADAPTER::THREAD::RunTasks() {
-  Drain(owner.m_wake.Get());
+  std::uint64_t count = 0;
+  static_cast<void>(!::read(owner.m_wake.Get(), &count, sizeof count));
   while (true) {
     std::packaged_task<RESULT()> task;
     {
@@ -441,8 +437,10 @@ void ADAPTER::THREAD::Say(const std::string& line) {
 }
 
 void ADAPTER::THREAD::Tap(DIRECTION direction, TIME when, const Bytes& bytes) {
-  if (const auto tap = Lent(owner.m_tap))
-    (*tap)(direction, when, bytes);
+  if (const auto taps = Lent(owner.m_taps)) {
+    for (const TAP& tap : *taps)
+      tap(direction, when, bytes);
+  }
 }
 
 }  // namespace sim

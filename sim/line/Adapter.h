@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace sim {
 
@@ -107,7 +108,8 @@ class ADAPTER {
 
   void SetReplyHook(REPLY_HOOK hook);
   void SetListener(LISTENER listener);
-  void SetTap(TAP tap);
+  /// One more; it stays as long as the adapter.
+  void AddTap(TAP tap);
 
   /// What goes wrong between request and answer; after the reply hook.
   FAULT_ENGINE& Faults() { return m_faults; }
@@ -132,7 +134,7 @@ class ADAPTER {
   COUNTERS m_counters;
   std::shared_ptr<const REPLY_HOOK> m_hook;
   std::shared_ptr<const LISTENER> m_listener;
-  std::shared_ptr<const TAP> m_tap;
+  std::shared_ptr<const std::vector<TAP>> m_taps;
   std::string m_linkPath;
   std::string m_nearPath;
   std::deque<std::packaged_task<RESULT()>> m_tasks;

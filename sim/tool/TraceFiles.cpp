@@ -14,7 +14,7 @@ RESULT RECORDER::Begin(const std::string& path, ADAPTER& adapter, TIME beginning
   if (!m_file)
     return RESULT::Error("cannot write " + path + ": " + std::generic_category().message(errno));
   m_file << TraceHeader();
-  adapter.SetTap([this, beginning](DIRECTION direction, TIME when, const Bytes& bytes) {
+  adapter.AddTap([this, beginning](DIRECTION direction, TIME when, const Bytes& bytes) {
     const auto passed = std::chrono::duration_cast<std::chrono::microseconds>(when - beginning);
     m_entries.Push({passed, direction, bytes});
   });

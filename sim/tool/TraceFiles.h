@@ -13,7 +13,7 @@ namespace sim {
 /// hands over what it sees; everything else on the program's thread.
 class RECORDER {
  public:
-  /// Begins the file and sets the adapter's tap; times count from the beginning.
+  /// Begins the file and taps the adapter's line; times count from the beginning.
   RESULT Begin(const std::string& path, ADAPTER& adapter, TIME beginning);
 
   /// Readable when Write has something to do.

@@ -91,7 +91,7 @@ SYSTEM_TEST::SYSTEM_TEST()
       daemon(m_folder + "/output") {
   ClearPrivateFolders();
   rack.PopulateDefault();
-  adapter.SetTap([this](sim::DIRECTION direction, sim::TIME when, const sim::Bytes& bytes) {
+  adapter.AddTap([this](sim::DIRECTION direction, sim::TIME when, const sim::Bytes& bytes) {
     constexpr std::size_t kKept = 60;
     const std::lock_guard lock(m_crossingsMutex);
     m_crossings.push_back({direction, when, bytes});

@@ -17,18 +17,10 @@ class ADAPTER : private ADAPTER_LOG, public sim::ADAPTER {
  public:
   explicit ADAPTER(sim::RACK* rack, sim::ADAPTER_OPTIONS options = {})
       : sim::ADAPTER(rack, std::move(options)) {
-    SetTap(nullptr);
-  }
-
-  /// Gets what the adapter's own would, behind the log.
-  void SetTap(TAP tap) {
-    sim::ADAPTER::SetTap([this, tap = std::move(tap)](sim::DIRECTION direction, sim::TIME when,
-                                                      const sim::Bytes& bytes) {
+    AddTap([this](sim::DIRECTION direction, sim::TIME when, const sim::Bytes& bytes) {
       // What is shorter than it says was dropped unfinished.
       if (direction == sim::DIRECTION::kRequest && bytes.size() == bytes.front() + std::size_t{1})
         log.Add(when, bytes);
-      if (tap)
-        tap(direction, when, bytes);
     });
   }
 

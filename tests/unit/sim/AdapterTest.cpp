@@ -110,7 +110,7 @@ TEST_F(Adapter, LetsFaultsSpoilWhatGoesOutAndSaysSo) {
 
 TEST_F(Adapter, ReportsEachCrossingOfTheLine) {
   std::vector<std::string> seen;
-  adapter.SetTap([&seen](DIRECTION direction, TIME, const Bytes& bytes) {
+  adapter.AddTap([&seen](DIRECTION direction, TIME, const Bytes& bytes) {
     seen.push_back((direction == DIRECTION::kRequest ? "> " : "< ") + ToHex(bytes));
   });
   adapter.Faults().Add({.kind = FAULT_KIND::kSplit, .time = 1ms});

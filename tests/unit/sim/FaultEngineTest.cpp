@@ -1,7 +1,9 @@
 #include "sim/line/Faults.h"
+#include "sim/rack/Protocol.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 
 namespace sim {
