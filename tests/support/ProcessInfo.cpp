@@ -84,14 +84,6 @@ int ThreadCount(pid_t pid) {
   return std::atoi(StatusField(pid, "Threads").c_str()) - kForeignThreads;
 }
 
-long WakeUps(pid_t pid) {
-  long wakeUps = 0;
-  for (const auto& thread : fs::directory_iterator(Folder(pid) + "/task")) {
-    wakeUps += std::atol(FieldOf(thread.path() / "status", "voluntary_ctxt_switches").c_str());
-  }
-  return wakeUps;
-}
-
 long ResidentKiB(pid_t pid) {
   return std::atol(StatusField(pid, "VmRSS").c_str());
 }

@@ -20,10 +20,6 @@ void KillChildren();
 /// Threads, without those that a sanitizer's runtime has started in the daemon.
 int ThreadCount(pid_t pid);
 
-/// How often one of its threads has waited for something and gone on, so far. Those of a thread
-/// that has ended are not counted.
-long WakeUps(pid_t pid);
-
 /// Resident memory in KiB.
 long ResidentKiB(pid_t pid);
 

@@ -1,6 +1,5 @@
 #include "tests/system/FaultTest.h"
 
-#include "tests/support/BareLoops.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
 
@@ -9,30 +8,15 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
-#include <thread>
 
 namespace {
 
-using std::chrono::duration;
-using std::chrono::microseconds;
 using std::chrono::milliseconds;
-using std::chrono::nanoseconds;
-using std::chrono::steady_clock;
 
-constexpr double kIdleShare = 0.05;  // of a core
-/// The daemon's share to that of the pauses alone, where this is the more.
-constexpr double kMostOverBareLoops = 1.5;
-/// Wake-ups to pauses: children and contended locks add a few, a client that does not read another
-/// one a pass, the thread sanitizer's own thread 20 a second. An exchange with the bus has one too.
-constexpr double kMostWakeUps = 1.1;
-constexpr int kSpeedOfIdleTests = 50;  // percent
-constexpr milliseconds kIdleWindow{400};
 constexpr milliseconds kDescriptorLimit{support::kInstrumented ? 5000 : 1000};
 /// A second for a card's answer, two for a discovery, and room for a busy machine.
 constexpr milliseconds kEndLimit{support::kInstrumented ? 15'000 : 5000};
@@ -54,22 +38,6 @@ const char* const kBusLines[] = {
 /// The daemon counts its reads of the line, not their time: where everything is busy, a reply of
 /// the rack can be too late. Three links lost and found again are the machine's doing.
 constexpr int kLateReplyLines = 9;
-
-/// Processor time of all its threads so far.
-nanoseconds ProcessorTime(pid_t pid) {
-  clockid_t clock{};
-  timespec time{};
-  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0) {
-    throw std::runtime_error("the process is gone");
-  }
-  return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
-}
-
-/// The thread delay of that speed; the daemon, which computes it in single precision, may be 1 us
-/// beside it.
-microseconds ThreadDelay(int speedPercent) {
-  return microseconds((500'000 - 4999 * speedPercent) / 99);
-}
 
 /// Cards of the rack that the listing names by their channels: servo, motor, both digital,
 /// analogue.
@@ -154,52 +122,7 @@ void FAULT_TEST::BeginFault(FAULT_SCOPE scope) {
 
 void FAULT_TEST::ExpectService() {
   EXPECT_TRUE(ExpectServiceExcept(m_scope.touched)) << "there is nothing left to ask";
-  if (std::stoi(config.speedPercent) <= kSpeedOfIdleTests) {
-    ExpectIdle();
-  }
   m_isServiceSeen = true;
-}
-
-void FAULT_TEST::ExpectIdle() {
-  // What has just started may use more for a moment; then it stays below.
-  std::string excess;
-  EXPECT_TRUE(support::WaitUntil([&] {
-    excess = ExcessOver(kIdleWindow);
-    return excess.empty();
-  })) << excess;
-  EXPECT_EQ(ExcessOver(3 * kIdleWindow), "") << "after a moment's rest";
-}
-
-std::string FAULT_TEST::ExcessOver(milliseconds window) {
-  const microseconds delay = ThreadDelay(std::stoi(config.speedPercent));
-  // What a sanitizer or an emulator adds to the processor's time is not the daemon's.
-  std::optional<support::BARE_LOOPS> bareLoops;
-  if (!support::kInstrumented) {
-    bareLoops.emplace(delay);
-  }
-  const auto begin = steady_clock::now();
-  const std::uint64_t requestsBefore = adapter.Requests().Last();
-  const long wakeUpsBefore = support::WakeUps(Pid());
-  const auto usedBefore = ProcessorTime(Pid());
-  const nanoseconds bareBefore = bareLoops ? bareLoops->ProcessorTime() : nanoseconds(0);
-  std::this_thread::sleep_for(window);
-  const duration<double> bare =
-      (bareLoops ? bareLoops->ProcessorTime() : nanoseconds(0)) - bareBefore;
-  const duration<double> used = ProcessorTime(Pid()) - usedBefore;
-  const long wakeUps = support::WakeUps(Pid()) - wakeUpsBefore;
-  const std::uint64_t requests = adapter.Requests().Last() - requestsBefore;
-  const duration<double> passed = steady_clock::now() - begin;
-
-  std::ostringstream excess;
-  const double due =
-      kMostWakeUps * support::kPausesOfFiveLoops * (passed / delay) + static_cast<double>(requests);
-  if (wakeUps <= 0 || static_cast<double>(wakeUps) > due) {
-    excess << wakeUps << " wake-ups, of " << due << " at most; ";
-  }
-  if (bareLoops && used / passed >= std::max(kIdleShare, kMostOverBareLoops * (bare / passed))) {
-    excess << used / passed << " of a core, where the pauses alone take " << bare / passed;
-  }
-  return excess.str();
 }
 
 void FAULT_TEST::EndFault() {

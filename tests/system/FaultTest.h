@@ -2,7 +2,6 @@
 
 #include "tests/system/SystemTest.h"
 
-#include <chrono>
 #include <cstddef>
 #include <map>
 #include <set>
@@ -27,20 +26,18 @@ struct FAULT_SCOPE {
   bool looksForItself = false;
 };
 
-/// A daemon that goes through a fault. Around any fault eight things hold, and this checks them:
+/// A daemon that goes through a fault. Around any fault seven things hold, and this checks them:
 ///
 ///  1. the process is the same,
 ///  2. it has five threads,
 ///  3. a second after the fault its descriptors are those from before,
-///  4. while the fault lasts it wakes up for its documented pauses, once for each exchange with the
-///     bus and hardly ever else, and takes less than 5 % of a core (where a machine takes more than
-///     that for the pauses themselves, less than one and a half times as much as these; both judged
-///     at half speed and less: tests with a flood, or with many faults, run faster),
-///  5. the bus and the interfaces that the fault does not touch answer meanwhile, and all of them
+///  4. the bus and the interfaces that the fault does not touch answer meanwhile, and all of them
 ///     afterwards,
-///  6. the log has only the lines that belong to the fault, and no flood of them,
-///  7. nothing is on its standard streams, where sanitizers report,
-///  8. SIGTERM afterwards ends it with status 0, within the longest pause it can be in.
+///  5. the log has only the lines that belong to the fault, and no flood of them,
+///  6. nothing is on its standard streams, where sanitizers report,
+///  7. SIGTERM afterwards ends it with status 0, within the longest pause it can be in.
+///
+/// That it idles meanwhile is measured, by script/measure --faults.
 ///
 /// A test starts by StartForFaults, makes its fault between BeginFault and EndFault, any number of
 /// times, and has the clients `cae`, `io` and `mon` for itself as far as its fault touches them. It
@@ -67,10 +64,8 @@ class FAULT_TEST : public SYSTEM_TEST {
   void Identify();
 
   void BeginFault(FAULT_SCOPE scope);
-  /// While the fault lasts: what it does not touch answers, and at half speed or less the daemon
-  /// idles.
+  /// While the fault lasts: what it does not touch answers.
   void ExpectService();
-  void ExpectIdle();
   /// The test has taken the fault away. What was touched comes back by itself.
   void EndFault();
 
@@ -93,8 +88,6 @@ class FAULT_TEST : public SYSTEM_TEST {
  private:
   /// False when nothing was asked.
   bool ExpectServiceExcept(const std::set<PART>& touched);
-  /// What a daemon that idles would not have done within that time; empty when there is nothing.
-  std::string ExcessOver(std::chrono::milliseconds window);
   bool IsAllowed(const std::string& line) const;
 
   pid_t m_pid = 0;  // since BeginFault

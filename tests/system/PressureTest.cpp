@@ -144,17 +144,12 @@ TEST_F(Pressure, AClientThatHasLeftALoadBehindFreesItsSlotWithoutAnAdapter) {
   LoseAdapter();
   const int bytes = Rounds(3'800'000, 400'000);
   io->Send(kServoCard.Lines(0, bytes / 8));
-  const auto begin = std::chrono::steady_clock::now();
   io.reset();
   const auto isNextServed = [&] {  // who comes too early is dropped with the listener
     TCP_CLIENT next(config.io.port);
     return next.ReadUntil(kIoGreeting, kLoadLimit).ends_with(kIoGreeting);
   };
   EXPECT_TRUE(support::WaitUntil(isNextServed, 2 * kLoadLimit));
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-  if (!support::kInstrumented) {
-    EXPECT_LT(taken.count(), 15);
-  }
 }
 
 TEST_F(Pressure, WithoutAnAdapterAnIoClientIsServedAsEver) {
