@@ -214,30 +214,6 @@ TEST_F(BusFaults, EveryFaultOnEveryKindOfRequestIsSurvived) {
   EndFault();
 }
 
-TEST_F(BusFaults, EveryLengthByteWithTooFewBytesBehindItIsDroppedOrATimeout) {
-  StartPolling();
-  constexpr int kTrueLength = 4;
-  // Each of the longer ones costs a wait for the missing bytes, of some 50 ms of processor time.
-  const int step = Rounds(1, 12);
-  int timeouts = 0;
-  std::vector<sim::Bytes> answers;
-  for (int length = 0; length <= 255; ++length) {
-    const bool isAtALimit = length < 8 || (length > 133 && length < 138) || length == 255;
-    if (isAtALimit || length % step == 0) {
-      answers.push_back({static_cast<std::uint8_t>(length), 0x21, 0x03, 0x00, 0x00});
-      timeouts += length > kTrueLength ? 1 : 0;
-    }
-  }
-  // Lost, searched and found: three lines each, and a few links that a busy machine loses.
-  BeginFault({.touched = {PART::kBus}, .mostLines = static_cast<std::size_t>(timeouts) * 3 + 9});
-  BeginAnswers(answers);
-  ExpectService();
-  FinishAnswers();
-  EXPECT_TRUE(WaitForLines(kAnyTimeout, timeouts));
-  ExpectKeyReported();
-  EndFault();
-}
-
 class BusFaultsOfReply : public BusFaults, public testing::WithParamInterface<REPLY_ROW> {};
 
 TEST_P(BusFaultsOfReply, EveryLengthByteIsSurvivedAndATooLongOneIsATimeout) {
@@ -275,53 +251,6 @@ TEST_P(BusFaultsOfReply, EveryLengthByteIsSurvivedAndATooLongOneIsATimeout) {
 
 INSTANTIATE_TEST_SUITE_P(, BusFaultsOfReply, testing::ValuesIn(kReplies),
                          [](const auto& row) { return std::string(row.param.name); });
-
-TEST_F(BusFaults, EveryLengthByteWithThatManyBytesIsOneReplyAndNoTimeout) {
-  StartPolling();
-  BeginFault({.touched = {}, .mostLines = 0});
-  const auto timeoutsAt = [&](std::size_t length) {
-    const int before = CountLines(kAnyTimeout);
-    std::vector<sim::Bytes> answers;
-    for (const std::uint8_t fill : sim::Bytes{0x00, 0x5A, 0xFF}) {
-      sim::Bytes body(length, fill);
-      for (std::size_t i = 0; i < std::min<std::size_t>(length, 2); ++i) {
-        body[i] = i == 0 ? 0x21 : 0x03;
-      }
-      answers.push_back(sim::Frame(body));
-    }
-    // Behind a poll that is answered as ever nothing is left of those before.
-    answers.push_back(sim::Frame({0x21, 0x03, 0x00, 0x00}));
-    AnswerPollsWith(answers);
-    return CountLines(kAnyTimeout) - before;
-  };
-  for (std::size_t length = 0; length <= 255; ++length) {
-    if (length == 128) {
-      ExpectService();
-    }
-    // A busy machine may be late once, and not twice at the same length.
-    EXPECT_TRUE(timeoutsAt(length) == 0 || timeoutsAt(length) == 0) << length;
-  }
-  ExpectKeyReported();
-  EndFault();
-}
-
-TEST_F(BusFaults, EveryFirstByteOfAReplyIsSurvivedAndOnlyTIsATimeout) {
-  StartPolling();
-  BeginFault({.touched = {PART::kBus}, .mostLines = 9});  // three times lost, searched and found
-  std::vector<sim::Bytes> answers;
-  for (int code = 0; code <= 255; ++code) {
-    answers.push_back(sim::Frame({static_cast<std::uint8_t>(code), 0x03, 0x00, 0x00}));
-    answers.push_back(sim::Frame({static_cast<std::uint8_t>(code)}));
-    answers.push_back(sim::Frame({static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(code),
-                                  0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
-  }
-  BeginAnswers(answers);
-  ExpectService();
-  FinishAnswers();
-  EXPECT_TRUE(WaitForLines(kAnyTimeout, 3));
-  ExpectKeyReported();
-  EndFault();
-}
 
 TEST_F(BusFaults, EveryByteValueInDataPassesUnchangedInBothDirections) {
   StartPolling();
@@ -379,62 +308,52 @@ TEST_F(BusFaults, TheAdapterIsPulledOutAndComesBackUnderAnotherNumberAgainAndAga
   EndFault();
 }
 
-TEST_F(BusFaults, TheAdapterIsPulledOutInTheMiddleOfAReply) {
+/// Something breaks off in the middle of what is on the line.
+struct BREAK {
+  const char* name;
+  bool isOfReply;  // else of the request
+  bool isAdapter;  // is pulled out; else the controller starts anew
+};
+void PrintTo(const BREAK& row, std::ostream* out) {
+  *out << row.name;
+}
+
+class BusFaultsInTheMiddle : public BusFaults, public testing::WithParamInterface<BREAK> {};
+
+TEST_P(BusFaultsInTheMiddle, IsSurvivedBehindEachByte) {
+  constexpr milliseconds kDeaf(20);
+  const sim::Bytes reply = sim::Frame({0x21, 0x03, 0x00, 0x00});
+  const BREAK& row = GetParam();
   StartPolling();
   BeginFault({.touched = {PART::kBus}, .mostLines = 200});
-  const sim::Bytes whole = sim::Frame({0x21, 0x03, 0x00, 0x00});
   int found = CountLines(kFound);
-  for (std::size_t count = 0; count <= whole.size(); ++count) {
-    AnswerPollsWith({sim::Bytes(whole.begin(), whole.begin() + static_cast<long>(count))});
-    Unplug();
+  for (std::size_t count = 0; count < (row.isOfReply ? reply.size() : kPollRequestSize); ++count) {
+    if (row.isOfReply) {
+      AnswerPollsWith({sim::Bytes(reply.begin(), reply.begin() + static_cast<long>(count))});
+      row.isAdapter ? Unplug() : adapter.ResetController(kDeaf);
+    } else if (row.isAdapter) {
+      adapter.InterruptRequest(count);
+      ASSERT_TRUE(support::WaitUntil([&] { return !adapter.Plugged(); })) << count;
+    } else {
+      adapter.InterruptRequest(count, kDeaf);
+    }
     ExpectService();
-    Plug(static_cast<int>(count));
+    if (row.isAdapter) {
+      Plug(static_cast<int>(count));
+    }
     ASSERT_NO_FATAL_FAILURE(ExpectFoundAgain(found)) << count;
   }
   EndFault();
 }
 
-TEST_F(BusFaults, TheAdapterIsPulledOutInTheMiddleOfARequest) {
-  StartPolling();
-  BeginFault({.touched = {PART::kBus}, .mostLines = 200});
-  int found = CountLines(kFound);
-  for (std::size_t count = 0; count < kPollRequestSize; ++count) {
-    adapter.InterruptRequest(count);
-    ASSERT_TRUE(support::WaitUntil([&] { return !adapter.Plugged(); })) << count;
-    ExpectService();
-    Plug(static_cast<int>(count));
-    ASSERT_NO_FATAL_FAILURE(ExpectFoundAgain(found)) << count;
-  }
-  EndFault();
-}
+INSTANTIATE_TEST_SUITE_P(, BusFaultsInTheMiddle,
+                         testing::Values(BREAK{"OfARequestByTheAdapter", false, true},
+                                         BREAK{"OfARequestByTheController", false, false},
+                                         BREAK{"OfAReplyByTheAdapter", true, true},
+                                         BREAK{"OfAReplyByTheController", true, false}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(BusFaults, TheControllerStartsAnewInTheMiddleOfARequest) {
-  StartPolling();
-  BeginFault({.touched = {PART::kBus}, .mostLines = 200});
-  int found = CountLines(kFound);
-  for (std::size_t count = 0; count < kPollRequestSize; ++count) {
-    adapter.InterruptRequest(count, milliseconds(20));
-    ExpectService();
-    ASSERT_NO_FATAL_FAILURE(ExpectFoundAgain(found)) << count;
-  }
-  EndFault();
-}
-
-TEST_F(BusFaults, TheControllerStartsAnewInTheMiddleOfAReply) {
-  StartPolling();
-  BeginFault({.touched = {PART::kBus}, .mostLines = 200});
-  const sim::Bytes whole = sim::Frame({0x21, 0x03, 0x00, 0x00});
-  int found = CountLines(kFound);
-  for (std::size_t count = 0; count < whole.size(); ++count) {
-    AnswerPollsWith({sim::Bytes(whole.begin(), whole.begin() + static_cast<long>(count))});
-    adapter.ResetController(milliseconds(20));
-    ExpectService();
-    ASSERT_NO_FATAL_FAILURE(ExpectFoundAgain(found)) << count;
-  }
-  EndFault();
-}
-
-TEST_F(BusFaults, WithoutAnAdapterNothingSpinsAndTheLogGetsOneLineForEachSearch) {
+TEST_F(BusFaults, WithoutAnAdapterTheLogGetsOneLineForEachSearch) {
   config.speedPercent = "50";
   StartForFaults();
   pauses.SetLength(2, milliseconds(150));
