@@ -1,5 +1,5 @@
-#include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
+#include "tests/support/SystemLog.h"
 #include "tests/support/Text.h"
 #include "tests/system/SystemTest.h"
 
@@ -17,17 +17,41 @@ namespace fs = std::filesystem;
 
 class Startup : public SYSTEM_TEST {};
 
-TEST_F(Startup, TheCallerReturnsWithStatusZeroWhileTheDaemonGoesOn) {
-  Start();
-  EXPECT_TRUE(log.WaitForLine(Listening(config.mon)));
-  EXPECT_TRUE(daemon.Running());
-}
-
-TEST_F(Startup, TheDaemonLeadsASessionOfItsOwn) {
-  Start();
-  ASSERT_TRUE(log.WaitForLine("[INF] vorn is started"));
+TEST_F(Startup, TheDaemonLeadsASessionOfItsOwnHasFiveThreadsAndIgnoresItsArguments) {
+  support::START start;
+  start.arguments = {"--help", "-n", "x"};
+  Start(start);
+  ASSERT_TRUE(log.WaitForLine(kNoDevice));
   EXPECT_EQ(getsid(Pid()), Pid());
   EXPECT_EQ(getpgid(Pid()), Pid());
+  EXPECT_TRUE(support::WaitUntil([&] { return support::ThreadCount(Pid()) == kThreads; }))
+      << support::ThreadCount(Pid());
+}
+
+TEST_F(Startup, AMissingConfigurationLeavesOneSystemLogLineAndStatusZero) {
+  support::SYSTEM_LOG systemLog;
+  support::START start;
+  start.workingFolder = Folder();
+  EXPECT_EQ(daemon.Start(start), 0);
+  ExpectEnd();
+  const std::string message = systemLog.Receive();
+  // Facility user (1), priority notice (5): 1 * 8 + 5; then the time, then the program's name.
+  EXPECT_TRUE(message.starts_with("<13>")) << message;
+  EXPECT_TRUE(message.ends_with(" vorn: Unable to start by user " + std::to_string(getuid()) +
+                                ", because unable to load config, or unable to parse XML file!"))
+      << message;
+  EXPECT_EQ(systemLog.Receive(support::milliseconds(0)), "");  // it has ended
+  EXPECT_FALSE(fs::exists(log.Path()));
+}
+
+TEST_F(Startup, APortBelow1025EndsItWithStatusZero) {
+  config.io.port = 1024;
+  Start();
+  ExpectEnd();
+  EXPECT_EQ(log.AllLines(),
+            (std::vector<std::string>{"[INF] vorn is started",
+                                      "[ERR] IO interface port number is less than 1025",
+                                      "[INF] vorn is stopped with error"}));
 }
 
 TEST_F(Startup, WorkingFolderFileModeMaskAndStandardStreamsStay) {
@@ -44,13 +68,6 @@ TEST_F(Startup, WorkingFolderFileModeMaskAndStandardStreamsStay) {
   EXPECT_EQ(descriptors.at(2), Folder() + "/output");
   // A file's permissions on creation are those of the mask.
   EXPECT_EQ(fs::status(log.Path()).permissions(), fs::perms(0640));
-}
-
-TEST_F(Startup, ArgumentsAreIgnored) {
-  support::START start;
-  start.arguments = {"--help", "-n", "x"};
-  Start(start);
-  EXPECT_TRUE(log.WaitForLine(Listening(config.mon)));
 }
 
 TEST_F(Startup, ThePidFileHoldsOnlyTheDecimalPidAndStaysAfterTheEnd) {
@@ -104,26 +121,11 @@ TEST_F(Startup, ARefusedForkEndsTheProgramWithStatus1) {
   EXPECT_FALSE(fs::exists(log.Path()));
 }
 
-TEST_F(Startup, TheWorkersAreBuiltInTheOrderCaeIoMonSerial) {
-  pauses.Hold(3);
-  pauses.Hold(2);
-  Start();
-  ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
-  std::vector<std::string> starts = log.AllLines();
-  std::erase_if(starts, [](const std::string& line) {
-    return line.find("waiting for incoming") != std::string::npos ||
-           line.find("Initparam") != std::string::npos;
-  });
-  EXPECT_EQ(starts, (std::vector<std::string>{"[INF] vorn is started", Listening(config.cae),
-                                              Listening(config.io), Listening(config.mon),
-                                              "[ERR] ttyUSB devices couldn't be found"}));
-}
-
 TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
   config.speedPercent = "90";
   pauses.Hold(2);
   Start();
-  ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
+  ASSERT_TRUE(log.WaitForLine(kNoDevice));
   for (const char* name : {"CAE", "IO", "MON"}) {
     ASSERT_TRUE(log.WaitForLine(Waiting(name)));
   }
@@ -131,20 +133,13 @@ TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
   EXPECT_TRUE(
       LogIs({{"[INF] vorn is started", "[INF] Initparam Autodiscover: TRUE",
               "[INF] Initparam Enablepoll: FALSE", "[INF] Initparam Speed (ThreadDelay): 505",
-              Listening(config.cae), Listening(config.io), Listening(config.mon),
-              "[ERR] ttyUSB devices couldn't be found", "[INF] signal 15 on CAE interface",
-              "[INF] signal 15 on IO interface", "[INF] signal 15 on MON interface",
-              "[INF] signal 15 on serial interface", "[INF] vorn is stopped by SIGTERM or SIGINT"},
+              Listening(config.cae), Listening(config.io), Listening(config.mon), kNoDevice,
+              "[INF] signal 15 on CAE interface", "[INF] signal 15 on IO interface",
+              "[INF] signal 15 on MON interface", "[INF] signal 15 on serial interface",
+              "[INF] vorn is stopped by SIGTERM or SIGINT"},
              {Waiting("CAE")},
              {Waiting("IO")},
              {Waiting("MON")}}));
-}
-
-TEST_F(Startup, RunsFiveThreads) {
-  Start();
-  ASSERT_TRUE(log.WaitForLine("[ERR] ttyUSB devices couldn't be found"));
-  EXPECT_TRUE(support::WaitUntil([&] { return support::ThreadCount(Pid()) == kThreads; }))
-      << support::ThreadCount(Pid());
 }
 
 TEST_F(Startup, StaysSmallInMemory) {

@@ -1,7 +1,5 @@
 #include "sim/line/Descriptor.h"
-#include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
-#include "tests/support/SystemLog.h"
 #include "tests/support/Text.h"
 #include "tests/system/FaultTest.h"
 
@@ -18,10 +16,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <random>
 
-/// What the machine can do to the daemon: its log, its descriptors, its programs, its signals and
-/// its configuration.
+/// What the machine can do to the daemon: its log, its descriptors, its programs and its signals.
 
 namespace {
 
@@ -617,180 +613,6 @@ TEST_F(SystemFaults, KilledAndStartedAgainItServesAtOnce) {
   EndFault();
   EXPECT_EQ(log.LinesWith("bind"), std::vector<std::string>{});
   EXPECT_EQ(log.Count("[INF] vorn is started"), 4);
-}
-
-// --- configuration ------------------------------------------------------------------------------
-
-class HostileConfiguration : public SYSTEM_TEST {
- protected:
-  enum class OUTCOME { kStarted, kRefused };
-
-  /// What the daemon makes of whatever stands in the configuration file's place: three interfaces
-  /// that listen, or the documented failure. A file that cannot be read as XML must be told to the
-  /// system log; of another, a bad port may be all that is known, and no log be named.
-  OUTCOME Outcome(bool mustTell = true) {
-    const milliseconds before = ChildrensProcessorTime();
-    const OUTCOME outcome = StartAndEnd(mustTell);
-    if (!support::kInstrumented) {
-      EXPECT_LT(ChildrensProcessorTime() - before, milliseconds(1000)) << "of the processor";
-    }
-    return outcome;
-  }
-  OUTCOME OutcomeOf(const std::string& text, bool mustTell = true) {
-    support::WriteFile(support::kConfigPath, text);
-    return Outcome(mustTell);
-  }
-
-  support::SYSTEM_LOG m_systemLog;
-
- private:
-  OUTCOME StartAndEnd(bool mustTell) {
-    support::START start;
-    start.workingFolder = Folder();  // a name of the log may have lost its folder
-    start.environment["PATH"] = support::PAUSES::Path();
-    start.environment["VORN_TEST_PAUSES"] = pauses.Folder();
-    EXPECT_EQ(daemon.Start(start), 0);
-    bool isListening = false;
-    EXPECT_TRUE(support::WaitUntil(
-        [&] {
-          isListening = support::ListeningPorts(Pid()).size() == 3;
-          return isListening || !daemon.Running();
-        },
-        milliseconds(support::kInstrumented ? 20'000 : 5000)))
-        << "neither started nor refused";
-    OUTCOME outcome = OUTCOME::kStarted;
-    if (daemon.Running()) {
-      Stop(SIGTERM);
-    } else {
-      ExpectEnd();
-      outcome = OUTCOME::kRefused;
-      const std::string told = m_systemLog.Receive(mustTell ? kLimit : milliseconds(0));
-      EXPECT_TRUE(!mustTell || told.find("unable to parse XML file!") != std::string::npos) << told;
-    }
-    fs::remove(log.Path());
-    return outcome;
-  }
-
-  /// What all processes have used whose end we have seen, the daemon among them.
-  static milliseconds ChildrensProcessorTime() {
-    rusage usage{};
-    getrusage(RUSAGE_CHILDREN, &usage);
-    const auto of = [](const timeval& time) {
-      return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
-    };
-    return std::chrono::duration_cast<milliseconds>(of(usage.ru_utime) + of(usage.ru_stime));
-  }
-};
-
-TEST_F(HostileConfiguration, CutAtAnyByteIsRefused) {
-  const std::string whole = config.Text();
-  ASSERT_EQ(OutcomeOf(whole), OUTCOME::kStarted);
-  const std::size_t end = whole.rfind('>');
-  const auto step = static_cast<std::size_t>(FAULT_TEST::Rounds(1, support::kInstrumented ? 5 : 1));
-  for (std::size_t length = 0; length <= end; length += step) {
-    EXPECT_EQ(OutcomeOf(whole.substr(0, length)), OUTCOME::kRefused) << length;
-  }
-  EXPECT_EQ(OutcomeOf(whole.substr(0, end)), OUTCOME::kRefused);
-  EXPECT_EQ(OutcomeOf(whole.substr(0, end + 1)), OUTCOME::kStarted);
-}
-
-TEST_F(HostileConfiguration, MutatedItStartsOrIsRefusedAndNothingBetween) {
-  config.logFile = "vorn.log";
-  const std::string whole = config.Text();
-  std::mt19937 random(20260105);
-  int started = 0;
-  int refused = 0;
-  // Without a slash: no mutation makes a log elsewhere.
-  const std::string bytes = "<>\"'=& ?!-[]A0159\x01\x7F\x80\xFF\n\\" + std::string(1, '\0');
-  for (int i = 0; i < FAULT_TEST::Rounds(3000, 80); ++i) {
-    std::string text = whole;
-    for (unsigned long changes = random() % 3 + 1; changes > 0; --changes) {
-      const std::size_t place = random() % text.size();
-      switch (random() % 3) {
-        case 0:
-          text[place] = bytes[random() % bytes.size()];
-          break;
-        case 1:
-          text.insert(place, 1, bytes[random() % bytes.size()]);
-          break;
-        default:
-          text.erase(place, random() % 8 + 1);
-          break;
-      }
-    }
-    SCOPED_TRACE(support::Visible(text));
-    (OutcomeOf(text, false) == OUTCOME::kStarted ? started : refused) += 1;
-  }
-  EXPECT_GT(started, 0);
-  EXPECT_GT(refused, 0);
-}
-
-TEST_F(HostileConfiguration, WhatIsNoFileIsRefused) {
-  fs::create_directory(support::kConfigPath);
-  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
-  fs::remove(support::kConfigPath);
-  ASSERT_EQ(mkfifo(support::kConfigPath, 0600), 0);
-  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
-  fs::remove(support::kConfigPath);
-  fs::create_symlink(support::kConfigPath, support::kConfigPath);
-  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
-  fs::remove(support::kConfigPath);
-  fs::create_symlink("/dev/zero", support::kConfigPath);
-  EXPECT_EQ(Outcome(), OUTCOME::kRefused);
-  fs::remove(support::kConfigPath);
-}
-
-TEST_F(HostileConfiguration, HugeDeepAndExplosiveFilesStartOrAreRefused) {
-  const std::string whole = config.Text();
-  const std::size_t inside = whole.rfind("</VORNConfig>");
-  const auto with = [&](const std::string& text) {
-    return whole.substr(0, inside) + text + whole.substr(inside);
-  };
-  constexpr std::size_t kHuge = 64U * 1024 * 1024;
-  EXPECT_EQ(OutcomeOf(with("<!--" + std::string(kHuge, 'x') + "-->")), OUTCOME::kStarted);
-  EXPECT_EQ(OutcomeOf(with("<Unknown Text=\"" + std::string(kHuge, 'x') + "\"/>")),
-            OUTCOME::kStarted);
-  EXPECT_EQ(OutcomeOf(std::string(kHuge, '<')), OUTCOME::kRefused);
-  EXPECT_EQ(OutcomeOf(std::string(kHuge, '\0')), OUTCOME::kRefused);
-  std::string deep;
-  constexpr int kLevels = 100'000;
-  for (int i = 0; i < kLevels; ++i) {
-    deep += "<a>";
-  }
-  EXPECT_EQ(OutcomeOf(with(deep)), OUTCOME::kRefused);
-  for (int i = 0; i < kLevels; ++i) {
-    deep += "</a>";
-  }
-  EXPECT_EQ(OutcomeOf(with(deep)), OUTCOME::kStarted);
-  std::string bomb = "<!DOCTYPE VORNConfig [<!ENTITY a0 \"xxxxxxxxxx\">";
-  for (int i = 1; i < 12; ++i) {
-    const std::string one = "&a" + std::to_string(i - 1) + ";";
-    bomb += "<!ENTITY a" + std::to_string(i) + " \"" + one + one + one + one + one + one + "\">";
-  }
-  bomb += "]>";
-  // Entities of its own are not expanded: it is an unknown element with an odd text.
-  std::string explosive = with("<Unknown Text=\"&a11;\">&a11;</Unknown>");
-  EXPECT_EQ(OutcomeOf(explosive.insert(explosive.find("<VORNConfig>"), bomb)), OUTCOME::kStarted);
-}
-
-TEST_F(HostileConfiguration, EveryEncodingThatIsMarkedStartsAndAWrongMarkIsRefused) {
-  const std::string whole = config.Text();
-  const auto encoded = [&](const std::string& mark, std::size_t width, bool isLittle) {
-    std::string text = mark;
-    for (const char byte : whole) {
-      std::string unit(width, '\0');
-      unit[isLittle ? 0 : width - 1] = byte;
-      text += unit;
-    }
-    return text;
-  };
-  EXPECT_EQ(OutcomeOf("\xEF\xBB\xBF" + whole), OUTCOME::kStarted);
-  EXPECT_EQ(OutcomeOf(encoded("\xFE\xFF", 2, false)), OUTCOME::kStarted);
-  EXPECT_EQ(OutcomeOf(encoded("\xFF\xFE", 2, true)), OUTCOME::kStarted);
-  EXPECT_EQ(OutcomeOf(encoded(std::string("\0\0\xFE\xFF", 4), 4, false)), OUTCOME::kStarted);
-  EXPECT_EQ(OutcomeOf(encoded(std::string("\xFF\xFE\0\0", 4), 4, true)), OUTCOME::kStarted);
-  EXPECT_EQ(OutcomeOf("\xFE\xFF" + whole), OUTCOME::kRefused);
-  EXPECT_EQ(OutcomeOf(encoded("\xFE\xFF", 2, true)), OUTCOME::kRefused);
 }
 
 }  // namespace

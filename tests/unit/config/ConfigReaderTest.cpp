@@ -114,14 +114,25 @@ TEST_F(ConfigReaderTest, ReadsEveryElementAndAttribute) {
   EXPECT_TRUE(systemLogCalls.empty());
 }
 
-TEST_F(ConfigReaderTest, ReadsAByteOrderMarkAndOtherEncodings) {
-  EXPECT_EQ(Read("\xEF\xBB\xBF" + std::string(kGoodFile)).cae.port, 5000);
-  std::string utf16 = "\xFF\xFE";
-  for (const char* byte = kGoodFile; *byte != '\0'; ++byte) {
-    utf16 += *byte;
-    utf16 += '\0';
+TEST_F(ConfigReaderTest, ReadsEveryEncodingThatIsMarkedAndRefusesAWrongMark) {
+  const auto encoded = [](const std::string& mark, std::size_t width, bool isLittle) {
+    std::string text = mark;
+    for (const char byte : std::string(kGoodFile)) {
+      std::string unit(width, '\0');
+      unit[isLittle ? 0 : width - 1] = byte;
+      text += unit;
+    }
+    return text;
+  };
+  const std::string utf32Big("\0\0\xFE\xFF", 4);
+  const std::string utf32Little("\xFF\xFE\0\0", 4);
+  for (const std::string& text :
+       {encoded("\xEF\xBB\xBF", 1, true), encoded("\xFE\xFF", 2, false),
+        encoded("\xFF\xFE", 2, true), encoded(utf32Big, 4, false), encoded(utf32Little, 4, true)}) {
+    EXPECT_EQ(Read(text).cae.port, 5000) << support::Visible(text.substr(0, 8));
   }
-  EXPECT_EQ(Read(utf16).cae.port, 5000);
+  ExpectLoadError(Read(encoded("\xFE\xFF", 1, true)));
+  ExpectLoadError(Read(encoded("\xFE\xFF", 2, true)));
 }
 
 TEST_F(ConfigReaderTest, GivesDefaultsWithoutTheRootElement) {
@@ -167,17 +178,14 @@ TEST_F(ConfigReaderTest, ComputesTheDelayOfASpeed) {
 }
 
 TEST_F(ConfigReaderTest, ReadsASwitchAsTrueInThreeSpellingsOnly) {
-  for (const std::string action : {"TRUE", "True", "true"}) {
+  const std::vector<std::pair<std::string, bool>> rows = {
+      {"TRUE", true},  {"True", true},   {"true", true}, {"yes", false},  {"1", false},
+      {"tRUE", false}, {"TRUE ", false}, {"", false},    {"FALSE", false}};
+  for (const auto& [action, isTrue] : rows) {
     const CONFIG_DESCRIPTOR config =
         ReadRoot("<InitPollState Action='" + action + "'/><AutoDiscover Action='" + action + "'/>");
-    EXPECT_TRUE(config.polling) << action;
-    EXPECT_TRUE(config.autoDiscover) << action;
-  }
-  for (const std::string action : {"yes", "1", "tRUE", "", "FALSE"}) {
-    const CONFIG_DESCRIPTOR config =
-        ReadRoot("<InitPollState Action='" + action + "'/><AutoDiscover Action='" + action + "'/>");
-    EXPECT_FALSE(config.polling) << action;
-    EXPECT_FALSE(config.autoDiscover) << action;
+    EXPECT_EQ(config.polling, isTrue) << action;
+    EXPECT_EQ(config.autoDiscover, isTrue) << action;
   }
 }
 
@@ -430,6 +438,18 @@ TEST_F(ConfigReaderTest, SurvivesVeryLongValues) {
   EXPECT_EQ(ReadRoot("<Debuglog File='" + value + "'/>").logFileName, value);
   EXPECT_EQ(ReadInterfaces("<I Name='" + value + "' Port='1'/>").errorText,
             value + " interface port number is less than 1025");
+}
+
+TEST_F(ConfigReaderTest, ExpandsNoEntitiesOfTheFilesOwn) {
+  std::string bomb = "<!DOCTYPE VORNConfig [<!ENTITY a0 'xxxxxxxxxx'>";
+  for (int i = 1; i < 12; ++i) {
+    const std::string one = "&a" + std::to_string(i - 1) + ";";
+    bomb += "<!ENTITY a" + std::to_string(i) + " '" + one + one + one + one + one + one + "'>";
+  }
+  const CONFIG_DESCRIPTOR config =
+      Read(bomb + "]><VORNConfig><Debuglog File='&a11;'/>&a11;</VORNConfig>");
+  EXPECT_EQ(config.errorText, "NONE");
+  EXPECT_EQ(config.logFileName, "&a11;");
 }
 
 TEST_F(ConfigReaderTest, LeavesNoDescriptorOpen) {
