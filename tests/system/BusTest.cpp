@@ -34,6 +34,16 @@ TEST_F(Bus, TheHandshakeIsTheFirstFrameAndTheVersionIsLogged) {
   EXPECT_EQ(sim::ToHex(requests[0].frame), "03 40 6F 9A");
 }
 
+TEST_F(Bus, AVersionThatBeginsWithAZeroByteIsEmpty) {
+  adapter.SetReplyHook([](const sim::REQUEST& request, const std::optional<sim::Bytes>&) {
+    // The first byte is no error code, but ends the text before the version begins.
+    const sim::REPLY reply{{std::chrono::microseconds(0), sim::Frame({0x00, '2', '.', '0', '4'})}};
+    return request.frame[1] == sim::request::kHandshake ? std::optional(reply) : std::nullopt;
+  });
+  StartLinked();
+  EXPECT_EQ(AboutHardware().back(), "[INF] hardware found on /dev/ttyUSB0 version: ");
+}
+
 TEST_F(Bus, AdaptersAreTriedInTheOrderOfTheirNamesAsText) {
   sim::ADAPTER other(&rack);
   ASSERT_TRUE(other.Plug(2));

@@ -1,3 +1,4 @@
+#include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/SystemLog.h"
 #include "tests/support/Text.h"
@@ -7,9 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
-#include <thread>
 
 namespace {
 
@@ -129,6 +131,9 @@ TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
   for (const char* name : {"CAE", "IO", "MON"}) {
     ASSERT_TRUE(log.WaitForLine(Waiting(name)));
   }
+  std::vector<int> ports{config.cae.port, config.io.port, config.mon.port};
+  std::sort(ports.begin(), ports.end());
+  EXPECT_EQ(support::ListeningPorts(Pid()), ports);
   Stop(SIGTERM);
   EXPECT_TRUE(
       LogIs({{"[INF] vorn is started", "[INF] Initparam Autodiscover: TRUE",
@@ -140,6 +145,46 @@ TEST_F(Startup, TheWholeLogOfAnUneventfulRun) {
              {Waiting("CAE")},
              {Waiting("IO")},
              {Waiting("MON")}}));
+}
+
+TEST_F(Startup, LogLinesBearTheLocalTimeOfTheMoment) {
+  support::START start;
+  // Fourteen and a half hours east of what most machines have.
+  start.environment["TZ"] = "TEST-14:30";
+  const std::time_t begin = std::time(nullptr);
+  Start(start);
+  ASSERT_TRUE(log.WaitForLine("[INF] vorn is started"));
+  const std::time_t end = std::time(nullptr);
+  const auto expected = [](std::time_t time) {
+    const std::time_t east = time + 14 * 3600 + 30 * 60;
+    std::tm fields{};
+    gmtime_r(&east, &fields);
+    char text[40];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &fields);
+    return std::string(text);
+  };
+  const std::string line = support::Lines(log.Text()).at(0);
+  EXPECT_GE(line.substr(0, 19), expected(begin));
+  EXPECT_LE(line.substr(0, 19), expected(end));
+  EXPECT_EQ(line.substr(19), " [INF] vorn is started");
+}
+
+TEST_F(Startup, WithoutADebuglogElementNothingIsWrittenAndNothingFails) {
+  support::START start;
+  start.workingFolder = Folder();
+  StartWith(support::Document({support::InterfacesElement(
+                {support::InterfaceElement(config.cae), support::InterfaceElement(config.io),
+                 support::InterfaceElement(config.mon)})}),
+            start);
+  TCP_CLIENT client = ConnectCae();
+  Synchronise(client);
+  Stop(SIGTERM);
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(Folder())) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"output", "pauses"}));
 }
 
 TEST_F(Startup, StaysSmallInMemory) {
