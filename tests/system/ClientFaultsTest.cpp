@@ -1,7 +1,9 @@
 #include "sim/line/Descriptor.h"
+#include "tests/support/GoldenHelp.h"
+#include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
-#include "tests/system/FaultTest.h"
+#include "tests/system/LoadTest.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -11,7 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <thread>
@@ -21,7 +22,6 @@
 
 namespace {
 
-using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kMinute{60'000};
@@ -38,76 +38,17 @@ std::vector<std::string> LateReplyOr(const std::string& line) {
   return lines;
 }
 
-/// Takes what comes on a connection, for as long as it lives: one that nobody reads is given up.
-/// The connection is its own meanwhile.
-class READER {
- public:
-  explicit READER(TCP_CLIENT& client)
-      : m_thread([this, &client] {
-          while (!m_isOver) {
-            m_text += client.Read(4096, milliseconds(20));
-          }
-        }) {}
-  ~READER() { Stop(); }
-  READER(const READER&) = delete;
-  READER& operator=(const READER&) = delete;
-
-  /// All that has come.
-  const std::string& Stop() {
-    m_isOver = true;
-    if (m_thread.joinable()) {
-      m_thread.join();
-    }
-    return m_text;
-  }
-
- private:
-  std::atomic<bool> m_isOver{false};
-  std::string m_text;  // the thread's until it is joined
-  std::thread m_thread;
-};
-
-class ClientFaults : public FAULT_TEST {
+class ClientFaults : public LOAD_TEST {
  protected:
-  /// Card 3 answers each poll with other keys: an input line at each of them.
-  void StartInputStream() {
-    adapter.SetReplyHook(
-        [value = std::uint8_t(0)](
-            const sim::REQUEST& request,
-            const std::optional<sim::Bytes>&) mutable -> std::optional<sim::REPLY> {
-          if (request.frame.size() < 3 || request.frame[1] != sim::request::kPoll ||
-              request.frame[2] != 3) {
-            return std::nullopt;
-          }
-          return sim::REPLY{{microseconds(0), sim::Frame({0x21, 0x03, ++value, 0x00})}};
-        });
-  }
-  void StopInputStream() { adapter.SetReplyHook(nullptr); }
-
-  /// How a value of that stream is told.
-  std::string InputLine(int value) const {
-    return IoLine("a3b0d" + sim::ToHex(static_cast<std::uint8_t>(value)));
-  }
-  /// The text is made of lines of that stream, and of this other message, and of nothing else; what
-  /// it ends with may be cut off. Where no line may be missing, they count up by one.
-  void ExpectStream(std::string_view text, bool mayMissLines, const std::string& other = "") const {
-    const std::size_t size = InputLine(0).size();
-    std::optional<int> last;
-    while (text.size() >= size) {
-      if (!other.empty() && text.starts_with(other)) {
-        text.remove_prefix(other.size());
-        continue;
-      }
-      const std::string line(text.substr(0, size));
-      int value = 0;
-      while (value < 255 && line != InputLine(value)) {
-        ++value;
-      }
-      ASSERT_EQ(line, InputLine(value)) << "behind that of " << last.value_or(-1);
-      ASSERT_TRUE(mayMissLines || !last || value == (*last + 1) % 256) << *last << ' ' << value;
-      last = value;
-      text.remove_prefix(size);
-    }
+  /// The text is made of input lines, and copies of this command, and of nothing else; what it ends
+  /// with may be cut off. Where no line may be missing, they count up by one.
+  void ExpectStream(const std::string& text, bool mayMissLines,
+                    const std::string& command = "") const {
+    std::vector<std::string> lines = Messages(text, IoLine(""));
+    std::erase(lines, command);
+    const INPUT_GAPS found = FindInputGaps(lines);
+    EXPECT_FALSE(found.torn) << support::Visible(*found.torn);
+    EXPECT_TRUE(mayMissLines || found.gaps == 0) << found.missing;
   }
 
   /// What was refused goes to CAE, as one message each.
@@ -116,13 +57,23 @@ class ClientFaults : public FAULT_TEST {
   }
 };
 
-TEST_F(ClientFaults, AResetAtAnyMomentEndsOnlyThatConnection) {
+TEST_F(ClientFaults, AResetOrAHalfCloseAtAnyMomentEndsOnlyThatConnection) {
   config.initPollState = "TRUE";
   config.speedPercent = "100";
   StartForFaults();
   for (const PART part : kInterfaces) {
     SCOPED_TRACE(Interface(part).name);
-    BeginFault({.touched = {part}, .lines = LateReply(), .mostLines = 40});
+    const auto beWrittenTo = [&] {
+      if (part == PART::kCae) {
+        for (int i = 0; i < 20; ++i) {
+          Client(part)->Send("HELP\r\n");
+        }
+      } else {
+        bus.StartInputs();
+      }
+      EXPECT_EQ(Client(part)->Read(20).size(), 20U);
+    };
+    BeginFault({.touched = {part}, .lines = LateReply(), .mostLines = 50});
     Client(part)->Reset();  // idle
     ExpectService();
     Reconnect(part);
@@ -130,37 +81,16 @@ TEST_F(ClientFaults, AResetAtAnyMomentEndsOnlyThatConnection) {
     Client(part)->Reset();
     ExpectService();
     Reconnect(part);
-    if (part == PART::kCae) {  // while it is written to
-      for (int i = 0; i < 20; ++i) {
-        Client(part)->Send("HELP\r\n");
-      }
-    } else {
-      StartInputStream();
-    }
-    EXPECT_EQ(Client(part)->Read(20).size(), 20U);
+    beWrittenTo();
     Client(part)->Reset();
-    StopInputStream();
+    bus.StopInputs();
     ExpectService();
-    EndFault();
-  }
-}
-
-TEST_F(ClientFaults, AHalfCloseWhileItIsWrittenToEndsOnlyThatConnection) {
-  config.initPollState = "TRUE";
-  config.speedPercent = "100";
-  StartForFaults();
-  for (const PART part : kInterfaces) {
-    SCOPED_TRACE(Interface(part).name);
-    BeginFault({.touched = {part}, .lines = LateReply()});
-    if (part == PART::kCae) {
-      Client(part)->Send("HELP\r\n");
-    } else {
-      StartInputStream();
-    }
-    EXPECT_EQ(Client(part)->Read(20).size(), 20U);
+    Reconnect(part);
+    const int closes = CountLines(ClosedByClient(Interface(part).name));
+    beWrittenTo();
     Client(part)->CloseSending();
-    ASSERT_TRUE(WaitForLines(ClosedByClient(Interface(part).name), 1));
-    StopInputStream();
+    ASSERT_TRUE(WaitForLines(ClosedByClient(Interface(part).name), closes + 1));
+    bus.StopInputs();
     Client(part)->ReadToEnd();
     ExpectService();
     EndFault();
@@ -185,7 +115,8 @@ TEST_F(ClientFaults, AMonitorThatStopsReadingFillsNoMemoryAndIsGivenUpWithinAMin
   }
   long most = 0;
   {
-    const READER reader(*cae);  // the lines are refused, and an operator who did not read would go
+    const COLLECTOR reader(
+        *cae);  // the lines are refused, and an operator who did not read would go
     for (std::size_t pushed = 0; pushed < kPushed; pushed += lines.size()) {
       io->Send(lines);
       most = std::max(most, support::ResidentKiB(Pid()));
@@ -246,26 +177,6 @@ TEST_F(ClientFaults, AMonitorThatCatchesUpAfterEachPauseLosesNothing) {
   EndFault();
 }
 
-TEST_F(ClientFaults, AFloodOfRefusedCommandsDoesNotFloodTheLogWhileAnOperatorReads) {
-  config.speedPercent = "100";
-  StartForFaults();
-  const std::string full =
-      "[ERR] too many messages wait on CAE interface, refused commands are not reported";
-  BeginFault({.touched = {}, .lines = LateReplyOr(full)});
-  std::string lines;
-  for (int i = 0; i < 60'000; ++i) {
-    lines += "bad\n";
-  }
-  {
-    const READER reader(*cae);
-    io->Send(lines);
-    ASSERT_TRUE(support::WaitUntil([&] { return io->IsAllRead(); }, 3 * support::kLimit));
-  }
-  ExpectService();
-  EXPECT_GE(CountLines(full), 1);
-  EndFault();
-}
-
 TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
   config.speedPercent = kSpeedOfLongFaults;
   StartForFaults();
@@ -295,7 +206,7 @@ TEST_F(ClientFaults, AnOperatorThatStopsReadingIsGivenUpWithinAMinute) {
     lines += "bad\n";
   }
   {
-    const READER reader(*mon);
+    const COLLECTOR reader(*mon);
     io->Send(lines);
     ASSERT_TRUE(support::WaitUntil([&] { return io->IsAllRead(); }, 3 * support::kLimit));
   }
@@ -324,7 +235,7 @@ TEST_F(ClientFaults, AnOperatorWhoAsksFasterThanHeIsAnsweredIsHeldBack) {
   }
   long most = 0;
   {
-    const READER reader(*cae);
+    const COLLECTOR reader(*cae);
     constexpr std::size_t kPiece = 4096;
     for (std::size_t begin = 0; begin < questions.size(); begin += kPiece) {
       cae->Send(std::string_view(questions).substr(begin, kPiece));
@@ -353,106 +264,14 @@ TEST_F(ClientFaults, AnIoClientThatStopsReadingInAStormOfInputIsGivenUpWithinAMi
   TCP_CLIENT stuck(config.io.port, {.smallBuffers = true});
   ASSERT_TRUE(stuck.ReadUntil(kIoGreeting).ends_with(kIoGreeting));
   const long before = support::ResidentKiB(Pid());
-  StartInputStream();
+  bus.StartInputs();
   ExpectService();
   ASSERT_TRUE(log.WaitForLine(ClosedByClient("IO"), 2, kMinute));
-  StopInputStream();
+  bus.StopInputs();
   if (!support::kInstrumented) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 2 * 1024);
   }
   stuck.Close();
-  EndFault();
-}
-
-TEST_F(ClientFaults, OneByteASegmentIsOneMessageAByte) {
-  config.speedPercent = "100";
-  StartForFaults();
-  BeginFault({.touched = {}});
-  for (const char byte : std::string("DRVVER\r\n")) {
-    cae->SendAndWaitUntilRead(std::string(1, byte));
-    EXPECT_TRUE(cae->Receives(UnknownReply()));
-  }
-  ExpectService();
-  for (const char byte : std::string("a5b0d00")) {
-    io->SendAndWaitUntilRead(std::string(1, byte));
-    EXPECT_TRUE(mon->Receives(std::string(1, byte) + "\r"));
-    EXPECT_TRUE(cae->Receives(Refused(std::string(1, byte))));
-  }
-  io->Send("\n");  // a separator alone is no command
-  EXPECT_TRUE(mon->Receives("\n\r"));
-  EndFault();
-}
-
-TEST_F(ClientFaults, AThousandLinesInOneSegmentAreReadInPiecesOfWholeLines) {
-  config.speedPercent = "100";
-  StartForFaults();
-  BeginFault({.touched = {}});
-  std::string text;
-  for (int i = 0; i < 1000; ++i) {
-    text += "a5b0d" + sim::ToHex(static_cast<std::uint8_t>(i)) + "\n";
-  }
-  // Of eight bytes each, 31 are in a read of 255.
-  constexpr std::size_t kRead = 31 * 8;
-  std::string copy;
-  for (std::size_t i = 0; i < text.size(); i += kRead) {
-    copy += text.substr(i, kRead) + "\r";
-  }
-  std::vector<std::string> frames;
-  for (const std::string& line : support::Lines(text)) {
-    frames.push_back("05 10 05 02 " + line.substr(5, 2) + " FF");
-  }
-  const std::uint64_t from = adapter.Requests().Last();
-  io->Send(text);
-  EXPECT_TRUE(mon->Receives(copy));
-  EXPECT_TRUE(support::WaitUntil([&] { return Frames(from).size() >= frames.size(); }));
-  EXPECT_EQ(Frames(from), frames);
-  ExpectService();
-  EndFault();
-}
-
-TEST_F(ClientFaults, EveryLengthAround255IsReadInPiecesOfThat) {
-  config.speedPercent = "100";
-  StartForFaults();
-  BeginFault({.touched = {}});
-  for (const std::size_t length :
-       {1U, 2U, 253U, 254U, 255U, 256U, 257U, 509U, 510U, 511U, 512U, 765U, 766U, 1020U}) {
-    std::string expected;
-    for (std::size_t left = length; left > 0; left -= std::min<std::size_t>(left, 255)) {
-      expected += std::string(std::min<std::size_t>(left, 255), 'x') + "\r";
-    }
-    io->Send(std::string(length, 'x'));
-    EXPECT_TRUE(mon->Receives(expected)) << length;
-    for (std::size_t left = length; left > 0; left -= std::min<std::size_t>(left, 255)) {
-      EXPECT_TRUE(cae->Receives(Refused(std::string(std::min<std::size_t>(left, 255), 'x'))));
-    }
-    cae->Send(std::string(length, 'y'));
-    for (std::size_t left = length; left > 0; left -= std::min<std::size_t>(left, 255)) {
-      EXPECT_TRUE(cae->Receives(UnknownReply())) << length;
-    }
-    ExpectService();
-  }
-  EndFault();
-}
-
-TEST_F(ClientFaults, EveryByteValueAloneIsAMessageOfItsOwn) {
-  config.speedPercent = "100";
-  StartForFaults();
-  BeginFault({.touched = {}});
-  for (int value = 0; value <= 255; ++value) {
-    const std::string byte(1, static_cast<char>(value));
-    const std::string text = value == 0 ? "" : byte;
-    cae->Send(byte);
-    EXPECT_TRUE(cae->Receives(UnknownReply())) << value;
-    io->Send(byte);
-    EXPECT_TRUE(mon->Receives(text + "\r")) << value;
-    if (value != 0 && byte != config.io.inpSeparator) {
-      EXPECT_TRUE(cae->Receives(Refused(text))) << value;
-    }
-    mon->Send(byte);
-    if (value % 64 == 0) {
-      ExpectService();
-    }
-  }
   EndFault();
 }
 
@@ -526,16 +345,16 @@ TEST_F(ClientFaults, TwoInterfacesCycleWhileTheThirdStreamsAndNoByteReachesAnoth
   pauses.SetLength(3, milliseconds(5));
   StartForFaults();
   // The machine's lines are told to the monitor, and so is what a machine has sent.
-  const std::string command = "a5b0d5A\n";
-  const std::string copy = command + '\r';
+  const std::string command = "a5b0d5A";
+  const std::size_t kLineSize = IoLine(InputLine(0)).size();
   for (const PART streamed : {PART::kIo, PART::kMon}) {
     SCOPED_TRACE(Interface(streamed).name);
     const PART other = streamed == PART::kIo ? PART::kMon : PART::kIo;
     const int rounds = Rounds(200, 15);
     BeginFault({.touched = {PART::kCae, PART::kIo, PART::kMon},
                 .mostLines = static_cast<std::size_t>(rounds) * 16 + 40});
-    StartInputStream();
-    READER reader(*Client(streamed));
+    bus.StartInputs();
+    COLLECTOR reader(*Client(streamed));
     // Each sees its own greeting and its own answers, and nothing else.
     std::thread operators([&] {
       for (int i = 0; i < rounds; ++i) {
@@ -553,62 +372,23 @@ TEST_F(ClientFaults, TwoInterfacesCycleWhileTheThirdStreamsAndNoByteReachesAnoth
     for (int i = 0; i < rounds; ++i) {
       // What its predecessor was to get comes first.
       const std::string waited = Reconnect(other);
-      EXPECT_EQ(waited.size() % InputLine(0).size(), 0U);
+      EXPECT_EQ(waited.size() % kLineSize, 0U);
       ExpectStream(waited, true);
-      std::string lines = Client(other)->Read(3 * InputLine(0).size());
-      EXPECT_EQ(lines.size(), 3 * InputLine(0).size());
+      std::string lines = Client(other)->Read(3 * kLineSize);
+      EXPECT_EQ(lines.size(), 3 * kLineSize);
       ExpectStream(lines, true);
-      Client(other)->Send(other == PART::kIo ? command : "DRVVER\r\n");
+      Client(other)->Send(other == PART::kIo ? command + "\n" : "DRVVER\r\n");
       i % 2 == 0 ? Client(other)->Reset() : Client(other)->Close();
     }
     operators.join();
     ExpectService();
     const std::string all = reader.Stop();
-    StopInputStream();
-    ASSERT_GT(all.size(), InputLine(0).size());
+    bus.StopInputs();
+    ASSERT_GT(all.size(), kLineSize);
     // Without a machine its lines are lost; else there is no gap.
-    ExpectStream(all, streamed == PART::kMon, streamed == PART::kMon ? copy : "");
+    ExpectStream(all, streamed == PART::kMon, streamed == PART::kMon ? command : "");
     EndFault();
   }
-}
-
-TEST_F(ClientFaults, TheOtherTwoCycleWhileTheOperatorIsAnsweredAndNoByteReachesAnother) {
-  config.speedPercent = "100";
-  pauses.SetLength(2, milliseconds(5));
-  pauses.SetLength(3, milliseconds(5));
-  StartForFaults();
-  const int rounds = Rounds(200, 15);
-  BeginFault({.touched = {PART::kIo, PART::kMon},
-              .mostLines = static_cast<std::size_t>(rounds) * 16 + 40});
-  std::atomic<bool> isOver = false;
-  std::thread operators([&] {
-    while (!isOver) {
-      cae->Send("DRVVER\r\n");
-      EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
-    }
-  });
-  // No command of the IO client is refused, so none of them is told to the operator.
-  const std::string command = "a5b0d5A\n";
-  const auto cycle = [&](PART part) {
-    for (int i = 0; i < rounds; ++i) {
-      std::string before = Reconnect(part);
-      if (part == PART::kMon) {  // the monitor before it may have left what was copied for it
-        while (before.starts_with(command + '\r')) {
-          before.erase(0, command.size() + 1);
-        }
-      }
-      EXPECT_EQ(before, "");
-      Client(part)->Send(part == PART::kIo ? command : "DRVVER\r\n");
-      i % 2 == 0 ? Client(part)->Reset() : Client(part)->Close();
-    }
-  };
-  std::thread machines([&] { cycle(PART::kIo); });
-  cycle(PART::kMon);
-  machines.join();
-  isOver = true;
-  operators.join();
-  ExpectService();
-  EndFault();
 }
 
 TEST_F(ClientFaults, AClientThatConnectsAgainAndAgainLeavesNothingBehind) {
@@ -654,6 +434,61 @@ TEST_F(ClientFaults, AClientThatConnectsAgainAndAgainLeavesNothingBehind) {
     EXPECT_LT(support::ResidentKiB(Pid()) - before, 1024);
   }
   EndFault();
+}
+
+TEST_F(ClientFaults, ASlowReaderGetsEveryByte) {
+  config.speedPercent = "100";
+  Start();
+  TCP_CLIENT client(config.cae.port, {.smallBuffers = true});
+  EXPECT_TRUE(client.Receives(kCaeGreeting));
+  std::string expected;
+  for (int i = 0; i < 150; ++i) {
+    client.SendAndWaitUntilRead("HELP\r\n");
+    expected += CaeReply(kQuickHelp);
+  }
+  // More than the connection takes: the rest waits in the daemon.
+  EXPECT_LT(support::UnreadBytes(client.LocalPort(), config.cae.port),
+            static_cast<long>(expected.size()));
+  EXPECT_TRUE(client.Receives(expected));
+  Synchronise(client);
+}
+
+TEST_F(ClientFaults, ClientsPollingForcedDiscoveryAndReconnectionsRunTogether) {
+  config.speedPercent = "100";
+  config.initPollState = "TRUE";
+  pauses.SetLength(1, milliseconds(30));
+  pauses.SetLength(2, milliseconds(10));
+  pauses.SetLength(3, milliseconds(10));
+  StartIdentified();
+  mon.emplace(ConnectMon());
+  for (int round = 0; round < 5; ++round) {
+    ASSERT_TRUE(log.WaitForLine(Waiting("IO"), round + 1));
+    io.emplace(config.io.port);
+    EXPECT_TRUE(io->ReadUntil(kIoGreeting).ends_with(kIoGreeting));
+    cae->Send("FORCEDISCOVER\r\n");
+    for (int i = 0; i < 20; ++i) {
+      io->Send("a5b0d0F\na0b1d10\naElCL\na9sHS01\n");
+      ASSERT_TRUE(rack.Set(3, 0, round * 20 + i));
+      ASSERT_TRUE(rack.Set(0xF, i % 6, round * 20 + i));
+      ASSERT_TRUE(rack.Turn(8, 1));
+    }
+    Unplug();
+    cae->ReadUntil("DTI:0xF:");
+    cae->ReadUntil("\r>\r\n\r");
+    Plug(round % 3);
+    for (const char* command : {"POLLOFF:3", "POLLSTATE", "SPEED=95", "GETANMASK:F", "POLLON:3",
+                                "REBOOT:0", "SPEED=100", "GETLASTINPST:3=0"}) {
+      cae->Send(std::string(command) + "\r\n");
+      EXPECT_TRUE(cae->ReadUntil("\r>\r\n\r").ends_with("\r>\r\n\r")) << command;
+    }
+    mon->Send("nobody reads this");
+  }
+  // Quiet again: everything works.
+  ASSERT_TRUE(support::WaitUntil([&] {
+    cae->Send("REBOOT:5\r\n");
+    return cae->ReadUntil("\r>\r\n\r") == CaeReply({"CIA: Card is REBOOTED", "RBT:0x5:OK"});
+  }));
+  EXPECT_EQ(log.LinesWith("bind").size(), 0U);
 }
 
 /// A second machine: a network namespace of its own at the other end of a cable.
