@@ -1,6 +1,6 @@
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
-#include "tests/system/FaultTest.h"
+#include "tests/system/FaultFixture.h"
 
 #include <sys/stat.h>
 
@@ -28,7 +28,7 @@ constexpr milliseconds kHitLimit{support::kInstrumented ? 10'000 : 3000};
 constexpr std::size_t kPollRequestSize = 4;  // 03 20 03 02
 constexpr int kAllLengths = 256;             // of a length byte
 
-class BusFaults : public FAULT_TEST {
+class BusFaults : public FAULT_FIXTURE {
  protected:
   void StartPolling() {
     config.initPollState = "TRUE";

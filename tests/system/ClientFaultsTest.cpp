@@ -3,7 +3,7 @@
 #include "tests/support/ListeningPorts.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
-#include "tests/system/LoadTest.h"
+#include "tests/system/LoadFixture.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -38,7 +38,7 @@ std::vector<std::string> LateReplyOr(const std::string& line) {
   return lines;
 }
 
-class ClientFaults : public LOAD_TEST {
+class ClientFaults : public LOAD_FIXTURE {
  protected:
   /// The text is made of input lines, and copies of this command, and of nothing else; what it ends
   /// with may be cut off. Where no line may be missing, they count up by one.

@@ -1,6 +1,6 @@
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
-#include "tests/system/LoadTest.h"
+#include "tests/system/LoadFixture.h"
 
 #include <algorithm>
 #include <array>
@@ -188,7 +188,7 @@ class FOLLOWER {
   int m_gaps = 0;
 };
 
-class Flood : public LOAD_TEST {
+class Flood : public LOAD_FIXTURE {
  protected:
   static constexpr const char* kCopiesAreNotMade =
       "[ERR] too many messages wait on MON interface, copies are not made";

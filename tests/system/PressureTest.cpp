@@ -1,5 +1,5 @@
 #include "tests/support/ProcessInfo.h"
-#include "tests/system/LoadTest.h"
+#include "tests/system/LoadFixture.h"
 
 #include <algorithm>
 #include <atomic>
@@ -11,7 +11,7 @@
 
 namespace {
 
-class Pressure : public LOAD_TEST {
+class Pressure : public LOAD_FIXTURE {
  protected:
   std::vector<std::string> CommandLines(const COUNTED_CARD& card, int count) const {
     std::vector<std::string> lines;

@@ -1,7 +1,7 @@
 #include "sim/line/Descriptor.h"
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
-#include "tests/system/FaultTest.h"
+#include "tests/system/FaultFixture.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-class SystemFaults : public FAULT_TEST {
+class SystemFaults : public FAULT_FIXTURE {
  protected:
   ~SystemFaults() override {
     if (m_isMounted) {

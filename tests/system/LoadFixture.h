@@ -1,14 +1,14 @@
 #pragma once
 
 #include "tests/system/CountedTraffic.h"
-#include "tests/system/FaultTest.h"
+#include "tests/system/FaultFixture.h"
 
 #include <string>
 #include <vector>
 
 /// A daemon that gets more than it can work off at once. What is sent counts, so that a test sees
 /// what arrives, in which order, and what does not. Starts by StartForFaults.
-class LOAD_TEST : public FAULT_TEST {
+class LOAD_FIXTURE : public FAULT_FIXTURE {
  protected:
   /// For all of a load to pass.
   static constexpr support::milliseconds kLoadLimit = 3 * support::kLimit;

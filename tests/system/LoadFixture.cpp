@@ -1,6 +1,6 @@
-#include "tests/system/LoadTest.h"
+#include "tests/system/LoadFixture.h"
 
-void LOAD_TEST::ExpectOutputsAndEnd(const COUNTED_CARD& card, int count) {
+void LOAD_FIXTURE::ExpectOutputsAndEnd(const COUNTED_CARD& card, int count) {
   ASSERT_TRUE(support::WaitUntil(
       [&] { return bus.LastOutput(card.Address()) == card.EndFrame(count); }, 2 * kLoadLimit));
   std::vector<sim::Bytes> outputs = bus.Outputs(card.Address());
@@ -16,7 +16,7 @@ void LOAD_TEST::ExpectOutputsAndEnd(const COUNTED_CARD& card, int count) {
   EXPECT_TRUE(next == count || (isLossTold && (count - next) % card.Period() == 0)) << next;
 }
 
-void LOAD_TEST::ExpectAllInputs(const std::vector<std::string>& lines) const {
+void LOAD_FIXTURE::ExpectAllInputs(const std::vector<std::string>& lines) const {
   const INPUT_GAPS found = FindInputGaps(lines);
   EXPECT_FALSE(found.torn) << *found.torn;
   ASSERT_FALSE(lines.empty());
@@ -25,7 +25,7 @@ void LOAD_TEST::ExpectAllInputs(const std::vector<std::string>& lines) const {
   EXPECT_LE(found.missing, CountLines(kLinkIsLost));
 }
 
-void LOAD_TEST::LoseAdapter() {
+void LOAD_FIXTURE::LoseAdapter() {
   const int before = CountLines(kLinkIsLost);
   Unplug();
   io->Send("a1b0d00\n");

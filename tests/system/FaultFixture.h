@@ -42,7 +42,7 @@ struct FAULT_SCOPE {
 /// A test starts by StartForFaults, makes its fault between BeginFault and EndFault, any number of
 /// times, and has the clients `cae`, `io` and `mon` for itself as far as its fault touches them. It
 /// says by ExpectService when the fault lasts, at least once, or fails.
-class FAULT_TEST : public SYSTEM_TEST {
+class FAULT_FIXTURE : public SYSTEM_TEST {
  public:
   /// Long series are scaled: all of it with VORN_TEST_FULL=1 in the environment, else what suits an
   /// ordinary run.

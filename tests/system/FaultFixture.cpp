@@ -1,4 +1,4 @@
-#include "tests/system/FaultTest.h"
+#include "tests/system/FaultFixture.h"
 
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
@@ -61,7 +61,7 @@ std::string Shown(const std::map<int, std::string>& descriptors) {
 
 }  // namespace
 
-void FAULT_TEST::TearDown() {
+void FAULT_FIXTURE::TearDown() {
   if (m_isUnderWay) {
     EndFault();
   }
@@ -77,7 +77,7 @@ void FAULT_TEST::TearDown() {
   SYSTEM_TEST::TearDown();
 }
 
-void FAULT_TEST::StartForFaults(const support::START& start) {
+void FAULT_FIXTURE::StartForFaults(const support::START& start) {
   config.autoDiscover = "FALSE";
   StartLinked(start);
   for (const PART part : kInterfaces) {
@@ -86,7 +86,7 @@ void FAULT_TEST::StartForFaults(const support::START& start) {
   Identify();
 }
 
-void FAULT_TEST::Identify() {
+void FAULT_FIXTURE::Identify() {
   const auto isIdentified = [this] {
     cae->Send("FORCEDISCOVER" + config.cae.inpSeparator);
     const std::string list = cae->ReadUntil(CaeLine(">"));
@@ -101,14 +101,14 @@ void FAULT_TEST::Identify() {
   }
 }
 
-int FAULT_TEST::Rounds(int all, int ordinary) {
+int FAULT_FIXTURE::Rounds(int all, int ordinary) {
   const char* const full = std::getenv("VORN_TEST_FULL");
   return full != nullptr && std::string_view(full) == "1" ? all : ordinary;
 }
 
 // --- around the fault ---------------------------------------------------------------------------
 
-void FAULT_TEST::BeginFault(FAULT_SCOPE scope) {
+void FAULT_FIXTURE::BeginFault(FAULT_SCOPE scope) {
   ASSERT_FALSE(m_isUnderWay);
   ExpectServiceExcept({});
   m_scope = std::move(scope);
@@ -120,12 +120,12 @@ void FAULT_TEST::BeginFault(FAULT_SCOPE scope) {
   m_isServiceSeen = false;
 }
 
-void FAULT_TEST::ExpectService() {
+void FAULT_FIXTURE::ExpectService() {
   EXPECT_TRUE(ExpectServiceExcept(m_scope.touched)) << "there is nothing left to ask";
   m_isServiceSeen = true;
 }
 
-void FAULT_TEST::EndFault() {
+void FAULT_FIXTURE::EndFault() {
   m_isUnderWay = false;
   EXPECT_TRUE(m_isServiceSeen || m_scope.looksForItself)
       << "the test has not looked while the fault lasted";
@@ -165,7 +165,7 @@ void FAULT_TEST::EndFault() {
 
 // --- service ------------------------------------------------------------------------------------
 
-bool FAULT_TEST::ExpectServiceExcept(const std::set<PART>& touched) {
+bool FAULT_FIXTURE::ExpectServiceExcept(const std::set<PART>& touched) {
   const auto isWell = [&](PART part) { return !touched.contains(part); };
   const bool isPolled = config.initPollState == "TRUE";
   if (isWell(PART::kCae)) {
@@ -203,7 +203,7 @@ bool FAULT_TEST::ExpectServiceExcept(const std::set<PART>& touched) {
   return isWell(PART::kCae) || isWell(PART::kIo) || (isWell(PART::kBus) && isPolled);
 }
 
-std::string FAULT_TEST::Reconnect(PART part) {
+std::string FAULT_FIXTURE::Reconnect(PART part) {
   static const std::map<PART, std::string> kGreetings = {
       {PART::kCae, kCaeGreeting}, {PART::kIo, kIoGreeting}, {PART::kMon, kMonGreeting}};
   std::optional<TCP_CLIENT>& client = Client(part);
@@ -221,17 +221,17 @@ std::string FAULT_TEST::Reconnect(PART part) {
   return received.substr(0, received.size() - greeting.size());
 }
 
-std::optional<TCP_CLIENT>& FAULT_TEST::Client(PART part) {
+std::optional<TCP_CLIENT>& FAULT_FIXTURE::Client(PART part) {
   return part == PART::kCae ? cae : part == PART::kIo ? io : mon;
 }
 
-const support::INTERFACE& FAULT_TEST::Interface(PART part) const {
+const support::INTERFACE& FAULT_FIXTURE::Interface(PART part) const {
   return part == PART::kCae ? config.cae : part == PART::kIo ? config.io : config.mon;
 }
 
 // --- what is seen from outside ------------------------------------------------------------------
 
-std::map<int, std::string> FAULT_TEST::QuietDescriptors() const {
+std::map<int, std::string> FAULT_FIXTURE::QuietDescriptors() const {
   std::map<int, std::string> descriptors;
   const std::string logPath = std::filesystem::weakly_canonical(log.Path());
   const auto isQuiet = [&] {
@@ -248,7 +248,7 @@ std::map<int, std::string> FAULT_TEST::QuietDescriptors() const {
   return descriptors;
 }
 
-bool FAULT_TEST::IsAllowed(const std::string& line) const {
+bool FAULT_FIXTURE::IsAllowed(const std::string& line) const {
   std::vector<std::string> allowed = m_scope.lines;
   if (m_scope.touched.contains(PART::kBus)) {
     allowed.insert(allowed.end(), std::begin(kBusLines), std::end(kBusLines));
@@ -266,13 +266,13 @@ bool FAULT_TEST::IsAllowed(const std::string& line) const {
                      [&](const std::string& beginning) { return line.starts_with(beginning); });
 }
 
-int FAULT_TEST::CountLines(const std::string& beginning) const {
+int FAULT_FIXTURE::CountLines(const std::string& beginning) const {
   const std::vector<std::string> lines = log.AllLines();
   return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
     return line.starts_with(beginning);
   }));
 }
 
-bool FAULT_TEST::WaitForLines(const std::string& beginning, int count) const {
+bool FAULT_FIXTURE::WaitForLines(const std::string& beginning, int count) const {
   return support::WaitUntil([&] { return CountLines(beginning) >= count; });
 }
