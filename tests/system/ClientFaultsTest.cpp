@@ -482,6 +482,7 @@ TEST_F(ClientFaults, ClientsPollingForcedDiscoveryAndReconnectionsRunTogether) {
       EXPECT_TRUE(cae->ReadUntil("\r>\r\n\r").ends_with("\r>\r\n\r")) << command;
     }
     mon->Send("nobody reads this");
+    io.reset();
   }
   // Quiet again: everything works.
   ASSERT_TRUE(support::WaitUntil([&] {
