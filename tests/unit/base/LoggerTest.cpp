@@ -81,16 +81,16 @@ TEST_F(LoggerTest, WritesTimeTagAndText) {
   EXPECT_LE(text.substr(0, kTimeStampLength), LocalTime(after));
 }
 
-TEST_F(LoggerTest, AppendsOneLineForEachCall) {
-  m_logger.WriteLog(kInf, "first");
-  m_logger.WriteLog(kErr, "second");
-  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] first", "[ERR] second"}));
-}
-
-TEST_F(LoggerTest, AppendsToWhatTheFileHolds) {
-  support::WriteFile(m_path, "2026-01-01 12:00:00 [INF] before\n");
-  m_logger.WriteLog(kInf, "now");
-  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] before", "[INF] now"}));
+TEST_F(LoggerTest, AppendsOneLineForEachCallToWhatTheFileHolds) {
+  for (const std::string earlier : {"", "\n", "2026-01-01 12:00:00 [INF] before\n"}) {
+    support::WriteFile(m_path, earlier);
+    m_logger.WriteLog(kInf, "first");
+    m_logger.WriteLog(kErr, "second");
+    const std::string text = m_log.Text();
+    EXPECT_TRUE(text.starts_with(earlier + "2")) << support::Visible(text);
+    support::WriteFile(m_path, text.substr(earlier.size()));
+    EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] first", "[ERR] second"}));
+  }
 }
 
 TEST_F(LoggerTest, EndsWhatIsLeftOfALineBeforeTheNext) {
@@ -105,18 +105,6 @@ TEST_F(LoggerTest, EndsWhatIsLeftOfALineBeforeTheNext) {
     support::WriteFile(m_path, text.substr(std::min(text.size(), half.size() + 1)));
     EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] now", "[INF] later"}));
   }
-}
-
-TEST_F(LoggerTest, PutsNothingBeforeTheLineInAnEmptyFile) {
-  support::WriteFile(m_path, "");
-  m_logger.WriteLog(kInf, "now");
-  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] now"}));
-}
-
-TEST_F(LoggerTest, AddsNothingToAnEmptyLineAtTheEnd) {
-  support::WriteFile(m_path, "\n");
-  m_logger.WriteLog(kInf, "now");
-  EXPECT_EQ(m_log.Text().substr(0, 2), "\n2");
 }
 
 TEST_F(LoggerTest, WritesTheLongestLineWholeBehindWhatIsLeftOfOne) {
@@ -191,19 +179,12 @@ TEST_F(LoggerTest, LeavesNothingOpenOtherwise) {
   EXPECT_EQ(OpenDescriptorCount(), before);
 }
 
-TEST_F(LoggerTest, WritesPercentSignsAsTheyAre) {
-  m_logger.WriteLog(kInf, "100% %s %n %d %%");
-  EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] 100% %s %n %d %%"}));
-}
-
 TEST_F(LoggerTest, WritesTheTextUnchanged) {
-  m_logger.WriteLog(kInf, "  a\rb\n\x80\xFF\t ");
-  EXPECT_EQ(m_log.Text().substr(kTimeStampLength), " [INF]   a\rb\n\x80\xFF\t \n");
-}
-
-TEST_F(LoggerTest, WritesAnEmptyText) {
-  m_logger.WriteLog(kInf, "");
-  EXPECT_EQ(m_log.Text().substr(kTimeStampLength), " [INF] \n");
+  for (const std::string text : {"  a\rb\n\x80\xFF\t ", "100% %s %n %d %%", ""}) {
+    std::filesystem::remove(m_path);
+    m_logger.WriteLog(kInf, text);
+    EXPECT_EQ(m_log.Text().substr(kTimeStampLength), " [INF] " + text + "\n");
+  }
 }
 
 TEST_F(LoggerTest, CutsALongLineTo999BytesWithItsLineFeed) {
@@ -248,15 +229,11 @@ TEST_F(LoggerTest, DropsTheLineWhenItsFolderIsMissingAndTriesAgain) {
             (std::vector<std::string>{"[INF] kept"}));
 }
 
-TEST_F(LoggerTest, DropsTheLineWhenTheFileIsAFolder) {
-  LoggerOf(m_folder.Path()).WriteLog(kInf, "lost");
-  EXPECT_TRUE(std::filesystem::is_empty(m_folder.Path()));
-}
-
-TEST_F(LoggerTest, SurvivesAFullDisk) {
+TEST_F(LoggerTest, SurvivesAFullDiskAndAFolderInTheFilesPlace) {
   LOGGER full = LoggerOf("/dev/full");
   full.WriteLog(kInf, "lost");
   full.WriteLog(kErr, std::string(5000, 'x'));
+  LoggerOf(m_folder.Path()).WriteLog(kInf, "lost");
   m_logger.WriteLog(kInf, "kept");
   EXPECT_EQ(m_log.AllLines(), (std::vector<std::string>{"[INF] kept"}));
 }
@@ -327,25 +304,17 @@ TEST_F(LoggerTest, DoesNotWaitForAFullPipe) {
   }
 }
 
-TEST_F(LoggerTest, CopiesLevelAndFileName) {
+TEST_F(LoggerTest, CopiesLevelAndFileNameAndEachCopyIsItsOwn) {
   m_logger.SetLevel(1);
-  const LOGGER copy(m_logger);
-  EXPECT_EQ(copy.Level(), 1);
-  EXPECT_EQ(copy.FileName(), m_path);
+  LOGGER copy(m_logger);
   LOGGER assigned;
   assigned = m_logger;
-  EXPECT_EQ(assigned.Level(), 1);
-  EXPECT_EQ(assigned.FileName(), m_path);
-}
-
-TEST_F(LoggerTest, SurvivesAnAssignmentToItself) {
-  LOGGER& same = m_logger;
-  m_logger = same;  // cppcheck-suppress selfAssignment ; it is what is tested
-  EXPECT_EQ(m_logger.FileName(), m_path);
-}
-
-TEST_F(LoggerTest, ChangesOfOneCopyLeaveTheOthersAlone) {
-  LOGGER copy(m_logger);
+  const LOGGER& same = assigned;
+  assigned = same;  // cppcheck-suppress selfAssignment ; it is what is tested
+  for (const LOGGER* const each : {&copy, &assigned}) {
+    EXPECT_EQ(each->Level(), 1);
+    EXPECT_EQ(each->FileName(), m_path);
+  }
   copy.SetLevel(2);
   copy.SetFileName("/nowhere/log");
   m_logger.WriteLog(kInf, "kept");

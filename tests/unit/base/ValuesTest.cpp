@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -13,44 +15,42 @@ constexpr std::int32_t kMax = std::numeric_limits<std::int32_t>::max();
 
 }  // namespace
 
-TEST(Atol, ReadsTheLeadingDecimalNumber) {
-  EXPECT_EQ(ATOL("5000"), 5000);
-  EXPECT_EQ(ATOL("0"), 0);
-  EXPECT_EQ(ATOL("007"), 7);
-}
-
-TEST(Atol, AcceptsLeadingWhiteSpaceAndASign) {
-  EXPECT_EQ(ATOL(" \t\r\n12"), 12);
-  EXPECT_EQ(ATOL("-12"), -12);
-  EXPECT_EQ(ATOL("  +12"), 12);
-}
-
-TEST(Atol, StopsAtTheFirstNonDigit) {
-  EXPECT_EQ(ATOL("12abc"), 12);
-  EXPECT_EQ(ATOL("12.9"), 12);
-  EXPECT_EQ(ATOL("1 2"), 1);
-  EXPECT_EQ(ATOL(std::string("1\0002", 3)), 1);
-}
-
-TEST(Atol, IsAlwaysDecimal) {
-  EXPECT_EQ(ATOL("0x10"), 0);
-  EXPECT_EQ(ATOL("010"), 10);
-}
-
-TEST(Atol, GivesZeroWithoutANumber) {
-  for (const char* const text : {"", "abc", "-", "+", " ", "- 5", "--5"}) {
-    EXPECT_EQ(ATOL(text), 0) << text;
+TEST(Atol, ReadsTheLeadingDecimalNumberOrGivesZeroAndSaturatesAt32Bits) {
+  const std::vector<std::pair<std::string, std::int32_t>> rows = {
+      {"5000", 5000},
+      {"0", 0},
+      {"007", 7},
+      // white space and a sign before it
+      {" \t\r\n12", 12},
+      {"-12", -12},
+      {"  +12", 12},
+      // whatever else behind it
+      {"12abc", 12},
+      {"12.9", 12},
+      {"1 2", 1},
+      {std::string("1\0002", 3), 1},
+      // always decimal
+      {"0x10", 0},
+      {"010", 10},
+      // no number
+      {"", 0},
+      {"abc", 0},
+      {"-", 0},
+      {"+", 0},
+      {" ", 0},
+      {"- 5", 0},
+      {"--5", 0},
+      // limits
+      {"2147483647", kMax},
+      {"2147483648", kMax},
+      {"4294967296", kMax},
+      {"99999999999999999999999", kMax},
+      {"-2147483648", kMin},
+      {"-2147483649", kMin},
+      {"-99999999999999999999999", kMin}};
+  for (const auto& [text, number] : rows) {
+    EXPECT_EQ(ATOL(text), number) << text;
   }
-}
-
-TEST(Atol, SaturatesAt32Bits) {
-  EXPECT_EQ(ATOL("2147483647"), kMax);
-  EXPECT_EQ(ATOL("2147483648"), kMax);
-  EXPECT_EQ(ATOL("4294967296"), kMax);
-  EXPECT_EQ(ATOL("99999999999999999999999"), kMax);
-  EXPECT_EQ(ATOL("-2147483648"), kMin);
-  EXPECT_EQ(ATOL("-2147483649"), kMin);
-  EXPECT_EQ(ATOL("-99999999999999999999999"), kMin);
 }
 
 TEST(Atob, IsTrueForThreeSpellingsOnly) {

@@ -252,19 +252,14 @@ TEST(Thread, PassesByDefaultPrintThatTheThreadIsAlive) {
   EXPECT_TRUE(goOn);
 }
 
-TEST(Thread, RunsATaskByDefault) {
+TEST(Thread, RunsATaskByDefaultAndReturnsItsResult) {
   CThread thread;
-  RECORDING_TASK task;
-  EXPECT_TRUE(thread.OnTask(static_cast<CTask*>(&task)));
-  EXPECT_EQ(task.statusInside, kTaskRunning);
-  EXPECT_EQ(task.TaskStatus(), kTaskCompleted);
-}
-
-TEST(Thread, ReturnsTheResultOfTheTask) {
-  CThread thread;
-  RECORDING_TASK task(false);
-  EXPECT_FALSE(thread.OnTask(static_cast<CTask*>(&task)));
-  EXPECT_EQ(task.TaskStatus(), kTaskCompleted);
+  for (const bool result : {true, false}) {
+    RECORDING_TASK task(result);
+    EXPECT_EQ(thread.OnTask(static_cast<CTask*>(&task)), result);
+    EXPECT_EQ(task.statusInside, kTaskRunning);
+    EXPECT_EQ(task.TaskStatus(), kTaskCompleted);
+  }
 }
 
 TEST(Thread, RunsATaskThatItIsHandedOnItself) {
@@ -368,16 +363,11 @@ TEST(Thread, Refuses100thEvent) {
   EXPECT_EQ(handled.back(), &items.front());
 }
 
-TEST(Thread, NullItemIsAcceptedAndNotStored) {
+TEST(Thread, NullItemIsAcceptedAndNotStoredAlsoByAFullStack) {
   TEST_THREAD thread;
   thread.Stop();
   EXPECT_TRUE(thread.Push(nullptr));
   EXPECT_EQ(thread.GetEventsPending(), 0);
-}
-
-TEST(Thread, NullItemIsAcceptedByAFullStack) {
-  TEST_THREAD thread;
-  thread.Stop();
   int item = 0;
   for (int i = 0; i < kStackLimit; ++i) {
     EXPECT_TRUE(thread.Push(&item));
@@ -432,49 +422,28 @@ TEST(Thread, HandlesWhatWasPushedBeforeItsStart) {
   EXPECT_TRUE(thread.WaitUntilHandled(1));
 }
 
-TEST(Thread, IntervalDrivenThreadRefusesAnEvent) {
-  HELD_INTERVAL_THREAD held;
-  ASSERT_TRUE(held.gate.WaitUntilReached());
-  EXPECT_EQ(held.thread.ErrorFlags(), 0U);
-  int item = 0;
-  EXPECT_FALSE(held.thread.Event(&item));
-  EXPECT_EQ(held.thread.ThreadState(), kThreadFault);
-  EXPECT_EQ(held.thread.ErrorFlags(), 0x10U);
-  EXPECT_EQ(held.thread.GetEventsPending(), 0);
-}
-
-TEST(Thread, IntervalDrivenThreadRefusesATask) {
-  HELD_INTERVAL_THREAD held;
-  ASSERT_TRUE(held.gate.WaitUntilReached());
+TEST(Thread, IntervalDrivenThreadRefusesEventsAndTasksAndItsNextPassKeepsTheFlag) {
   RECORDING_TASK task;
-  EXPECT_FALSE(held.thread.Event(&task));
-  EXPECT_EQ(held.thread.ThreadState(), kThreadFault);
-  EXPECT_EQ(held.thread.ErrorFlags(), 0x10U);
+  int item = 0;
+  const std::function<bool(TEST_THREAD&)> events[] = {
+      [&](TEST_THREAD& thread) { return thread.Event(&item); },
+      [&](TEST_THREAD& thread) { return thread.Event(static_cast<void*>(nullptr)); },
+      [&](TEST_THREAD& thread) { return thread.Event(&task); }};
+  for (const auto& event : events) {
+    HELD_INTERVAL_THREAD held;
+    ASSERT_TRUE(held.gate.WaitUntilReached());
+    EXPECT_EQ(held.thread.ErrorFlags(), 0U);
+    EXPECT_FALSE(event(held.thread));
+    EXPECT_EQ(held.thread.ThreadState(), kThreadFault);
+    EXPECT_EQ(held.thread.GetEventsPending(), 0);
+    held.gate.Open();
+    EXPECT_TRUE(WaitUntil([&] { return held.thread.ThreadState() != kThreadFault; }));
+    EXPECT_EQ(held.thread.ErrorFlags(), 0x10U);
+  }
   EXPECT_EQ(task.TaskStatus(), kTaskNew);
 }
 
-TEST(Thread, NextPassOverwritesTheFaultStateButNotTheFlag) {
-  HELD_INTERVAL_THREAD held;
-  ASSERT_TRUE(held.gate.WaitUntilReached());
-  EXPECT_FALSE(held.thread.Event(static_cast<void*>(nullptr)));
-  EXPECT_EQ(held.thread.ThreadState(), kThreadFault);
-  held.gate.Open();
-  EXPECT_TRUE(WaitUntil([&] { return held.thread.ThreadState() != kThreadFault; }));
-  EXPECT_EQ(held.thread.ErrorFlags(), 0x10U);
-}
-
 // --- passes -----------------------------------------------------------------------------------
-
-TEST(Thread, IsBusyDuringAPass) {
-  HELD_INTERVAL_THREAD held;
-  ASSERT_TRUE(held.gate.WaitUntilReached());
-  EXPECT_EQ(held.thread.ThreadState(), kThreadBusy);
-}
-
-TEST(Thread, IntervalDrivenThreadRunsAgainAndAgain) {
-  TEST_THREAD thread(kIntervalDriven, 1, [] { return true; });
-  EXPECT_TRUE(thread.WaitForPasses(10));
-}
 
 TEST(Thread, PausesItsIdleTimeBetweenPasses) {
   constexpr int kPasses = 5;
@@ -541,17 +510,12 @@ TEST(Thread, ChangesItsOwnTypeInAPass) {
   EXPECT_TRUE(thread.WaitForPasses(3));
 }
 
-TEST(Thread, EndsWhenAPassReturnsFalse) {
+TEST(Thread, EndsWhenAPassReturnsFalseAndStartsAgain) {
   TEST_THREAD thread(kIntervalDriven, 1, [] { return false; });
   EXPECT_TRUE(thread.WaitForPasses(1));
   EXPECT_TRUE(thread.WaitForState(kThreadDown));
   EXPECT_EQ(thread.Passes(), 1);
-}
-
-TEST(Thread, StartsAgainAfterItHasEnded) {
-  TEST_THREAD thread(kIntervalDriven, 1, [] { return false; });
-  ASSERT_TRUE(thread.WaitForPasses(1));
-  ASSERT_TRUE(thread.WaitForState(kThreadDown));
+  EXPECT_FALSE(thread.PingThread(1000));
   EXPECT_TRUE(thread.Start());
   EXPECT_TRUE(thread.WaitForPasses(2));
 }
@@ -564,19 +528,14 @@ TEST(Thread, KernelProcessOfAStoppedThreadShutsDown) {
   EXPECT_EQ(thread.Passes(), 0);
 }
 
-TEST(Thread, KernelProcessRunsOnePass) {
-  TEST_THREAD thread;
-  ASSERT_TRUE(thread.PingThread(0));
-  EXPECT_TRUE(thread.KernelProcess());
-  EXPECT_EQ(thread.ThreadState(), kThreadWaiting);
-  EXPECT_EQ(thread.Passes(), 1);
-}
-
-TEST(Thread, KernelProcessShutsDownWhenAPassReturnsFalse) {
-  TEST_THREAD thread([] { return false; });
-  ASSERT_TRUE(thread.PingThread(0));
-  EXPECT_FALSE(thread.KernelProcess());
-  EXPECT_EQ(thread.ThreadState(), kThreadShuttingDown);
+TEST(Thread, KernelProcessRunsOnePassAndShutsDownWhenThatReturnsFalse) {
+  for (const bool goOn : {true, false}) {
+    TEST_THREAD thread([=] { return goOn; });
+    ASSERT_TRUE(thread.PingThread(0));
+    EXPECT_EQ(thread.KernelProcess(), goOn);
+    EXPECT_EQ(thread.ThreadState(), goOn ? kThreadWaiting : kThreadShuttingDown);
+    EXPECT_EQ(thread.Passes(), 1);
+  }
 }
 
 TEST(Thread, KernelProcessShutsDownWhenAnItemReturnsFalse) {
@@ -616,13 +575,6 @@ TEST(Thread, PingWaitsMoreThanItsTimeOutInIdleTimes) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(15));
 }
 
-TEST(Thread, PingOfAThreadThatEndedByItselfGivesUp) {
-  TEST_THREAD thread(kIntervalDriven, 1, [] { return false; });
-  ASSERT_TRUE(thread.WaitForPasses(1));
-  ASSERT_TRUE(thread.WaitForState(kThreadDown));
-  EXPECT_FALSE(thread.PingThread(1000));
-}
-
 TEST(Thread, PingWithoutATimeOutWaitsUntilTheThreadRuns) {
   for (const long timeout : {0L, -1L}) {
     TEST_THREAD thread;
@@ -638,11 +590,13 @@ TEST(Thread, PingWithoutATimeOutWaitsUntilTheThreadRuns) {
 
 // --- stopping ---------------------------------------------------------------------------------
 
-TEST(Thread, IsDownAfterStop) {
+TEST(Thread, IsDownAfterStopAndAfterAnotherOne) {
   TEST_THREAD thread;
-  thread.Stop();
-  EXPECT_EQ(thread.ThreadState(), kThreadDown);
-  EXPECT_EQ(thread.ErrorFlags(), 0U);
+  for (int stop = 0; stop < 2; ++stop) {
+    thread.Stop();
+    EXPECT_EQ(thread.ThreadState(), kThreadDown);
+    EXPECT_EQ(thread.ErrorFlags(), 0U);
+  }
 }
 
 TEST(Thread, StopOfAnIntervalDrivenThreadLeavesTheFlagOfTheRefusedEvent) {
@@ -713,13 +667,6 @@ TEST(Thread, StopFromItsOwnPassOnlyAsks) {
   ASSERT_TRUE(thread.WaitForPasses(1));
   ready = true;
   EXPECT_TRUE(thread.WaitForState(kThreadDown));
-}
-
-TEST(Thread, StopTwiceReturns) {
-  TEST_THREAD thread;
-  thread.Stop();
-  thread.Stop();
-  EXPECT_EQ(thread.ThreadState(), kThreadDown);
 }
 
 TEST(Thread, StopThatComesBeforeTheThreadHasBegunEndsIt) {
