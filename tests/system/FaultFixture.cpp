@@ -116,8 +116,21 @@ void FAULT_FIXTURE::BeginFault(FAULT_SCOPE scope) {
   EXPECT_TRUE(support::WaitUntil([&] { return support::ThreadCount(m_pid) == kThreads; }));
   m_descriptors = QuietDescriptors();
   m_linesBefore = log.AllLines().size();
+  m_residentKiB = support::ResidentKiB(m_pid);
+  m_mostKiB = m_residentKiB;
   m_isUnderWay = true;
   m_isServiceSeen = false;
+}
+
+void FAULT_FIXTURE::LookAtMemory() {
+  m_mostKiB = std::max(m_mostKiB, support::ResidentKiB(m_pid));
+}
+
+void FAULT_FIXTURE::ExpectGrowthBelow(long kiB) {
+  LookAtMemory();
+  if (!support::kInstrumented) {
+    EXPECT_LT(m_mostKiB - m_residentKiB, kiB);
+  }
 }
 
 void FAULT_FIXTURE::ExpectService() {
@@ -204,21 +217,35 @@ bool FAULT_FIXTURE::ExpectServiceExcept(const std::set<PART>& touched) {
 }
 
 std::string FAULT_FIXTURE::Reconnect(PART part) {
+  std::string before;
+  Client(part).reset();
+  Client(part).emplace(ConnectAsNext(part, {}, before));
+  return before;
+}
+
+TCP_CLIENT FAULT_FIXTURE::ReplaceBySlowReader(PART part) {
+  std::string before;
+  Client(part).reset();
+  return ConnectAsNext(part, {.smallBuffers = true}, before);
+}
+
+TCP_CLIENT FAULT_FIXTURE::ConnectAsNext(PART part, const support::CLIENT_OPTIONS& options,
+                                        std::string& before) {
   static const std::map<PART, std::string> kGreetings = {
       {PART::kCae, kCaeGreeting}, {PART::kIo, kIoGreeting}, {PART::kMon, kMonGreeting}};
-  std::optional<TCP_CLIENT>& client = Client(part);
   const std::string& greeting = kGreetings.at(part);
-  std::string received;
+  std::optional<TCP_CLIENT> client;
   const auto isGreeted = [&] {
     client.reset();
-    client.emplace(Interface(part).port);
-    received = client->ReadUntil(greeting, kGreetingLimit);
-    return received.ends_with(greeting);
+    client.emplace(Interface(part).port, options);
+    before = client->ReadUntil(greeting, kGreetingLimit);
+    return before.ends_with(greeting);
   };
   if (!support::WaitUntil(isGreeted)) {
     throw std::runtime_error("no greeting on " + Interface(part).name);
   }
-  return received.substr(0, received.size() - greeting.size());
+  before.resize(before.size() - greeting.size());
+  return std::move(*client);
 }
 
 std::optional<TCP_CLIENT>& FAULT_FIXTURE::Client(PART part) {

@@ -69,9 +69,16 @@ class FAULT_FIXTURE : public SYSTEM_TEST {
   /// The test has taken the fault away. What was touched comes back by itself.
   void EndFault();
 
+  /// Since BeginFault, now and at each look. Not judged under a sanitizer, which has memory of its
+  /// own.
+  void ExpectGrowthBelow(long kiB);
+  void LookAtMemory();
+
   /// Drops the client of a part, if there is one, and connects another; what was left for its
   /// predecessor comes before the greeting, and is returned.
   std::string Reconnect(PART part);
+  /// The same with a client that is not kept, and to which the kernel holds a few KiB at most.
+  TCP_CLIENT ReplaceBySlowReader(PART part);
   std::optional<TCP_CLIENT>& Client(PART part);
   const support::INTERFACE& Interface(PART part) const;
 
@@ -88,6 +95,8 @@ class FAULT_FIXTURE : public SYSTEM_TEST {
  private:
   /// False when nothing was asked.
   bool ExpectServiceExcept(const std::set<PART>& touched);
+  /// Greeted, and what came before the greeting.
+  TCP_CLIENT ConnectAsNext(PART part, const support::CLIENT_OPTIONS& options, std::string& before);
   bool IsAllowed(const std::string& line) const;
 
   pid_t m_pid = 0;  // since BeginFault
@@ -95,6 +104,8 @@ class FAULT_FIXTURE : public SYSTEM_TEST {
   bool m_isServiceSeen = false;  // while this fault lasts
   FAULT_SCOPE m_scope;
   std::size_t m_linesBefore = 0;
+  long m_residentKiB = 0;  // when the fault began
+  long m_mostKiB = 0;      // at the looks since then
   std::map<int, std::string> m_descriptors;
   int m_value = 0;      // of the last output command
   std::string m_cards;  // as FORCEDISCOVER lists them, since StartForFaults
