@@ -1,10 +1,15 @@
-// What vorn says stands in the documents, and what the log's document quotes is what vorn says.
+// What vorn says stands in the documents, and what they quote of the log is what vorn says.
 
+#include "tests/docs/Manual.h"
 #include "tests/docs/Markdown.h"
+#include "tests/support/Pattern.h"
+#include "vorn/config/ConfigReader.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
+#include <pugixml.hpp>
 #include <set>
 
 namespace docs {
@@ -14,16 +19,6 @@ std::string AllDocuments() {
   std::string all;
   for (const std::filesystem::path& document : Documents()) {
     all += ReadFile(document);
-  }
-  return all;
-}
-
-std::string AllSources() {
-  std::string all;
-  for (const char* const folder : {"vorn", "thread"}) {
-    for (const std::filesystem::path& source : Sources(folder)) {
-      all += ReadFile(source);
-    }
   }
   return all;
 }
@@ -73,61 +68,103 @@ TEST(Documents, HoldEveryTextOfTheDaemon) {
   EXPECT_GT(count, 100U);  // the reader of sources still finds them
 }
 
-TEST(LogDocument, HoldsEveryTextThatIsLogged) {
-  const std::string document = ReadFile("docs/log.md");
-  std::size_t count = 0;
+// --- the log ------------------------------------------------------------------------------------
+
+/// A log line as a source builds it, as a pattern; empty where it has no fixed part.
+std::string PatternOf(const std::string& expression) {
+  std::string pattern;
+  std::size_t at = 0;
+  const auto addVariable = [&](std::size_t end) {
+    const bool isThere = std::any_of(expression.begin() + static_cast<std::ptrdiff_t>(at),
+                                     expression.begin() + static_cast<std::ptrdiff_t>(end),
+                                     [](unsigned char c) { return std::isalnum(c) != 0; });
+    pattern += isThere ? "\\S+" : "";
+  };
+  for (const std::string& literal : Literals(expression)) {
+    const std::size_t begin = expression.find('"' + literal + '"', at);
+    addVariable(begin);
+    pattern += support::PATTERN::Quoted(literal);
+    at = begin + literal.size() + 2;
+  }
+  if (at > 0) {
+    addVariable(expression.size());
+  }
+  return pattern;
+}
+
+/// Of every log line of the daemon's sources that has a fixed part, with its tag.
+std::vector<std::string> LoggedPatterns() {
+  std::vector<std::string> patterns;
   for (const std::filesystem::path& source : Sources("vorn")) {
     const std::string code = ReadFile(source);
-    for (const char* const function : {"WriteLog", "LogError", "LogInfo", "syslog"}) {
-      for (const std::string& call : Calls(code, function)) {
-        for (const std::string& text : Literals(call)) {
-          if (text.size() > 2) {
-            EXPECT_TRUE(Holds(document, text)) << source << ": \"" << text << "\"";
-            ++count;
-          }
+    for (const std::string function : {"WriteLog", "LogError", "LogInfo"}) {
+      for (std::string arguments : Calls(code, function)) {
+        const bool isError = function == "LogError" || arguments.starts_with("(kErr");
+        arguments.erase(0, function == "WriteLog" ? arguments.find(',') + 1 : 0);
+        const std::string pattern = PatternOf(arguments);
+        if (!pattern.empty()) {
+          patterns.push_back((isError ? "\\[ERR\\] " : "\\[INF\\] ") + pattern);
         }
       }
     }
   }
-  EXPECT_GT(count, 20U);
+  return patterns;
 }
 
-/// The fixed pieces of a line such as "[INF] NAME interface listening on port PORT".
-LINES FixedPieces(std::string line) {
-  line.erase(0, std::string("[INF] ").size());
-  for (const std::string field : {"NAME", "PORT", "DEVICE", "TEXT", "TRUE", "127.0.0.1:", "DMI"}) {
-    for (std::size_t at = 0; (at = line.find(field, at)) != std::string::npos;) {
-      line.replace(at, field.size(), "\n");
-    }
-  }
-  LINES pieces;
-  for (std::string piece : SplitLines(line)) {
-    // "N" stands for a number where it is a word of its own.
-    for (const std::string number : {" N ", " N"}) {
-      const std::size_t at = piece.find(number);
-      if (at != std::string::npos) {
-        pieces.push_back(piece.substr(0, at + 1));
-        piece.erase(0, at + 2);
-      }
-    }
-    pieces.push_back(piece == "N" ? "" : piece);
-  }
-  return pieces;
+/// The error texts of an unusable configuration, which are logged as they are.
+std::set<std::string> ConfigurationErrors() {
+  pugi::xml_document document;
+  document.load_string(
+      "<VORNConfig><Interfaces><I Name='NAME' Port='1'/></Interfaces></VORNConfig>");
+  return {std::string("[ERR] ") + kConfigLoadError,
+          "[ERR] " + ReadConfigDocument(document).errorText};
 }
 
-TEST(LogDocument, QuotesOnlyLinesThatAreLogged) {
-  const std::string sources = AllSources();
-  std::size_t count = 0;
+LINES LinesOfTheDocument() {
+  LINES lines;
   for (const std::string& line : SplitLines(ReadFile("docs/log.md"))) {
-    if (line.compare(0, 3, "| `") != 0 || line.compare(3, 1, "[") != 0) {
-      continue;
+    if (line.starts_with("| `[")) {
+      lines.push_back(CodeSpans(line).at(0));
     }
-    for (const std::string& piece : FixedPieces(CodeSpans(line).at(0))) {
-      EXPECT_TRUE(Holds(sources, piece)) << "\"" << piece << "\" of " << line;
-    }
-    ++count;
   }
-  EXPECT_GT(count, 25U);
+  return lines;
+}
+
+LINES LinesOfTheManual() {
+  LINES lines;
+  for (const MANUAL_ITEM& item : ManualItems("vorn.8")) {
+    if (item.section == "DIAGNOSTICS" && item.head.starts_with('[')) {
+      lines.push_back(item.head);
+    }
+  }
+  return lines;
+}
+
+TEST(LogLines, AreAllExplainedAndNoneIsThatIsGone) {
+  const std::vector<std::string> patterns = LoggedPatterns();
+  EXPECT_GT(patterns.size(), 25U);
+  const std::set<std::string> errors = ConfigurationErrors();
+  for (const LINES& listed : {LinesOfTheDocument(), LinesOfTheManual()}) {
+    std::set<std::string> gone(listed.begin(), listed.end());
+    for (const std::string& pattern : patterns) {
+      const support::PATTERN logged(pattern);
+      bool isExplained = false;
+      for (const std::string& line : listed) {
+        if (!logged.Match(line).empty()) {
+          isExplained = true;
+          gone.erase(line);
+        }
+      }
+      EXPECT_TRUE(isExplained) << pattern;
+    }
+    for (const std::string& line : gone) {
+      EXPECT_TRUE(errors.contains(line)) << line;
+    }
+  }
+  for (const std::string& error : errors) {
+    const LINES listed = LinesOfTheManual();
+    EXPECT_NE(std::find(listed.begin(), listed.end(), error), listed.end()) << error;
+  }
 }
 
 }  // namespace

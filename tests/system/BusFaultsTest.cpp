@@ -252,39 +252,6 @@ TEST_P(BusFaultsOfReply, EveryLengthByteIsSurvivedAndATooLongOneIsATimeout) {
 INSTANTIATE_TEST_SUITE_P(, BusFaultsOfReply, testing::ValuesIn(kReplies),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(BusFaults, EveryByteValueInDataPassesUnchangedInBothDirections) {
-  StartPolling();
-  BeginFault({.touched = {}, .mostLines = 0});
-  // Blocks 0 and 1 of card 3 begin at 0; each value differs from the one before.
-  std::vector<sim::Bytes> answers;
-  std::string expected;
-  for (int i = 1; i <= 256; ++i) {
-    const auto value = static_cast<std::uint8_t>(i);
-    const auto other = static_cast<std::uint8_t>(~i);
-    answers.push_back(sim::Frame({0x21, 0x03, value, other}));
-    expected += IoLine("a3b0d" + sim::ToHex(value)) + IoLine("a3b1d" + sim::ToHex(other));
-  }
-  answers.push_back(sim::Frame({0x21, 0x03, 0, 0}));  // as the rack has it
-  expected += IoLine("a3b1d00");
-  BeginAnswers(answers);
-  ExpectService();
-  FinishAnswers();
-  EXPECT_TRUE(io->Receives(expected));
-  const std::uint64_t from = adapter.Requests().Last();
-  std::vector<std::string> frames;
-  for (int i = 0; i < 256; ++i) {
-    const std::string value = sim::ToHex(static_cast<std::uint8_t>(i));
-    io->Send("a5b0d" + value + "\n");
-    EXPECT_TRUE(mon->ReadUntil("a5b0d" + value + "\n\r").ends_with(value + "\n\r"));
-    frames.push_back("05 10 05 02 " + value + " FF");
-  }
-  ASSERT_TRUE(WaitForFrame("05 10 05 02 FF FF", from));
-  std::vector<std::string> sent = Frames(from);
-  std::erase_if(sent, [](const std::string& frame) { return !frame.starts_with("05 10"); });
-  EXPECT_EQ(sent, frames);
-  EndFault();
-}
-
 TEST_F(BusFaults, TheAdapterIsPulledOutAndComesBackUnderAnotherNumberAgainAndAgain) {
   StartPolling();
   const int rounds = Rounds(1000, 60);
@@ -387,27 +354,6 @@ TEST_F(BusFaults, DevicesThatAreNoAdaptersAreToldAtEachSearchAndLeakNothing) {
     fs::remove(name);
   }
   Plug(0);
-  EndFault();
-}
-
-TEST_F(BusFaults, AStormOfInputReachesTheClientWithoutALossAndNobodyStarves) {
-  StartPolling();
-  BeginFault({.touched = {}, .mostLines = 0});
-  constexpr std::size_t kChanges = 3000;
-  std::vector<sim::Bytes> answers;
-  std::string expected;
-  for (std::size_t i = 0; i < kChanges; ++i) {
-    const std::uint8_t value = i % 2 == 0 ? 0x55 : 0xAA;
-    answers.push_back(sim::Frame({0x21, 0x03, value, static_cast<std::uint8_t>(~value)}));
-    expected += IoLine("a3b0d" + sim::ToHex(value)) +
-                IoLine("a3b1d" + sim::ToHex(static_cast<std::uint8_t>(~value)));
-  }
-  BeginAnswers(answers);
-  ExpectService();
-  FinishAnswers();
-  cae->Send("DRVVER\r\n");
-  EXPECT_TRUE(cae->Receives(CaeReply({"CIA: DRIVER VERSION 1.20"})));
-  EXPECT_TRUE(io->Receives(expected));
   EndFault();
 }
 

@@ -56,29 +56,11 @@ void SetForTyping(const std::string& line) {
   }
 }
 
-bool IsSubsequence(const std::vector<std::string>& part, const std::vector<std::string>& whole) {
-  auto next = part.begin();
-  for (const std::string& line : whole) {
-    if (next != part.end() && *next == line) {
-      ++next;
-    }
-  }
-  return next == part.end();
-}
-
 /// What a test builds on. The exception ends the test and fails it.
 void Require(bool holds, const std::string& what) {
   if (!holds) {
     throw std::runtime_error("not so: " + what);
   }
-}
-
-std::string Joined(const std::vector<std::string>& lines) {
-  std::string text;
-  for (const std::string& line : lines) {
-    text += "  " + line + "\n";
-  }
-  return text;
 }
 
 }  // namespace
@@ -270,33 +252,6 @@ std::vector<std::string> SYSTEM_TEST::Frames(std::uint64_t after) {
 
 bool SYSTEM_TEST::WaitForFrame(const std::string& hex, std::uint64_t after) {
   return adapter.Requests().WaitForFrame(sim::FromHex(hex).value(), kLimit, after).has_value();
-}
-
-testing::AssertionResult SYSTEM_TEST::LogIs(
-    const std::vector<std::vector<std::string>>& sequences) const {
-  std::vector<std::string> expected;
-  for (const auto& sequence : sequences) {
-    expected.insert(expected.end(), sequence.begin(), sequence.end());
-  }
-  // The line of an event is written before or just after the event shows.
-  support::WaitUntil([&] { return log.AllLines().size() >= expected.size(); });
-  const std::vector<std::string> lines = log.AllLines();
-  for (const auto& sequence : sequences) {
-    if (!IsSubsequence(sequence, lines)) {
-      return testing::AssertionFailure() << "the log is\n"
-                                         << Joined(lines) << "without, in this order,\n"
-                                         << Joined(sequence);
-    }
-  }
-  std::vector<std::string> sorted = lines;
-  std::sort(sorted.begin(), sorted.end());
-  std::sort(expected.begin(), expected.end());
-  if (sorted != expected) {
-    return testing::AssertionFailure() << "the log is\n"
-                                       << Joined(lines) << "where these lines are expected:\n"
-                                       << Joined(expected);
-  }
-  return testing::AssertionSuccess();
 }
 
 std::string SYSTEM_TEST::Listening(const support::INTERFACE& interface) const {

@@ -82,10 +82,6 @@ class SYSTEM_TEST : public testing::Test {
   /// Waits for the next request with these exact bytes ("04 50 05 01 AB").
   bool WaitForFrame(const std::string& hex, std::uint64_t after = 0);
 
-  /// All lines of the log so far are an interleaving of these sequences: each of them in its order,
-  /// and nothing else.
-  testing::AssertionResult LogIs(const std::vector<std::vector<std::string>>& sequences) const;
-
   /// Log lines of an interface.
   std::string Listening(const support::INTERFACE& interface) const;
   static std::string Waiting(const std::string& name);

@@ -1,9 +1,9 @@
 // The manual pages describe what the code has: nothing is missing, nothing is there that is gone.
 
 #include "checkconf/FindingKinds.h"
+#include "tests/docs/Manual.h"
+#include "tests/docs/Markdown.h"
 #include "tests/support/Pattern.h"
-#include "tests/unit/man/LogTexts.h"
-#include "tests/unit/man/Manual.h"
 #include "vorn/config/ConfigReader.h"
 #include "vorn/config/ConfigTables.h"
 #include "vorn/master/CaeCommands.h"
@@ -17,7 +17,7 @@
 #include <pugixml.hpp>
 #include <set>
 
-namespace unit {
+namespace docs {
 
 namespace {
 
@@ -114,15 +114,20 @@ TEST(Manual, WritesTheCaeCommandsAsTheHelpDoes) {
 
 TEST(Manual, QuotesEveryReplyOfTheCommandLine) {
   const std::string page = ManualText("vorn-cae.7");
-  for (const char* start : {"CIA: ", "CIE: ", "COE:"}) {
-    const std::vector<std::string> replies = Literals(start);
-    EXPECT_FALSE(replies.empty()) << start;
-    for (std::string reply : replies) {
-      reply.resize(std::min(reply.find("%s"), reply.size()));  // the page has a name there
-      reply.erase(reply.find_last_not_of(' ') + 1);
-      EXPECT_NE(page.find(".Dl " + reply), std::string::npos) << reply;
+  std::map<std::string, int> found;  // by their beginnings
+  for (const std::filesystem::path& source : Sources("vorn")) {
+    for (std::string reply : Literals(ReadFile(source))) {
+      for (const char* const start : {"CIA: ", "CIE: ", "COE:"}) {
+        if (reply.starts_with(start)) {
+          ++found[start];
+          reply.resize(std::min(reply.find("%s"), reply.size()));  // the page has a name there
+          reply.erase(reply.find_last_not_of(' ') + 1);
+          EXPECT_NE(page.find(".Dl " + reply), std::string::npos) << reply;
+        }
+      }
     }
   }
+  EXPECT_EQ(found.size(), 3U);
 }
 
 // --- the IO commands ----------------------------------------------------------------------------
@@ -205,50 +210,6 @@ TEST(Manual, ListsEveryLcdCode) {
 
 // --- the log ------------------------------------------------------------------------------------
 
-/// The error texts of an unusable configuration, which are logged as they are.
-NAMES ConfigurationErrors() {
-  pugi::xml_document document;
-  document.load_string(
-      "<VORNConfig><Interfaces><I Name='NAME' Port='1'/></Interfaces></VORNConfig>");
-  return {std::string("[ERR] ") + kConfigLoadError,
-          "[ERR] " + ReadConfigDocument(document).errorText};
-}
-
-NAMES ListedLogLines() {
-  NAMES lines;
-  for (const std::string& head : Heads("vorn.8", "DIAGNOSTICS", "Li")) {
-    if (head.starts_with('[')) {
-      lines.insert(head);
-    }
-  }
-  return lines;
-}
-
-TEST(Manual, ExplainsEveryLogLineOfTheSources) {
-  const NAMES listed = ListedLogLines();
-  const std::vector<LOG_TEXT> texts = LogTexts();
-  EXPECT_GT(texts.size(), 25U);
-  for (const LOG_TEXT& text : texts) {
-    EXPECT_TRUE(std::any_of(listed.begin(), listed.end(), [&](const std::string& line) {
-      return text.Matches(line);
-    })) << text.Shown();
-  }
-  for (const std::string& error : ConfigurationErrors()) {
-    EXPECT_TRUE(listed.contains(error)) << error;
-  }
-}
-
-TEST(Manual, ExplainsNoLogLineThatIsGone) {
-  const std::vector<LOG_TEXT> texts = LogTexts();
-  const NAMES errors = ConfigurationErrors();
-  for (const std::string& line : ListedLogLines()) {
-    EXPECT_TRUE(errors.contains(line) ||
-                std::any_of(texts.begin(), texts.end(),
-                            [&](const LOG_TEXT& text) { return text.Matches(line); }))
-        << line;
-  }
-}
-
 TEST(Manual, SaysOfEveryLogLineWhatToDo) {
   for (const MANUAL_ITEM& item : ManualItems("vorn.8")) {
     if (item.section == "DIAGNOSTICS") {
@@ -281,4 +242,4 @@ TEST(Manual, ListsEveryFindingOfTheCheckerWithItsSeverityAndText) {
 
 }  // namespace
 
-}  // namespace unit
+}  // namespace docs

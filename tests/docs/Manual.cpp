@@ -1,12 +1,11 @@
-#include "tests/unit/man/Manual.h"
+#include "tests/docs/Manual.h"
+
+#include "tests/docs/Markdown.h"
 
 #include <array>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <utility>
 
-namespace unit {
+namespace docs {
 
 namespace {
 
@@ -49,22 +48,15 @@ void SetHead(MANUAL_ITEM& item, const std::string& line) {
 }  // namespace
 
 std::string ManualText(const std::string& file) {
-  std::ifstream stream(std::string(VORN_MANUALS) + "/" + file);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  if (!stream || text.str().empty()) {
-    throw std::runtime_error("cannot read " + file);
-  }
-  return Unescaped(text.str());
+  return Unescaped(ReadFile("docs/man/" + file));
 }
 
 std::vector<MANUAL_ITEM> ManualItems(const std::string& file) {
   std::vector<MANUAL_ITEM> items;
-  std::istringstream text(ManualText(file));
   std::string section;
   std::string subsection;
   bool inItem = false;
-  for (std::string line; std::getline(text, line);) {
+  for (std::string line : SplitLines(ManualText(file))) {
     if (Takes(line, ".Sh")) {
       section = line;
       subsection.clear();
@@ -84,4 +76,4 @@ std::vector<MANUAL_ITEM> ManualItems(const std::string& file) {
   return items;
 }
 
-}  // namespace unit
+}  // namespace docs

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace unit {
+namespace docs {
 
 /// An entry of a list in a manual page.
 struct MANUAL_ITEM {
@@ -20,4 +20,4 @@ std::vector<MANUAL_ITEM> ManualItems(const std::string& file);
 /// The whole page, with the escapes replaced.
 std::string ManualText(const std::string& file);
 
-}  // namespace unit
+}  // namespace docs
