@@ -17,9 +17,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kDescriptorLimit{support::kInstrumented ? 5000 : 1000};
-/// A second for a card's answer, two for a discovery, and room for a busy machine.
-constexpr milliseconds kEndLimit{support::kInstrumented ? 15'000 : 5000};
 /// A client whose handshake ends in the moment when the daemon closes its listener is not told by
 /// the kernel: it sees a connection that the other end does not have.
 constexpr milliseconds kGreetingLimit{support::kInstrumented ? 10'000
@@ -70,8 +67,8 @@ void FAULT_FIXTURE::TearDown() {
       pauses.Release(seconds);
     }
     daemon.Signal(SIGTERM);
-    const std::optional<int> status = daemon.WaitForEnd(kEndLimit);
-    EXPECT_TRUE(status) << "it does not end within the longest pause";
+    const std::optional<int> status = daemon.WaitForEnd();
+    EXPECT_TRUE(status) << "it does not end";
     EXPECT_TRUE(!status || (WIFEXITED(*status) && WEXITSTATUS(*status) == 0)) << *status;
   }
   SYSTEM_TEST::TearDown();
@@ -150,10 +147,9 @@ void FAULT_FIXTURE::EndFault() {
     }
   }
   ExpectServiceExcept({});
-  EXPECT_TRUE(support::WaitUntil(
-      [&] { return support::OpenDescriptors(m_pid).size() == m_descriptors.size(); },
-      kDescriptorLimit))
-      << "before:\n"
+  EXPECT_TRUE(support::WaitUntil([&] {
+    return support::OpenDescriptors(m_pid).size() == m_descriptors.size();
+  })) << "before:\n"
       << Shown(m_descriptors) << "now:\n"
       << Shown(support::OpenDescriptors(m_pid));
   EXPECT_EQ(support::ThreadCount(m_pid), kThreads);

@@ -30,12 +30,12 @@ struct FAULT_SCOPE {
 ///
 ///  1. the process is the same,
 ///  2. it has five threads,
-///  3. a second after the fault its descriptors are those from before,
+///  3. after the fault its descriptors are those from before,
 ///  4. the bus and the interfaces that the fault does not touch answer meanwhile, and all of them
 ///     afterwards,
 ///  5. the log has only the lines that belong to the fault, and no flood of them,
 ///  6. nothing is on its standard streams, where sanitizers report,
-///  7. SIGTERM afterwards ends it with status 0, within the longest pause it can be in.
+///  7. SIGTERM afterwards ends it with status 0.
 ///
 /// That it idles meanwhile is measured, by script/measure --faults.
 ///
