@@ -1,6 +1,6 @@
 #pragma once
 
-#include "checkconf/ELEMENT.h"
+#include "checkconf/Element.h"
 
 #include <pugixml.hpp>
 

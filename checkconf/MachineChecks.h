@@ -2,7 +2,7 @@
 
 #include "checkconf/Findings.h"
 #include "checkconf/User.h"
-#include "vorn/config/CONFIG_DESCRIPTOR.h"
+#include "vorn/config/ConfigDescriptor.h"
 
 #include <cstdint>
 

@@ -3,7 +3,7 @@
 #include "thread/Pauses.h"
 #include "vorn/base/Values.h"
 #include "vorn/bus/SerialPort.h"
-#include "vorn/master/VORN.h"
+#include "vorn/master/Vorn.h"
 
 #include <fcntl.h>
 #include <sys/types.h>

@@ -5,7 +5,7 @@
 #include "tests/support/unit/Bytes.h"
 #include "tests/support/unit/ExampleRack.h"
 #include "tests/unit/master/DaemonDouble.h"
-#include "vorn/master/CAE_INTERPRETER.h"
+#include "vorn/master/CaeInterpreter.h"
 #include "vorn/master/HelpTexts.h"
 
 #include <gtest/gtest.h>

@@ -3,8 +3,8 @@
 #include "tests/docs/Markdown.h"
 #include "tests/support/unit/Bytes.h"
 #include "tests/support/unit/ExampleRack.h"
-#include "vorn/base/LOGGER.h"
-#include "vorn/master/OUT_COMMAND_PARSER.h"
+#include "vorn/base/Logger.h"
+#include "vorn/master/OutCommandParser.h"
 
 #include <gtest/gtest.h>
 

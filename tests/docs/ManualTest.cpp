@@ -8,7 +8,7 @@
 #include "vorn/config/ConfigTables.h"
 #include "vorn/master/CaeCommands.h"
 #include "vorn/master/HelpTexts.h"
-#include "vorn/master/OUT_COMMAND_PARSER.h"
+#include "vorn/master/OutCommandParser.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include "tests/fuzz/support/Input.h"
 #include "tests/fuzz/support/Rack.h"
 #include "tests/support/CaeVectors.h"
-#include "vorn/master/CAE_INTERPRETER.h"
+#include "vorn/master/CaeInterpreter.h"
 
 #include <array>
 #include <string>

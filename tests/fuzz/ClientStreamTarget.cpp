@@ -9,7 +9,7 @@
 #include "tests/fuzz/support/Sockets.h"
 #include "tests/fuzz/support/System.h"
 #include "vorn/base/Budget.h"
-#include "vorn/tcp/SOCKET_INTERFACE.h"
+#include "vorn/tcp/SocketInterface.h"
 
 #include <algorithm>
 #include <array>

@@ -5,7 +5,7 @@
 #include "tests/fuzz/support/Check.h"
 #include "tests/fuzz/support/Input.h"
 #include "tests/fuzz/support/Rack.h"
-#include "vorn/master/OUT_COMMAND_PARSER.h"
+#include "vorn/master/OutCommandParser.h"
 
 #include <algorithm>
 #include <array>

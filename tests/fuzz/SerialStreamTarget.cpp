@@ -3,7 +3,7 @@
 
 #include "tests/fuzz/support/Bus.h"
 #include "tests/fuzz/support/Input.h"
-#include "vorn/bus/SERIAL_INTERFACE.h"
+#include "vorn/bus/SerialInterface.h"
 
 #include <algorithm>
 #include <memory>

@@ -8,11 +8,11 @@
 #include "tests/fuzz/support/Rack.h"
 #include "tests/fuzz/support/Sockets.h"
 #include "vorn/base/Budget.h"
-#include "vorn/bus/SERIAL_INTERFACE.h"
+#include "vorn/bus/SerialInterface.h"
 #include "vorn/master/Farewell.h"
 #include "vorn/master/HelpTexts.h"
-#include "vorn/master/VORN.h"
-#include "vorn/tcp/SOCKET_INTERFACE.h"
+#include "vorn/master/Vorn.h"
+#include "vorn/tcp/SocketInterface.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vorn/bus/CARD_TABLE.h"
+#include "vorn/bus/CardTable.h"
 
 #include <cstdint>
 #include <string>

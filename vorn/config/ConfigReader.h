@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vorn/config/CONFIG_DESCRIPTOR.h"
+#include "vorn/config/ConfigDescriptor.h"
 
 #include <string>
 

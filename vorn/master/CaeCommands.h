@@ -1,10 +1,10 @@
 #pragma once
 
-#include "vorn/base/VOQUEUE.h"
-#include "vorn/bus/CARD_TABLE.h"
+#include "vorn/base/VoQueue.h"
 #include "vorn/bus/CardBus.h"
+#include "vorn/bus/CardTable.h"
 #include "vorn/master/CaeLine.h"
-#include "vorn/master/DAEMON_CONTROL.h"
+#include "vorn/master/DaemonControl.h"
 
 #include <cstdint>
 #include <functional>

@@ -3,7 +3,7 @@
 #include "tests/fuzz/support/Check.h"
 #include "tests/fuzz/support/System.h"
 #include "vorn/bus/Line.h"
-#include "vorn/bus/PERIFCARD.h"
+#include "vorn/bus/PerifCard.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -3,7 +3,7 @@
 #include "tests/support/Text.h"
 #include "tests/support/unit/Folder.h"
 #include "vorn/base/FileDescriptor.h"
-#include "vorn/base/LOGGER.h"
+#include "vorn/base/Logger.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

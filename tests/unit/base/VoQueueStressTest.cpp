@@ -1,6 +1,6 @@
 // The queue under load: as many messages as a busy daemon hands over in days.
 
-#include "vorn/base/VOQUEUE.h"
+#include "vorn/base/VoQueue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "vorn/base/VOQUEUE.h"
+#include "vorn/base/VoQueue.h"
 
 #include <gtest/gtest.h>
 

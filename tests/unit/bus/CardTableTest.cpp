@@ -1,4 +1,4 @@
-#include "vorn/bus/CARD_TABLE.h"
+#include "vorn/bus/CardTable.h"
 
 #include <gtest/gtest.h>
 

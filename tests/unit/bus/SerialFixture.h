@@ -4,10 +4,10 @@
 #include "tests/support/unit/FakePauses.h"
 #include "tests/support/unit/FarEnd.h"
 #include "tests/support/unit/Folder.h"
-#include "vorn/base/LOGGER.h"
-#include "vorn/base/VOQUEUE.h"
-#include "vorn/bus/CARD_TABLE.h"
-#include "vorn/bus/SERIAL_INTERFACE.h"
+#include "vorn/base/Logger.h"
+#include "vorn/base/VoQueue.h"
+#include "vorn/bus/CardTable.h"
+#include "vorn/bus/SerialInterface.h"
 
 #include <gtest/gtest.h>
 

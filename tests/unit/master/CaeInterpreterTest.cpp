@@ -3,7 +3,7 @@
 #include "tests/support/CaeVectors.h"
 #include "tests/support/unit/Bytes.h"
 #include "tests/unit/master/DaemonDouble.h"
-#include "vorn/master/CAE_INTERPRETER.h"
+#include "vorn/master/CaeInterpreter.h"
 #include "vorn/master/HelpTexts.h"
 
 #include <gtest/gtest.h>

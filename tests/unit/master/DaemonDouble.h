@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vorn/master/DAEMON_CONTROL.h"
+#include "vorn/master/DaemonControl.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -4,7 +4,7 @@
 #include "tests/support/unit/Bytes.h"
 #include "tests/support/unit/ExampleRack.h"
 #include "tests/support/unit/Folder.h"
-#include "vorn/master/OUT_COMMAND_PARSER.h"
+#include "vorn/master/OutCommandParser.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include "tests/support/unit/FarEnd.h"
 #include "tests/support/unit/Folder.h"
 #include "tests/support/unit/Gate.h"
-#include "vorn/master/VORN.h"
+#include "vorn/master/Vorn.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

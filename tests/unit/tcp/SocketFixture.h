@@ -7,7 +7,7 @@
 #include "tests/support/unit/Folder.h"
 #include "tests/support/unit/Gate.h"
 #include "tests/unit/tcp/SocketCalls.h"
-#include "vorn/tcp/SOCKET_INTERFACE.h"
+#include "vorn/tcp/SocketInterface.h"
 
 #include <gtest/gtest.h>
 

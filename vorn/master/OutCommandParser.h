@@ -1,10 +1,10 @@
 #pragma once
 
 #include "vorn/base/Backlog.h"
-#include "vorn/base/LOGGER.h"
+#include "vorn/base/Logger.h"
 #include "vorn/base/QList.h"
-#include "vorn/base/VOQUEUE.h"
-#include "vorn/bus/CARD_TABLE.h"
+#include "vorn/base/VoQueue.h"
+#include "vorn/bus/CardTable.h"
 
 #include <cstddef>
 #include <cstdint>

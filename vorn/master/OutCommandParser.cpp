@@ -1,4 +1,4 @@
-#include "vorn/master/OUT_COMMAND_PARSER.h"
+#include "vorn/master/OutCommandParser.h"
 
 #include "vorn/base/Budget.h"
 #include "vorn/master/TextParts.h"

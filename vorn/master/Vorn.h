@@ -2,16 +2,16 @@
 
 #include "thread/Pauses.h"
 #include "vorn/base/Backlog.h"
-#include "vorn/base/LOGGER.h"
-#include "vorn/base/VOQUEUE.h"
-#include "vorn/bus/CARD_TABLE.h"
-#include "vorn/bus/SERIAL_INTERFACE.h"
-#include "vorn/config/CONFIG_DESCRIPTOR.h"
-#include "vorn/master/CAE_INTERPRETER.h"
-#include "vorn/master/DAEMON_CONTROL.h"
-#include "vorn/master/OUT_COMMAND_PARSER.h"
+#include "vorn/base/Logger.h"
+#include "vorn/base/VoQueue.h"
+#include "vorn/bus/CardTable.h"
+#include "vorn/bus/SerialInterface.h"
+#include "vorn/config/ConfigDescriptor.h"
+#include "vorn/master/CaeInterpreter.h"
+#include "vorn/master/DaemonControl.h"
+#include "vorn/master/OutCommandParser.h"
 #include "vorn/master/SignalFlag.h"
-#include "vorn/tcp/SOCKET_INTERFACE.h"
+#include "vorn/tcp/SocketInterface.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "vorn/base/LOGGER.h"
+#include "vorn/base/Logger.h"
 
 #include "vorn/base/FileDescriptor.h"
 

@@ -4,11 +4,11 @@
 #include "thread/Pauses.h"
 #include "thread/Thread.h"
 #include "vorn/base/FileDescriptor.h"
-#include "vorn/base/LOGGER.h"
+#include "vorn/base/Logger.h"
 #include "vorn/base/QList.h"
 #include "vorn/base/SharedField.h"
-#include "vorn/base/VOQUEUE.h"
-#include "vorn/config/INTERFACE_DESCRIPTOR.h"
+#include "vorn/base/VoQueue.h"
+#include "vorn/config/InterfaceDescriptor.h"
 #include "vorn/tcp/DeliveryWatch.h"
 
 #include <netinet/in.h>

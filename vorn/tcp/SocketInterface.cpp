@@ -1,4 +1,4 @@
-#include "vorn/tcp/SOCKET_INTERFACE.h"
+#include "vorn/tcp/SocketInterface.h"
 
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"

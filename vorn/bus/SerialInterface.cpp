@@ -1,4 +1,4 @@
-#include "vorn/bus/SERIAL_INTERFACE.h"
+#include "vorn/bus/SerialInterface.h"
 
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"

@@ -1,4 +1,4 @@
-#include "vorn/master/VORN.h"
+#include "vorn/master/Vorn.h"
 
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vorn/config/INTERFACE_DESCRIPTOR.h"
+#include "vorn/config/InterfaceDescriptor.h"
 #include "vorn/master/CaeCommands.h"
 
 #include <string>

@@ -1,4 +1,4 @@
-#include "vorn/master/CAE_INTERPRETER.h"
+#include "vorn/master/CaeInterpreter.h"
 
 #include "vorn/master/TextParts.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "thread/Lock.h"
-#include "vorn/bus/PERIFCARD.h"
+#include "vorn/bus/PerifCard.h"
 
 #include <array>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "vorn/bus/PERIFCARD.h"
+#include "vorn/bus/PerifCard.h"
 
 #include <cstdio>
 
