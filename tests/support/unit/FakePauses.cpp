@@ -11,10 +11,11 @@ void FAKE_PAUSES::DelayUs(std::int32_t delayUs) {
     return;
   }
   std::unique_lock lock(m_lock);
-  m_now += std::chrono::microseconds(delayUs);
   m_delayed.emplace(std::this_thread::get_id(), delayUs);
   ++m_delays;
   const std::int32_t realUs = std::min(delayUs, m_longestDelayUs);
+  m_now[std::this_thread::get_id()] +=
+      std::chrono::microseconds(m_longestDelayUs > 0 ? realUs : delayUs);
   lock.unlock();
   PauseUs(realUs);
 }
@@ -24,7 +25,7 @@ void FAKE_PAUSES::Seconds(int seconds) {
   m_begun.push_back(seconds);
   m_changed.notify_all();
   m_changed.wait(lock, [&] { return !m_held.contains(seconds); });
-  m_now += std::chrono::seconds(seconds);
+  m_now[std::this_thread::get_id()] += std::chrono::seconds(seconds);
   const auto length = m_lengths[seconds];
   lock.unlock();
   std::this_thread::sleep_for(length);
@@ -32,7 +33,7 @@ void FAKE_PAUSES::Seconds(int seconds) {
 
 PAUSES::CLOCK::time_point FAKE_PAUSES::Now() {
   const std::lock_guard lock(m_lock);
-  return m_now;
+  return m_now[std::this_thread::get_id()];
 }
 
 void FAKE_PAUSES::SetLength(int seconds, std::chrono::milliseconds length) {

@@ -13,12 +13,13 @@
 
 namespace unit {
 
-/// Pauses that take no time unless the test says so: a clock that only they move, counted, and held
-/// where the test wants to stand in one. Any thread.
+/// Pauses that take no time unless the test says so, counted, and held where the test wants to
+/// stand in one. Each thread has a clock of its own, which its pauses alone move: those of others,
+/// who wait for seconds meanwhile, age nothing that it watches. Any thread.
 class FAKE_PAUSES final : public PAUSES {
  public:
-  /// `longestDelayUs`: thread delays take their time up to here, so that the loops of several
-  /// threads leave the machine to each other.
+  /// `longestDelayUs`: thread delays take their time up to here, on the clock too, so that the
+  /// loops of several threads leave the machine to each other. 0: they take none but on the clock.
   explicit FAKE_PAUSES(std::int32_t longestDelayUs = 0) : m_longestDelayUs(longestDelayUs) {}
 
   void DelayUs(std::int32_t delayUs) override;
@@ -46,7 +47,7 @@ class FAKE_PAUSES final : public PAUSES {
  private:
   mutable std::mutex m_lock;
   mutable std::condition_variable m_changed;
-  CLOCK::time_point m_now{};
+  std::map<std::thread::id, CLOCK::time_point> m_now;
   std::int32_t m_longestDelayUs;
   std::map<int, std::chrono::milliseconds> m_lengths;
   std::set<int> m_held;
