@@ -12,7 +12,7 @@
 #include <cctype>
 #include <map>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -112,4 +112,4 @@ CHECK_RESULT CheckConfig(const std::string& path, const CHECK_OPTIONS& options) 
   return result;
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

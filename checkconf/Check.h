@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 struct CHECK_OPTIONS {
   USER user;                 ///< runs the daemon
@@ -27,4 +27,4 @@ struct CHECK_RESULT {
 /// Checks a configuration file. Never throws; whatever is wrong with the file is a finding.
 CHECK_RESULT CheckConfig(const std::string& path, const CHECK_OPTIONS& options);
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

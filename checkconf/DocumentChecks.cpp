@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <set>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -162,4 +162,4 @@ void CheckDocument(const pugi::xml_document& document, CHECKING& checking) {
   }
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -4,7 +4,7 @@
 
 #include <pugixml.hpp>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// Everything that can be said of a document from its text alone. Goes on where the daemon's reader
 /// would stop, so that all mistakes are told at once.
@@ -23,4 +23,4 @@ bool CheckStrayText(const pugi::xml_node& node, CHECKING& checking);
 /// "A, B, C"
 std::string Listed(const std::vector<std::string>& names);
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

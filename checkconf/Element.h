@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// What all checks of the document work on. Lent by Check for the time of one check.
 class CHECKING {
@@ -61,4 +61,4 @@ inline std::size_t OffsetOf(const pugi::xml_node& node) {
   return offset < 0 ? 0 : static_cast<std::size_t>(offset);
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

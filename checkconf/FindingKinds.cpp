@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -185,4 +185,4 @@ const FINDING_KIND& FindKind(KIND kind) {
   return *found;
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// An error: the daemon does not start, or does something else than the file says or than any user
 /// can want. A warning: it works, and yet a person should hear it. What depends on this machine and
@@ -83,4 +83,4 @@ std::span<const FINDING_KIND> FindingKinds();
 
 const FINDING_KIND& FindKind(KIND kind);
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

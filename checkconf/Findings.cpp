@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -62,4 +62,4 @@ std::vector<FINDING> FINDINGS::Take() {
   return findings;
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

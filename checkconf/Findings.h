@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// One thing that was found, ready to be shown.
 struct FINDING {
@@ -38,4 +38,4 @@ class FINDINGS {
   std::size_t m_leftOut = 0;
 };
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -10,7 +10,7 @@
 #include <limits>
 #include <string_view>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -215,4 +215,4 @@ void INTERFACE_CHECKS::CheckEqualPorts() {
   }
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

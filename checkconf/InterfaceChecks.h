@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// The checks around `Interfaces`: each interface for itself, and, with what else was met in the
 /// document, all of them together.
@@ -44,4 +44,4 @@ class INTERFACE_CHECKS {
   bool m_speedSeen = false;
 };
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -83,4 +83,4 @@ std::optional<std::string> LoadText(const std::string& path, FINDINGS& findings)
   }
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// No configuration has so many bytes; what has more is not read.
 constexpr std::size_t kLargestFile = 1024UL * 1024;
@@ -14,4 +14,4 @@ constexpr std::size_t kLargestFile = 1024UL * 1024;
 /// nothing but a regular file.
 std::optional<std::string> LoadText(const std::string& path, FINDINGS& findings);
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -16,7 +16,7 @@
 #include <limits>
 #include <system_error>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -79,4 +79,4 @@ void CheckMachine(const CONFIG_DESCRIPTOR& config, const USER& user, const PLACE
   CheckPortIsFree(config.mon, places.mon, findings);
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

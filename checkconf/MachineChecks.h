@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// Where in the file the values stand that are checked against the machine.
 struct PLACES {
@@ -21,4 +21,4 @@ struct PLACES {
 void CheckMachine(const CONFIG_DESCRIPTOR& config, const USER& user, const PLACES& places,
                   FINDINGS& findings);
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -64,4 +64,4 @@ std::string Quoted(std::string_view text) {
   return '"' + Shown(text) + '"';
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

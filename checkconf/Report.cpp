@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -119,4 +119,4 @@ std::string JsonReport(const std::string& path, const CHECK_RESULT& result) {
   return report.dump(kIndent, ' ', false, JSON::error_handler_t::replace) + "\n";
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -58,4 +58,4 @@ std::vector<std::size_t> SOURCE_TEXT::AttributeOffsets(std::size_t nameOffset) c
   }
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

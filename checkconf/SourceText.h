@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// What separates words and attributes in XML.
 constexpr std::string_view kBlanks = " \t\r\n";
@@ -39,4 +39,4 @@ class SOURCE_TEXT {
   bool m_positionsKnown = true;
 };
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

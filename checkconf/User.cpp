@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <system_error>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -87,4 +87,4 @@ bool MayAccess(const USER& user, const std::string& path, int mode) {
   return BitsAllow(user, real, static_cast<unsigned int>(mode));
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

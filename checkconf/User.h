@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// The user that runs the daemon.
 struct USER {
@@ -26,4 +26,4 @@ USER CurrentUser();
 /// lists, which can only be asked about oneself, are not looked at.
 bool MayAccess(const USER& user, const std::string& path, int mode);
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

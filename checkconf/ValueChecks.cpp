@@ -8,7 +8,7 @@
 #include <iterator>
 #include <string_view>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 namespace {
 
@@ -120,4 +120,4 @@ bool HasValueCheck(const std::string& element, const std::string& attribute) {
   return FindCheck(element, attribute) != nullptr;
 }
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace checkconf {
+namespace vorn::checkconf {
 
 /// The value of an attribute of a child of the root; an attribute that the daemon does not know has
 /// none.
@@ -17,4 +17,4 @@ bool HasValueCheck(const std::string& element, const std::string& attribute);
 /// What the daemon reads there. A finding when the text is not just that number.
 std::int32_t ReadNumber(const ATTRIBUTE& attribute, CHECKING& checking);
 
-}  // namespace checkconf
+}  // namespace vorn::checkconf

@@ -25,22 +25,22 @@ struct ARGUMENTS {
 };
 
 /// The user named; else the service user, or, on a machine without one, whoever asks.
-std::optional<checkconf::USER> UserOf(const ARGUMENTS& arguments) {
+std::optional<vorn::checkconf::USER> UserOf(const ARGUMENTS& arguments) {
   if (!arguments.user.empty()) {
-    return checkconf::FindUser(arguments.user);
+    return vorn::checkconf::FindUser(arguments.user);
   }
-  const std::optional<checkconf::USER> service = checkconf::FindUser(kServiceUser);
-  return service ? service : checkconf::CurrentUser();
+  const std::optional<vorn::checkconf::USER> service = vorn::checkconf::FindUser(kServiceUser);
+  return service ? service : vorn::checkconf::CurrentUser();
 }
 
 int Run(const ARGUMENTS& arguments) {
-  const std::optional<checkconf::USER> user = UserOf(arguments);
+  const std::optional<vorn::checkconf::USER> user = UserOf(arguments);
   if (!user) {
     std::cerr << "vorn-checkconf: there is no user " << arguments.user << std::endl;
     return kUsage;
   }
-  const checkconf::CHECK_RESULT result =
-      checkconf::CheckConfig(arguments.file, {*user, !arguments.fileOnly});
+  const vorn::checkconf::CHECK_RESULT result =
+      vorn::checkconf::CheckConfig(arguments.file, {*user, !arguments.fileOnly});
   std::cout << (arguments.json ? JsonReport(arguments.file, result)
                                : TextReport(arguments.file, result))
             << std::flush;
@@ -48,7 +48,7 @@ int Run(const ARGUMENTS& arguments) {
     std::cerr << "vorn-checkconf: the report could not be written" << std::endl;
     return kBad;
   }
-  using checkconf::SEVERITY;
+  using vorn::checkconf::SEVERITY;
   const bool bad = result.Count(SEVERITY::kError) > 0 ||
                    (arguments.strict && result.Count(SEVERITY::kWarning) > 0);
   return bad ? kBad : kGood;

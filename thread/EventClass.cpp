@@ -2,6 +2,8 @@
 
 #include "thread/ScheduleNoise.h"
 
+namespace vorn {
+
 CEventClass::CEventClass() {
   pthread_cond_init(&m_condition, nullptr);
   pthread_mutex_init(&m_mutex, nullptr);
@@ -46,3 +48,5 @@ void CEventClass::Reset() {
   pthread_mutex_unlock(&m_mutex);
   MakeMeetingNoise();
 }
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <functional>
 
+namespace vorn {
+
 /// A condition variable with a mutex of its own: one thread waits, any thread wakes it.
 ///
 /// There is no stored signalled state: a Set that comes while nobody waits is lost. What a waiter
@@ -44,3 +46,5 @@ class CEventClass {
   /// The thread between Wait and Reset, 0 for none: lets a task wake its own thread.
   std::atomic<pthread_t> m_holder{0};
 };
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 
 #include <mutex>
 
+namespace vorn {
+
 // CLock: a std::mutex, with schedule noise around it in a build that has that. For the daemon's own
 // data; CMutexClass is the framework's.
 
@@ -29,3 +31,5 @@ class CLock {
 using CLock = std::mutex;
 
 #endif
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include "thread/ScheduleNoise.h"
 
+namespace vorn {
+
 CMutexClass::CMutexClass() {
   pthread_mutex_init(&m_mutex, nullptr);
 }
@@ -30,3 +32,5 @@ void CMutexClass::Unlock() {
   pthread_mutex_unlock(&m_mutex);
   MakeScheduleNoise();
 }
+
+}  // namespace vorn

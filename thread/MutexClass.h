@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+namespace vorn {
+
 /// A POSIX mutex (default attributes: not recursive) that remembers its owner.
 ///
 /// Locking it a second time in the owning thread is a no-op that is not counted, so nested
@@ -42,3 +44,5 @@ class CScopedLock {
  private:
   CMutexClass& m_mutex;
 };
+
+}  // namespace vorn

@@ -7,6 +7,8 @@
 #include <ctime>
 #include <thread>
 
+namespace vorn {
+
 void Sleep(unsigned int n) {
   // The unit is 100 ns; beyond the valid range any invalid value will do, and the product must not
   // wrap into a valid one where long has 32 bits.
@@ -54,3 +56,5 @@ void SYSTEM_PAUSES::DelayUs(std::int32_t delayUs) {
 void SYSTEM_PAUSES::Seconds(int seconds) {
   sleepsec(seconds);
 }
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace vorn {
+
 /// Pauses n times 100 ns (1 is 0.1 µs, 50000 is 5 ms). The seconds of the request are always 0, so
 /// ten million units or more make an invalid request, which returns at once.
 void Sleep(unsigned int n);
@@ -13,3 +15,5 @@ void sleepsec(int seconds);
 
 /// Pauses a thread delay in microseconds; 0 or less is no pause. A signal ends the pause early.
 void PauseUs(std::int32_t delayUs);
+
+}  // namespace vorn

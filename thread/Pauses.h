@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 
+namespace vorn {
+
 /// The passing of time, as the workers and the master loop need it of the machine: what paces them
 /// is handed in, so that a test hands in another. Any thread.
 class PAUSES {
@@ -27,3 +29,5 @@ class SYSTEM_PAUSES final : public PAUSES {
   void Seconds(int seconds) override;
   CLOCK::time_point Now() override { return CLOCK::now(); }
 };
+
+}  // namespace vorn

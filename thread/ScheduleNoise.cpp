@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+namespace vorn {
+
 namespace {
 
 /// One of so many operations is disturbed where threads meet; nearly all of the run would else go
@@ -64,5 +66,7 @@ void MakeMeetingNoise() {
   operationsLeft = kOperationsOfAMeeting;
   MakeScheduleNoise();
 }
+
+}  // namespace vorn
 
 #endif

@@ -1,5 +1,7 @@
 #pragma once
 
+namespace vorn {
+
 // Schedule noise: in a build with VORN_SCHEDULE_NOISE every lock, unlock, wake-up and queue
 // operation lets other threads run now and then, so that orders of events show up in a test run
 // that a machine would else show once in a year. Most of it is where threads meet: a thread that
@@ -26,3 +28,5 @@ inline void MakeMeetingNoise() {
 }
 
 #endif
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 
 #include <atomic>
 
+namespace vorn {
+
 /// How far a task has come.
 enum TaskStatus_t : int {
   kTaskNew = 0,
@@ -36,3 +38,5 @@ class CTask {
   std::atomic<pthread_t> m_threadId{0};
   CMutexClass m_lock;
 };
+
+}  // namespace vorn

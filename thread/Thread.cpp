@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <new>
 
+namespace vorn {
+
 namespace {
 
 /// Blocks all signals that can be meant for the process while it lives, so that a thread created
@@ -349,3 +351,5 @@ void CThread::Kernel() {
   m_running = false;
   m_ended = true;
 }
+
+}  // namespace vorn

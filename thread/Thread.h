@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <memory>
 
+namespace vorn {
+
 enum ThreadType_t : std::int32_t {
   kEventDriven = 0,     ///< sleeps on its event and runs when one arrives
   kIntervalDriven = 1,  ///< runs, pauses for the idle time, runs again; accepts no events
@@ -129,3 +131,5 @@ class CThread {
   std::atomic<bool> m_stopRequested{false};
   CMutexClass m_lock;
 };
+
+}  // namespace vorn

@@ -15,6 +15,7 @@
 #include <iostream>
 #include <memory>
 
+namespace vorn {
 namespace {
 
 constexpr const char* kPidPath = "/var/run/vorn/vorn.pid";
@@ -80,9 +81,11 @@ int RunDaemon(SIGNAL_FLAG& signalFlag) {
 
 }  // namespace
 
+}  // namespace vorn
+
 int main() {
-  KeepStandardStreams();
-  MakeWriteErrorsHarmless();  // before the first: the pid file's, and the words on it
+  vorn::KeepStandardStreams();
+  vorn::MakeWriteErrorsHarmless();  // before the first: the pid file's, and the words on it
   const pid_t child = fork();
   if (child < 0) {
     return EXIT_FAILURE;
@@ -92,10 +95,10 @@ int main() {
   }
   setsid();
   // Out here, so that it outlives what an exception unwinds: the handler may write it to the last.
-  const auto signalFlag = std::make_unique<SIGNAL_FLAG>(kNoSignal);
+  const auto signalFlag = std::make_unique<vorn::SIGNAL_FLAG>(vorn::kNoSignal);
   try {
-    return RunDaemon(*signalFlag);
+    return vorn::RunDaemon(*signalFlag);
   } catch (...) {
-    throw;  // unwinds RunDaemon's objects on the way to an abnormal end
+    throw;  // unwinds vorn::RunDaemon's objects on the way to an abnormal end
   }
 }

@@ -9,6 +9,8 @@
 #include <map>
 #include <set>
 
+namespace vorn {
+
 namespace docs {
 namespace {
 
@@ -87,3 +89,5 @@ TEST(ArchitectureDocument, HasTheLayersAsTheyAre) {
 
 }  // namespace
 }  // namespace docs
+
+}  // namespace vorn

@@ -12,6 +12,8 @@
 
 #include <set>
 
+namespace vorn {
+
 namespace docs {
 namespace {
 
@@ -222,3 +224,5 @@ TEST_F(CaeExamples, ShowEveryCommandThatACardAcknowledges) {
 
 }  // namespace
 }  // namespace docs
+
+}  // namespace vorn

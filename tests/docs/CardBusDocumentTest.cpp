@@ -15,6 +15,8 @@
 #include <map>
 #include <set>
 
+namespace vorn {
+
 namespace docs {
 namespace {
 
@@ -212,3 +214,5 @@ TEST(CardBusDocument, HasTheRequestsAsTheyAreMade) {
 
 }  // namespace
 }  // namespace docs
+
+}  // namespace vorn

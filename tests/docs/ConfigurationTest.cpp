@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 namespace docs {
 namespace {
 
@@ -47,3 +49,5 @@ TEST(DocumentedConfiguration, OfTheReadmeIsWhatTheReadmeSays) {
 
 }  // namespace
 }  // namespace docs
+
+}  // namespace vorn

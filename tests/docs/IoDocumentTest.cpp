@@ -11,6 +11,8 @@
 #include <array>
 #include <set>
 
+namespace vorn {
+
 namespace docs {
 namespace {
 
@@ -120,3 +122,5 @@ TEST_F(IoExamples, NameEveryFormThatIsTaken) {
 
 }  // namespace
 }  // namespace docs
+
+}  // namespace vorn

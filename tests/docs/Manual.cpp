@@ -5,6 +5,8 @@
 #include <array>
 #include <utility>
 
+namespace vorn {
+
 namespace docs {
 
 namespace {
@@ -77,3 +79,5 @@ std::vector<MANUAL_ITEM> ManualItems(const std::string& file) {
 }
 
 }  // namespace docs
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace docs {
 
 /// An entry of a list in a manual page.
@@ -21,3 +23,5 @@ std::vector<MANUAL_ITEM> ManualItems(const std::string& file);
 std::string ManualText(const std::string& file);
 
 }  // namespace docs
+
+}  // namespace vorn

@@ -17,6 +17,8 @@
 #include <pugixml.hpp>
 #include <set>
 
+namespace vorn {
+
 namespace docs {
 
 namespace {
@@ -243,3 +245,5 @@ TEST(Manual, ListsEveryFindingOfTheCheckerWithItsSeverityAndText) {
 }  // namespace
 
 }  // namespace docs
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <sstream>
 
+namespace vorn {
+
 namespace docs {
 
 namespace {
@@ -188,3 +190,5 @@ std::vector<std::string> Calls(const std::string& source, const std::string& fun
 }
 
 }  // namespace docs
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 /// What the tests read out of the documents, and out of the sources that they describe.
 namespace docs {
 
@@ -42,3 +44,5 @@ std::vector<std::string> Literals(const std::string& source);
 std::vector<std::string> Calls(const std::string& source, const std::string& function);
 
 }  // namespace docs
+
+}  // namespace vorn

@@ -12,6 +12,8 @@
 #include <pugixml.hpp>
 #include <set>
 
+namespace vorn {
+
 namespace docs {
 namespace {
 
@@ -169,3 +171,5 @@ TEST(LogLines, AreAllExplainedAndNoneIsThatIsGone) {
 
 }  // namespace
 }  // namespace docs
+
+}  // namespace vorn

@@ -11,6 +11,8 @@
 #include <string>
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 using fuzz::Require;
@@ -117,3 +119,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   bus.Run();
   return 0;
 }
+
+}  // namespace vorn

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 using fuzz::Require;
@@ -258,3 +260,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   return 0;
 }
+
+}  // namespace vorn

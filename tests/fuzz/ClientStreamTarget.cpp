@@ -19,6 +19,8 @@
 #include <string>
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 using fuzz::Require;
@@ -272,3 +274,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   network.Settle();
   return 0;
 }
+
+}  // namespace vorn

@@ -14,6 +14,8 @@
 #include <pugixml.hpp>
 #include <string>
 
+namespace vorn {
+
 namespace {
 
 using fuzz::Require;
@@ -134,3 +136,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           "findings are bounded");
   return 0;
 }
+
+}  // namespace vorn

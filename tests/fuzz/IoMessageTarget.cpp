@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 using fuzz::Require;
@@ -244,3 +246,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   client.ReadReports();
   return 0;
 }
+
+}  // namespace vorn

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 using fuzz::Require;
@@ -90,3 +92,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           stream);
   return 0;
 }
+
+}  // namespace vorn

@@ -28,6 +28,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 using fuzz::Require;
@@ -521,3 +523,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   session.Run();
   return 0;
 }
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+namespace vorn {
+
 /// Watches how full a queue is, for a producer that must do without where its mark is reached. One
 /// thread.
 class BACKLOG {
@@ -27,3 +29,5 @@ class BACKLOG {
   bool m_hasJustFilled = false;
   bool m_isTold = false;
 };
+
+}  // namespace vorn

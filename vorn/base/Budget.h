@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace vorn {
+
 // How much may wait between the threads: in which queue, up to where, and what happens beyond that.
 //
 // The queues count bytes of message (VOQUEUE::Bytes): each message its own bytes and one more. A
@@ -111,3 +113,5 @@ constexpr std::size_t MostWaitingBytes() {
   }
   return bytes;
 }
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+namespace vorn {
+
 FILE_DESCRIPTOR& FILE_DESCRIPTOR::operator=(FILE_DESCRIPTOR&& other) noexcept {
   if (this != &other) {
     Close();
@@ -22,3 +24,5 @@ void FILE_DESCRIPTOR::Close() {
     close(Release());
   }
 }
+
+}  // namespace vorn

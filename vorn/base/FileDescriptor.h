@@ -1,5 +1,7 @@
 #pragma once
 
+namespace vorn {
+
 /// Owns one descriptor and closes it once. Not copyable; an empty owner holds -1, which never
 /// leaves the owner except through Get.
 class FILE_DESCRIPTOR {
@@ -22,3 +24,5 @@ class FILE_DESCRIPTOR {
  private:
   int m_descriptor = -1;
 };
+
+}  // namespace vorn

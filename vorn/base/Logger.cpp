@@ -13,6 +13,8 @@
 #include <shared_mutex>
 #include <type_traits>
 
+namespace vorn {
+
 namespace {
 
 constexpr std::size_t kTimeBufferSize = 256;
@@ -124,3 +126,5 @@ void LOGGER::WriteLog(const std::string& tag, const std::string& text) {
   AppendLine(stream, m_fileName, lineFeedAndLine.data());
   std::fclose(stream);
 }
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+namespace vorn {
+
 /// The tags of log lines. They are printed; they play no part in filtering.
 constexpr const char* kInf = "INF";
 constexpr const char* kErr = "ERR";
@@ -41,3 +43,5 @@ class LOGGER {
   std::string m_fileName;
   CLock m_lock;  // held while a line is written
 };
+
+}  // namespace vorn

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <iterator>
 
+namespace vorn {
+
 namespace {
 
 void PrintByte(std::uint8_t byte) {
@@ -94,3 +96,5 @@ void PrintQList(const QList& message) {
   std::printf("List size: %zu\nContent: ", message.size());
   PrintBytes(message.begin(), message.end());
 }
+
+}  // namespace vorn

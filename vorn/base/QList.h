@@ -5,6 +5,8 @@
 #include <list>
 #include <string>
 
+namespace vorn {
+
 /// A byte list: the message that every queue carries. Its element count is its length; it may hold
 /// any byte value. Every hand-over to a queue is a copy, so that a producer keeps no reference
 /// into a queued message.
@@ -49,3 +51,5 @@ std::string Convert_QList2String(const QList& message);
 void PrintBuffer(const std::uint8_t* buffer, std::size_t length);
 void PrintBufferID(const std::uint8_t* buffer, std::size_t length, const std::string& caption);
 void PrintQList(const QList& message);
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+namespace vorn {
+
 /// A single word of a record that threads share without a lock. Atomic, and copyable so that the
 /// record stays copyable; each access stands alone, nothing else is published through it, hence the
 /// relaxed order.
@@ -34,3 +36,5 @@ class SHARED_FIELD {
  private:
   std::atomic<T> m_value;
 };
+
+}  // namespace vorn

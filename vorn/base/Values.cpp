@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <limits>
 
+namespace vorn {
+
 namespace {
 
 constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
@@ -39,3 +41,5 @@ std::int32_t SpeedToDelayUs(std::int32_t percent) {
   }
   return static_cast<std::int32_t>(delay);
 }
+
+}  // namespace vorn

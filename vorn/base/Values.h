@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+namespace vorn {
+
 /// The leading decimal number of a text: white space and a sign are accepted, the conversion stops
 /// at the first non-digit, 0 when there is no number. Saturates at the limits of 32 bits, on every
 /// machine.
@@ -24,3 +26,5 @@ constexpr std::int32_t kDefaultThreadDelayUs = 5000;
 /// 50, 51 at 99, 1 at 100. Not range-checked: 0 gives 5050, above 100 it is negative (no pause); it
 /// saturates at the limits of 32 bits.
 std::int32_t SpeedToDelayUs(std::int32_t percent);
+
+}  // namespace vorn

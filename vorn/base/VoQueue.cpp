@@ -4,6 +4,8 @@
 
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 /// An empty message takes room too.
@@ -75,3 +77,5 @@ VOQUEUE::NUMBER VOQUEUE::NextToGo() {
   const CScopedLock lock(m_mutex);
   return m_came - m_messages.size();
 }
+
+}  // namespace vorn

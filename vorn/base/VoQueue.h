@@ -8,6 +8,8 @@
 #include <deque>
 #include <vector>
 
+namespace vorn {
+
 /// First-in first-out hand-over of byte lists between threads.
 ///
 /// One consumer calls IsEmpty and DeQueue: the test for emptiness and the removal are two critical
@@ -53,3 +55,5 @@ class VOQUEUE {
   std::size_t m_bytes = 0;
   NUMBER m_came = 0;
 };
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 #include <initializer_list>
 #include <iterator>
 
+namespace vorn {
+
 namespace bus {
 namespace {
 
@@ -92,3 +94,5 @@ QLIST_ERROR GetQListError(const QList& message) {
                    [&](const REPLY_CLASS& row) { return row.firstByte == message.front(); });
   return found == std::end(kReplyClasses) ? kNoError : found->code;
 }
+
+}  // namespace vorn

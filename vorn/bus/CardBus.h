@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace vorn {
+
 /// The words of the card bus: what a request's and a reply's body is made of. The frame around a
 /// body, its length byte, is the exchange's. Everything here is in docs/card-bus.md, which a test
 /// compares with it.
@@ -113,3 +115,5 @@ enum QLIST_ERROR : std::uint8_t {
 
 /// Classifies a reply by its first byte.
 QLIST_ERROR GetQListError(const QList& message);
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <iterator>
 
+namespace vorn {
+
 namespace {
 
 // --- input data, by type of card ----------------------------------------------------------------
@@ -130,3 +132,5 @@ std::vector<std::string> ChangedInputLines(const PERIFCARD& card) {
   }
   return lines;
 }
+
+}  // namespace vorn

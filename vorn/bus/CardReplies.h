@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 // What the cards' replies make of their records. No thread, no port, no queue: the worker calls
 // these with what the bus has said.
 
@@ -19,3 +21,5 @@ bool TakeReply(CARD_TABLE& cards, const CARD_REPLY& reply);
 
 /// A line, as FormatInputLine makes it, for each channel whose change flag is set.
 std::vector<std::string> ChangedInputLines(const PERIFCARD& card);
+
+}  // namespace vorn

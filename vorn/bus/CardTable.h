@@ -8,6 +8,8 @@
 #include <mutex>
 #include <utility>
 
+namespace vorn {
+
 /// The daemon's picture of the card bus: record i describes bus address i for 0 to 15; the
 /// seventeenth is cleared with the others and describes none.
 ///
@@ -39,3 +41,5 @@ class CARD_TABLE {
   CLock m_lock;
   std::array<PERIFCARD, kRecords> m_cards;
 };
+
+}  // namespace vorn

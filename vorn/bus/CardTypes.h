@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace vorn {
+
 /// Type codes as the bus controller reports them.
 enum CARD_CODE : std::uint8_t {
   kEmptySlot = 0,
@@ -60,3 +62,5 @@ inline constexpr CARD_TYPE kUnidentified =
 
 /// The row of a type code; for a code that is in no row, the row of unidentified cards.
 const CARD_TYPE& FindCardType(std::uint8_t code);
+
+}  // namespace vorn

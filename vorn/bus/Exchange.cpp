@@ -6,6 +6,8 @@
 #include <array>
 #include <cstddef>
 
+namespace vorn {
+
 namespace {
 
 /// The reply limit counts polling reads, not time: about 60 ms on the board, 50 ms on a PC. A
@@ -75,3 +77,5 @@ ANSWER EXCHANGE::Await(const SHARED_FIELD<bool>& isGivenUp) {
   }
   return answer;
 }
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace vorn {
+
 /// What became of a request.
 enum class OUTCOME {
   kReply,    ///< its reply is to be taken
@@ -36,3 +38,5 @@ class EXCHANGE {
   LINE& m_line;
   std::uint32_t m_readLimit = 0;  // of the request sent last; 0: nothing was sent
 };
+
+}  // namespace vorn

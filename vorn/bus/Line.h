@@ -7,6 +7,8 @@
 #include <list>
 #include <string>
 
+namespace vorn {
+
 /// The serial line to the bus controller, and the adapters it may lead through: what the worker
 /// needs of the machine. One port at a time is open. Called by the worker's thread alone.
 class LINE {
@@ -29,3 +31,5 @@ class LINE {
  protected:
   ~LINE() = default;  // nobody owns it by this
 };
+
+}  // namespace vorn

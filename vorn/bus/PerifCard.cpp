@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+namespace vorn {
+
 void PERIFCARD::clearPerifCard() {
   stateWord = kNoUsableCard;
   channelCount = 0;
@@ -25,3 +27,5 @@ std::string FormatInputLine(std::size_t address, std::size_t block, std::uint8_t
                 static_cast<unsigned int>(block & 0xF), static_cast<unsigned int>(value));
   return line.data();
 }
+
+}  // namespace vorn

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <string>
 
+namespace vorn {
+
 constexpr std::size_t kCardValues = 16;  ///< values, change flags and query bytes in use
 constexpr std::size_t kAnalogueChannels = 6;
 
@@ -40,3 +42,5 @@ struct PERIFCARD {
 
 /// The line that reports an input: "a%Xb%Xd%02X" of address, block and value, without line end.
 std::string FormatInputLine(std::size_t address, std::size_t block, std::uint8_t value);
+
+}  // namespace vorn

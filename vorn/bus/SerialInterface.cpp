@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+namespace vorn {
+
 namespace {
 
 /// Where so many polls of a card wait, no further one is queued: one would do. A lost link leaves a
@@ -305,3 +307,5 @@ void SERIAL_INTERFACE::LoseLink() {
     m_isLossTold = false;
   }
 }
+
+}  // namespace vorn

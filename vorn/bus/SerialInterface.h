@@ -20,6 +20,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 enum LINK_STATUS : std::int32_t {
   kNotConnected = 0,
   kPortOpen = 1,         ///< opened and set up, no controller confirmed yet
@@ -137,3 +139,5 @@ class SERIAL_INTERFACE final : public CThread {
   bool m_autoDiscover;
   SHARED_FIELD<bool> m_closeRequested = false;
 };
+
+}  // namespace vorn

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 constexpr int kOpenFlags = O_RDWR | O_NOCTTY | O_NONBLOCK | O_DSYNC | O_CLOEXEC;
@@ -79,3 +81,5 @@ void SERIAL_PORT::Close() {
   }
   m_tty.Close();
 }
+
+}  // namespace vorn

@@ -7,6 +7,8 @@
 
 #include <cstdio>
 
+namespace vorn {
+
 /// The `ttyUSB` devices in /dev as full paths, in the order of `ls`: ttyUSB10 comes before ttyUSB2.
 /// Nothing says that an entry is a device; opening it shows. Empty when there is none, or when the
 /// listing cannot be run.
@@ -35,3 +37,5 @@ class SERIAL_PORT final : public LINE {
   bool m_hasRefused = false;  // its settings
   std::list<FILE_DESCRIPTOR> m_aside;
 };
+
+}  // namespace vorn

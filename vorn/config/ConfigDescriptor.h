@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+namespace vorn {
+
 /// The error text of a good configuration.
 constexpr const char* kNoConfigError = "NONE";
 
@@ -21,3 +23,5 @@ struct CONFIG_DESCRIPTOR {
   bool polling = false;
   bool autoDiscover = false;
 };
+
+}  // namespace vorn

@@ -11,6 +11,8 @@
 #include <pugixml.hpp>
 #include <string_view>
 
+namespace vorn {
+
 namespace {
 
 /// What the reader works on: the record it returns, and one descriptor per child of `Interfaces`.
@@ -116,3 +118,5 @@ CONFIG_DESCRIPTOR ReadConfigFile(const std::string& path) {
   }
   return ReadConfigDocument(document);
 }
+
+}  // namespace vorn

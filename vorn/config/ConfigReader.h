@@ -8,6 +8,8 @@ namespace pugi {
 class xml_document;
 }
 
+namespace vorn {
+
 /// The error text for a file that is missing, unreadable or no well-formed XML.
 constexpr const char* kConfigLoadError = "Unable to load config, or unable to parse XML file!";
 
@@ -18,3 +20,5 @@ CONFIG_DESCRIPTOR ReadConfigFile(const std::string& path);
 
 /// The same for a document that is loaded already, with pugixml's default parse options.
 CONFIG_DESCRIPTOR ReadConfigDocument(const pugi::xml_document& document);
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+namespace vorn {
+
 namespace {
 
 /// Every "from" becomes "to", left to right.
@@ -104,3 +106,5 @@ std::span<const INTERFACE_ATTRIBUTE> InterfaceAttributes() {
 std::span<const INTERFACE_SLOT> InterfaceSlots() {
   return kInterfaceSlots;
 }
+
+}  // namespace vorn

@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 
+namespace vorn {
+
 // The elements and attributes of the configuration file. The reader walks these tables; so do the
 // checker, for what is known and what is not, and the test of the manual page.
 
@@ -40,3 +42,5 @@ struct INTERFACE_SLOT {
   INTERFACE_DESCRIPTOR CONFIG_DESCRIPTOR::*slot;
 };
 std::span<const INTERFACE_SLOT> InterfaceSlots();
+
+}  // namespace vorn

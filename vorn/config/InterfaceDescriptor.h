@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+namespace vorn {
+
 /// One TCP interface as configured; its worker keeps a copy of its own.
 struct INTERFACE_DESCRIPTOR {
   std::string name;       ///< "IO", "CAE" or "MON" once configured
@@ -18,3 +20,5 @@ struct INTERFACE_DESCRIPTOR {
   /// Microseconds; read by the worker's thread every pass, set by the master loop at run time.
   SHARED_FIELD<std::int32_t> threadDelayUs = kDefaultThreadDelayUs;
 };
+
+}  // namespace vorn

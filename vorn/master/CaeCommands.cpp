@@ -7,6 +7,8 @@
 
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 constexpr int kDrainWaitS = 1;
@@ -232,3 +234,5 @@ bool CAE_COMMAND::Matches(const CAE_LINE& line) const {
 std::span<const CAE_COMMAND> CaeCommands() {
   return kCommands;
 }
+
+}  // namespace vorn

@@ -11,6 +11,8 @@
 #include <span>
 #include <string>
 
+namespace vorn {
+
 /// What the commands work with. Queues, cards and daemon are lent and outlive it.
 struct CAE_CONTEXT {
   /// One message to the operator, with the separator behind it; none while muted.
@@ -78,3 +80,5 @@ struct CAE_COMMAND {
 
 /// All commands, in the order in which a line is tested against them.
 std::span<const CAE_COMMAND> CaeCommands();
+
+}  // namespace vorn

@@ -7,6 +7,8 @@
 #include <iterator>
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 constexpr char kPrompt[] = ">";
@@ -165,3 +167,5 @@ bool CAE_INTERPRETER::IsAcknowledged(std::uint8_t address, QList request, std::u
     return card.queryBytes[0] == bus::reply::kQueryData;
   });
 }
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 /// The operator's command line: recognises the commands in a line from the CAE client, carries them
 /// out by their rows and answers on the CAE interface.
 ///
@@ -34,3 +36,5 @@ class CAE_INTERPRETER {
   CAE_CONTEXT m_context;
   std::vector<std::uint8_t> m_states;  // ON or OFF of each row
 };
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include "vorn/base/QList.h"
 #include "vorn/master/TextParts.h"
 
+namespace vorn {
+
 CAE_LINE::CAE_LINE(const std::string& text, const std::string& inpSeparator)
     : m_text(text),
       m_inpSeparator(inpSeparator),
@@ -66,3 +68,5 @@ std::string CAE_LINE::ChannelText() const {
 std::string CAE_LINE::EndPositionText() const {
   return BeforeColon(2);
 }
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+namespace vorn {
+
 /// A line from the CAE client and the parameters in it. All commands of a line share the first ":"
 /// and the first "=" of the whole text. Hex digits count by HexCharToByte, so a missing or wrong
 /// one is 0; what is echoed is echoed as typed, a missing character as nothing.
@@ -41,3 +43,5 @@ class CAE_LINE {
   std::size_t m_colon;   // npos when there is none
   std::size_t m_equals;  // likewise
 };
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace vorn {
+
 /// What the CAE commands need of the daemon beside its queues and the card table. Implemented by
 /// VORN; called on the master loop's thread.
 class DAEMON_CONTROL {
@@ -19,3 +21,5 @@ class DAEMON_CONTROL {
  protected:
   ~DAEMON_CONTROL() = default;  // nobody owns it by this
 };
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <array>
 
+namespace vorn {
+
 namespace {
 
 // The wording, the spacing and the slips are the daemon's vocabulary: clients compare them.
@@ -113,3 +115,5 @@ std::span<const char* const> QuickHelp() {
 std::span<const char* const> IoExamples() {
   return kIoExamples;
 }
+
+}  // namespace vorn

@@ -8,6 +8,8 @@
 #include <iterator>
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 struct LCD_CONTROL {
@@ -232,3 +234,5 @@ void OUT_COMMAND_PARSER::TellOperator(const std::string& text) {
   m_caeOutput.ToQueue(Convert_String2QList(text + m_caeOutSeparator));
   m_caeOutput.ToQueue(Convert_String2QList(">" + m_caeOutSeparator));
 }
+
+}  // namespace vorn

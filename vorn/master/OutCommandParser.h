@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 /// Translates the commands of the IO client into frame bodies for the cards.
 ///
 /// Runs on the master loop's thread. Card table, queue and logger are lent and outlive it. Refused
@@ -62,3 +64,5 @@ class OUT_COMMAND_PARSER {
   LOGGER& m_logger;
   BACKLOG m_operatorBacklog;
 };
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdint>
 
+namespace vorn {
+
 /// The stop flag: the number of the last SIGINT or SIGTERM, -1 while none has come. Written by the
 /// signal handler on the main thread, polled there by the master loop. Atomic and lock-free, so
 /// that a handler may write it; relaxed, because nothing else is published through it.
@@ -16,3 +18,5 @@ extern SIGNAL_FLAG* pSignalFlag;
 
 /// Stores the signal's number in the stop flag and does nothing else.
 void SIGhandler(int signalNumber);
+
+}  // namespace vorn

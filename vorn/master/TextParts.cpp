@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+namespace vorn {
+
 std::string PartOf(const std::string& text, std::size_t position, std::size_t length) {
   return position < text.size() ? text.substr(position, length) : std::string();
 }
@@ -21,3 +23,5 @@ std::string FormatText(const char* format, ...) {
   va_end(arguments);
   return text.data();
 }
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string>
 
+namespace vorn {
+
 /// Parts of what a client typed. A position outside the text gives an empty part, never a failure.
 
 /// At most `length` characters from `position`.
@@ -14,3 +16,5 @@ char CharacterAt(const std::string& text, std::size_t position);
 
 /// printf into a string, for the short result lines; at most 255 characters.
 __attribute__((format(printf, 1, 2))) std::string FormatText(const char* format, ...);
+
+}  // namespace vorn

@@ -8,6 +8,8 @@
 #include <csignal>
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 bool IsExit(const std::string& text, const INTERFACE_DESCRIPTOR& descriptor) {
@@ -222,3 +224,5 @@ void VORN::SetThreadDelays(std::int32_t delayUs) {
   m_io->SetThreadDelayUs(delayUs);
   m_mon->SetThreadDelayUs(delayUs);
 }
+
+}  // namespace vorn

@@ -17,6 +17,8 @@
 #include <memory>
 #include <string>
 
+namespace vorn {
+
 /// The central object: owns the configuration, the inbound queues, the card table and the four
 /// workers, and runs the master loop that moves messages between them.
 ///
@@ -88,3 +90,5 @@ class VORN final : private DAEMON_CONTROL {
   BACKLOG m_operatorBacklog;        // while there is no operator
   VOQUEUE::NUMBER m_caeNumber = 0;  // of the CAE message that is carried out
 };
+
+}  // namespace vorn

@@ -1,5 +1,7 @@
 #include "vorn/tcp/DeliveryWatch.h"
 
+namespace vorn {
+
 namespace {
 
 constexpr std::chrono::seconds kLimit{30};
@@ -23,3 +25,5 @@ bool DELIVERY_WATCH::IsGivenUp(std::uint64_t underWay, TIME now) {
   }
   return now - m_latest >= kLimit;
 }
+
+}  // namespace vorn

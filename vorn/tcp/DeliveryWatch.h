@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace vorn {
+
 /// Watches whether a client still takes what is written to it: one that has acknowledged nothing
 /// for half a minute, although something is under way to it, has lost its power or does not read.
 ///
@@ -30,3 +32,5 @@ class DELIVERY_WATCH {
   TIME m_latest{};                   // the latest look that saw progress, or nothing under way
   TIME m_nextLook{};
 };
+
+}  // namespace vorn

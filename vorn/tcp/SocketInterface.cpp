@@ -17,6 +17,8 @@
 #include <cerrno>
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 /// What sets one interface apart from another, by its configured name.
@@ -583,3 +585,5 @@ bool SOCKET_INTERFACE::Replace(CONNECTION_STATE expected, CONNECTION_STATE state
 void SOCKET_INTERFACE::mf_SIGhandler(int signalNumber) {
   LogInfo("signal " + ITOA(signalNumber) + " on " + m_descriptor.name + " interface");
 }
+
+}  // namespace vorn

@@ -17,6 +17,8 @@
 #include <mutex>
 #include <string>
 
+namespace vorn {
+
 /// Values of the descriptor's state field.
 enum CONNECTION_STATE : std::int32_t {
   kIdle = 0,       ///< Init has not succeeded yet; nothing retries
@@ -142,3 +144,5 @@ class SOCKET_INTERFACE final : public CThread {
   PAUSES& m_pauses;
   SHARED_FIELD<TRANSFER_MODE> m_transferMode = kTextMode;
 };
+
+}  // namespace vorn

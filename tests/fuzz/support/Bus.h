@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vorn {
+
 namespace fuzz {
 
 /// A bus controller at the port. Whatever the daemon writes must be whole frames with a right
@@ -142,3 +144,5 @@ inline bool IsInputLine(std::string_view line) {
 }
 
 }  // namespace fuzz
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+namespace vorn {
+
 namespace fuzz {
 
 void Fail(std::string_view what, std::string_view seen) {
@@ -30,3 +32,5 @@ std::string Shown(std::string_view bytes) {
 }
 
 }  // namespace fuzz
+
+}  // namespace vorn

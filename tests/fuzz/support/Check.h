@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+namespace vorn {
+
 namespace fuzz {
 
 /// Ends the process as a crash does, after telling what did not hold and what was seen: the way
@@ -20,3 +22,5 @@ inline void Require(bool holds, std::string_view what, std::string_view seen = {
 std::string Shown(std::string_view bytes);
 
 }  // namespace fuzz
+
+}  // namespace vorn

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vorn {
+
 /// What libFuzzer calls once for each input, and the replay of the corpus too.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -62,3 +64,5 @@ inline std::vector<std::string> Reads(std::string_view text) {
 }
 
 }  // namespace fuzz
+
+}  // namespace vorn

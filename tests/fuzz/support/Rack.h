@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace vorn {
+
 namespace fuzz {
 
 /// A card of each type, two unusable ones, and an unknown one. Its order is turned by an input.
@@ -32,3 +34,5 @@ inline void Fill(CARD_TABLE& cards, std::uint8_t turn) {
 }
 
 }  // namespace fuzz
+
+}  // namespace vorn

@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     std::printf("%s, %zu bytes\n", file.c_str(), bytes.size());
     std::fflush(stdout);
     const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
-    LLVMFuzzerTestOneInput(input.data(), input.size());
+    vorn::LLVMFuzzerTestOneInput(input.data(), input.size());
   }
   std::printf("%zu inputs held\n", files.size());
   return files.empty() ? 1 : 0;

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <cstring>
 
+namespace vorn {
+
 namespace fuzz {
 
 namespace {
@@ -210,3 +212,5 @@ int __wrap_shutdown(int socket, int how) {
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <optional>
 
+namespace vorn {
+
 // The targets with clients are linked so that the daemon's socket calls pass through Sockets.cpp
 // first. While a SOCKETS lives they reach it and nothing else.
 
@@ -55,3 +57,5 @@ class SOCKETS {
 };
 
 }  // namespace fuzz
+
+}  // namespace vorn

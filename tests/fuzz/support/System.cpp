@@ -6,6 +6,8 @@
 
 #include <utility>
 
+namespace vorn {
+
 namespace fuzz {
 
 namespace {
@@ -85,3 +87,5 @@ int __wrap_pthread_join(pthread_t thread, void** result) {
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+namespace vorn {
+
 // The fuzz targets are linked so that the daemon's threads pass through System.cpp first. While a
 // SYSTEM lives they reach it and nothing else, so that an input runs in one thread, without a real
 // pause, and always the same way.
@@ -51,3 +53,5 @@ class SYSTEM : public PAUSES {
 };
 
 }  // namespace fuzz
+
+}  // namespace vorn

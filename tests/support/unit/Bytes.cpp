@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <stdexcept>
 
+namespace vorn {
+
 namespace unit {
 
 namespace {
@@ -65,3 +67,5 @@ BYTES Frame(const BYTES& body) {
 }
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vorn {
+
 namespace unit {
 
 using BYTES = std::vector<std::uint8_t>;
@@ -28,3 +30,5 @@ BYTES operator+(BYTES left, const BYTES& right);
 BYTES Frame(const BYTES& body);
 
 }  // namespace unit
+
+}  // namespace vorn

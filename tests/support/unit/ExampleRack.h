@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 
+namespace vorn {
+
 namespace unit {
 
 /// The cards that the examples speak of, as an identification leaves them; a card of each type that
@@ -44,3 +46,5 @@ inline void Identify(CARD_TABLE& cards) {
 }
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+namespace vorn {
+
 namespace unit {
 
 void FAKE_PAUSES::DelayUs(std::int32_t delayUs) {
@@ -87,3 +89,5 @@ std::size_t FAKE_PAUSES::Delays() const {
 }
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+namespace vorn {
+
 namespace unit {
 
 /// Pauses that take no time unless the test says so, counted, and held where the test wants to
@@ -57,3 +59,5 @@ class FAKE_PAUSES final : public PAUSES {
 };
 
 }  // namespace unit
+
+}  // namespace vorn

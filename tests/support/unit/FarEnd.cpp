@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <utility>
 
+namespace vorn {
+
 namespace unit {
 
 FAR_END::~FAR_END() {
@@ -204,3 +206,5 @@ void FAR_END::TakeFrame(const BYTES& frame) {
 }
 
 }  // namespace unit
+
+}  // namespace vorn

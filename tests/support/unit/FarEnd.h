@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace unit {
 
 /// The far end of the serial line, as the code under test has it for its line: an adapter at a
@@ -119,3 +121,5 @@ class FAR_END final : public LINE {
 };
 
 }  // namespace unit
+
+}  // namespace vorn

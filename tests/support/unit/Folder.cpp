@@ -6,6 +6,8 @@
 #include <fstream>
 #include <stdexcept>
 
+namespace vorn {
+
 namespace unit {
 
 FOLDER::FOLDER() : m_path((std::filesystem::temp_directory_path() / "vorn-unit-XXXXXX").string()) {
@@ -50,3 +52,5 @@ void WriteFile(const std::string& path, const std::string& text) {
 }
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace unit {
 
 /// A fresh folder, removed with everything in it at the end of the scope.
@@ -29,3 +31,5 @@ std::vector<std::string> ReadLog(const std::string& path);
 void WriteFile(const std::string& path, const std::string& text);
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -5,6 +5,8 @@
 #include <condition_variable>
 #include <mutex>
 
+namespace vorn {
+
 namespace unit {
 
 /// Holds whoever passes while it is shut; tells that somebody stands before it.
@@ -36,3 +38,5 @@ class GATE {
 };
 
 }  // namespace unit
+
+}  // namespace vorn

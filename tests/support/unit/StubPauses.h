@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <string>
 
+namespace vorn {
+
 namespace unit {
 
 /// Sets a variable of this process's environment, and puts it back at the end of the scope. To be
@@ -48,3 +50,5 @@ class STUB_PAUSES {
 };
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 TEST(Backlog, IsFullFromItsMarkOnAndTellsItOnceUntilHalfOfThatIsGone) {
   struct STEP {
     std::size_t waiting;
@@ -21,3 +23,5 @@ TEST(Backlog, IsFullFromItsMarkOnAndTellsItOnceUntilHalfOfThatIsGone) {
     EXPECT_EQ(backlog.HasJustFilled(), step.hasJustFilled);
   }
 }
+
+}  // namespace vorn

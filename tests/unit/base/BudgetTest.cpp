@@ -5,6 +5,8 @@
 #include <map>
 #include <set>
 
+namespace vorn {
+
 namespace {
 
 constexpr std::size_t kMega = 1024 * 1024;
@@ -38,3 +40,5 @@ TEST(Budget, FitsTheMemoryThatIsPromised) {
   EXPECT_LE(MostWaitingBytes() * 32, 24 * kMega);  // under 32 MB, with some 4 of the program's own
   EXPECT_LE(MostWaitingBytes() * 16, 12 * kMega);  // under 16 MB on the board
 }
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 
 #include <utility>
 
+namespace vorn {
+
 namespace {
 
 int OpenNull() {
@@ -80,3 +82,5 @@ TEST(FileDescriptor, ReleaseGivesTheDescriptorAway) {
   EXPECT_TRUE(IsOpenNumber(number));
   close(number);
 }
+
+}  // namespace vorn

@@ -21,6 +21,8 @@
 #include <thread>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 constexpr std::size_t kTimeStampLength = sizeof "2026-01-01 12:00:00" - 1;
@@ -366,3 +368,5 @@ TEST_F(LoggerTest, EndsWhatIsLeftOfALineOnceWhenManyWrite) {
                                         "[INF] line"}));
   }
 }
+
+}  // namespace vorn

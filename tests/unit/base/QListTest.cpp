@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 QList Bytes(const std::string& bytes) {
@@ -151,3 +153,5 @@ TEST(PrintQList, PrintsAListOfOver1000Bytes) {
   EXPECT_EQ(Printed([] { PrintQList(QList(1500, 'x')); }),
             "List size: 1500\nContent: " + items + "\n");
 }
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 TEST(SharedField, HoldsZeroOrTheValueItIsMadeWith) {
   const SHARED_FIELD<int> zero;
   const SHARED_FIELD<int> seven = 7;
@@ -31,3 +33,5 @@ TEST(SharedField, ExchangeGivesTheFormerValue) {
   EXPECT_EQ(field.Exchange(2), 1);
   EXPECT_EQ(field, 2);
 }
+
+}  // namespace vorn

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
@@ -119,3 +121,5 @@ TEST(SpeedToDelay, SaturatesFromTheFirstResultOnThatNeeds33Bits) {
     EXPECT_EQ(SpeedToDelayUs(percent), kMin) << percent;
   }
 }
+
+}  // namespace vorn

@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 constexpr std::uint32_t kMessages = VORN_STRESS_MESSAGES;
@@ -97,3 +99,5 @@ TEST_P(VoQueueStress, KeepsCountAndOrderOfEachProducer) {
 INSTANTIATE_TEST_SUITE_P(Producers, VoQueueStress, testing::Values(1, 4));
 
 }  // namespace
+
+}  // namespace vorn

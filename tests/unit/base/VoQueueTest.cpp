@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 QList Message(const std::string& text) {
@@ -148,3 +150,5 @@ TEST(VoQueue, KeepsTheOrderBetweenAProducerAndAConsumer) {
   producer.join();
   EXPECT_TRUE(queue.IsEmpty());
 }
+
+}  // namespace vorn

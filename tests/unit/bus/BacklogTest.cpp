@@ -3,6 +3,8 @@
 #include "tests/unit/bus/SerialFixture.h"
 #include "vorn/base/Budget.h"
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -264,3 +266,5 @@ TEST_F(SerialBacklog, PollsThatGaveWayToLaterRequestsAreQueuedAgain) {
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -64,3 +66,5 @@ TEST(GetQListError, Gives5ForAnEmptyList) {
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

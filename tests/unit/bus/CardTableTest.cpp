@@ -6,6 +6,8 @@
 #include <string>
 #include <thread>
 
+namespace vorn {
+
 namespace {
 
 TEST(CardTable, HasSeventeenClearedRecordsThatKnowTheirAddress) {
@@ -59,3 +61,5 @@ TEST(CardTable, ShowsAThreadNoHalfWrittenRecord) {
 }
 
 }  // namespace
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+namespace vorn {
+
 namespace {
 
 TEST(CardTypes, EveryNameFitsTheRecordWithItsTerminatingZero) {
@@ -21,3 +23,5 @@ TEST(CardTypes, ACodeThatIsInNoRowIsUnidentified) {
 }
 
 }  // namespace
+
+}  // namespace vorn

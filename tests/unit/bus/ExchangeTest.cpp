@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -215,3 +217,5 @@ TEST_F(Exchange, IsATimeoutSoonWhereItIsGivenUp) {
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -211,3 +213,5 @@ TEST_F(SerialLink, AFailedWriteIsLoggedWithTwoBlanks) {
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <thread>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -401,3 +403,5 @@ TEST_F(SerialThread, ThatIsReleasedTakesTheReplyThatItWaitsForFirst) {
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

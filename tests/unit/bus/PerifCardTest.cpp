@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <string>
 
+namespace vorn {
+
 namespace {
 
 /// A record in which every field differs from a cleared one.
@@ -79,3 +81,5 @@ TEST(FormatInputLine, IsUpperCaseHexWithOneDigitForAddressAndBlockAndTwoForTheVa
 }
 
 }  // namespace
+
+}  // namespace vorn

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -294,3 +296,5 @@ TEST(ChangedInputLines, AreOneForEachOfSixteenFlagsInOrder) {
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace vorn {
+
 namespace unit {
 
 SERIAL_FIXTURE::SERIAL_FIXTURE() {
@@ -92,3 +94,5 @@ SERIAL_FIXTURE::LINES SERIAL_FIXTURE::FoundAt(const FAR_END& end) const {
 }
 
 }  // namespace unit
+
+}  // namespace vorn

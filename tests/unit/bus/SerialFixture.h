@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace unit {
 
 constexpr const char* kHandshakeFrame = "03 40 6F 9A";
@@ -83,3 +85,5 @@ class SERIAL_FIXTURE : public testing::Test {
 };
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -19,6 +19,8 @@
 #include <memory>
 #include <sstream>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -197,3 +199,5 @@ TEST(GetUSBDevices, ListsTheDevicesFolderKeepsTheTtyUsbEntriesAndLeavesNoChildBe
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

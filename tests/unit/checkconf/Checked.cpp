@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+namespace vorn {
+
 namespace unit {
 
 std::string GoodConfig(const FOLDER& folder) {
@@ -45,3 +47,5 @@ std::vector<std::string> Ids(const checkconf::CHECK_RESULT& result) {
 }
 
 }  // namespace unit
+
+}  // namespace vorn

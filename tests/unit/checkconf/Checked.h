@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace unit {
 
 /// A configuration without any finding; its log goes to `folder`.
@@ -22,3 +24,5 @@ checkconf::CHECK_RESULT Checked(const FOLDER& folder, const std::string& text,
 std::vector<std::string> Ids(const checkconf::CHECK_RESULT& result);
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -10,6 +10,8 @@
 #include <iterator>
 #include <set>
 
+namespace vorn {
+
 namespace {
 
 using checkconf::KIND;
@@ -287,3 +289,5 @@ TEST(CheckConfig, FindsNothingInTheExampleThatIsInstalled) {
 }
 
 }  // namespace
+
+}  // namespace vorn

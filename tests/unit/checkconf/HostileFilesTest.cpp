@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 namespace {
 
 using checkconf::SEVERITY;
@@ -122,3 +124,5 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 }  // namespace
+
+}  // namespace vorn

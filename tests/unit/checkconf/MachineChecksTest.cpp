@@ -13,6 +13,8 @@
 
 #include <filesystem>
 
+namespace vorn {
+
 namespace {
 
 using checkconf::CheckConfig;
@@ -189,3 +191,5 @@ TEST(CheckConfig, LeavesOutWhatIsTooMuchAndSaysSo) {
 }
 
 }  // namespace
+
+}  // namespace vorn

@@ -12,6 +12,8 @@
 #include <set>
 #include <stdexcept>
 
+namespace vorn {
+
 namespace {
 
 using unit::FOLDER;
@@ -120,3 +122,5 @@ TEST_F(Program, HasTheOptionsOfItsManualPage) {
 }
 
 }  // namespace
+
+}  // namespace vorn

@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+namespace vorn {
+
 namespace {
 
 using unit::Checked;
@@ -76,3 +78,5 @@ TEST(JsonReport, NamesTheReasonWhyTheDaemonDoesNotStart) {
 }
 
 }  // namespace
+
+}  // namespace vorn

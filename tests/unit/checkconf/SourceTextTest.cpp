@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 namespace {
 
 using checkconf::POSITION;
@@ -67,3 +69,5 @@ TEST(Quoting, CutsALongTextBetweenCharacters) {
 }
 
 }  // namespace
+
+}  // namespace vorn

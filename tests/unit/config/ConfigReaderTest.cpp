@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 constexpr const char* kLoadError = "Unable to load config, or unable to parse XML file!";
@@ -442,3 +444,5 @@ TEST_F(ConfigReaderTest, LeavesNoDescriptorOpen) {
   ReadConfigFile(m_folder.Path());
   EXPECT_EQ(support::OpenDescriptors(getpid()).size(), before);
 }
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+namespace vorn {
+
 std::vector<std::string>
     systemLogCalls;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 
@@ -43,3 +45,5 @@ void __wrap_closelog() {
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
+
+}  // namespace vorn

@@ -12,6 +12,8 @@
 #include <memory>
 #include <set>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -580,3 +582,5 @@ TEST_F(CaeInterpreter, ForcedDiscoveryClearsTheTableWithPollingOffAndAsksTheBus)
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn {
+
 namespace {
 
 CAE_LINE Line(const std::string& text) {
@@ -94,3 +96,5 @@ TEST(CaeLine, HasItsValueBlockStateAndNumberBehindTheFirstEqualsSign) {
 }
 
 }  // namespace
+
+}  // namespace vorn

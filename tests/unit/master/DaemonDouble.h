@@ -7,6 +7,8 @@
 #include <functional>
 #include <vector>
 
+namespace vorn {
+
 namespace unit {
 
 /// The daemon as the CAE commands see it. What happens elsewhere during a pause, a card's answer
@@ -38,3 +40,5 @@ class DAEMON_DOUBLE final : public DAEMON_CONTROL {
 };
 
 }  // namespace unit
+
+}  // namespace vorn

@@ -8,6 +8,8 @@
 
 #include <cstring>
 
+namespace vorn {
+
 namespace {
 
 TEST(HelpTexts, HaveTheirLinesOfWhichNoneIsAnEmptyMessage) {
@@ -24,3 +26,5 @@ TEST(HelpTexts, FarewellIsTheDaemonsName) {
 }
 
 }  // namespace
+
+}  // namespace vorn

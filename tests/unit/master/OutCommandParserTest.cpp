@@ -13,6 +13,8 @@
 #include <memory>
 #include <stdexcept>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -265,3 +267,5 @@ TEST_F(OutCommandParser, ReportsOfRefusedCommandsEndWhere320KibWaitAndTheLogSays
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

@@ -4,6 +4,8 @@
 
 #include <csignal>
 
+namespace vorn {
+
 namespace {
 
 class SignalFlag : public testing::Test {
@@ -35,3 +37,5 @@ TEST_F(SignalFlag, HoldsTheNumberOfTheSignalAndTheProcessGoesOn) {
 }
 
 }  // namespace
+
+}  // namespace vorn

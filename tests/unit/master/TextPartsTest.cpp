@@ -4,6 +4,8 @@
 
 #include <string>
 
+namespace vorn {
+
 namespace {
 
 TEST(PartOf, GivesAtMostTheLength) {
@@ -32,3 +34,5 @@ TEST(FormatText, FormatsAndCutsAtItsLimit) {
 }
 
 }  // namespace
+
+}  // namespace vorn

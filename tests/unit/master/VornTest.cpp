@@ -21,6 +21,8 @@
 #include <optional>
 #include <thread>
 
+namespace vorn {
+
 namespace unit {
 namespace {
 
@@ -853,3 +855,5 @@ TEST_F(Vorn, AnyOtherNumberClosesThePortAsWell) {
 
 }  // namespace
 }  // namespace unit
+
+}  // namespace vorn

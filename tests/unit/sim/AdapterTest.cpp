@@ -28,7 +28,7 @@ class Adapter : public ::testing::Test {
   std::string Link(int number) { return folder.File("ttyUSB" + std::to_string(number)); }
   void ExpectAnswers(NEAR_END& end) { EXPECT_EQ(end.Ask("20 03 02"), "21 03 00 00"); }
 
-  unit::FOLDER folder;
+  vorn::unit::FOLDER folder;
   support::RACK rack;
   support::ADAPTER adapter;
   NEAR_END near;

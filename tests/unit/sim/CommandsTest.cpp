@@ -45,7 +45,7 @@ class RackCommands : public ::testing::Test {
   Lines Events() { return simulation.Events().Take(); }
   std::string Link(int number) { return folder.File("ttyUSB" + std::to_string(number)); }
 
-  unit::FOLDER folder;
+  vorn::unit::FOLDER folder;
   SIMULATION simulation;
 };
 

@@ -68,7 +68,7 @@ class Control : public ::testing::Test {
     return support::WaitUntil([&] { return clients == count; });
   }
 
-  unit::FOLDER folder;
+  vorn::unit::FOLDER folder;
   const std::string path;
   std::atomic<bool> stop{false};
   std::atomic<std::size_t> clients{0};

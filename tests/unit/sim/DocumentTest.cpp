@@ -18,8 +18,8 @@
 namespace sim {
 namespace {
 
-using docs::ReadFile;
-using Lines = docs::LINES;
+using vorn::docs::ReadFile;
+using Lines = vorn::docs::LINES;
 
 /// A fenced block of a document: what stands behind the opening fence, and the lines.
 struct BLOCK {
@@ -30,7 +30,7 @@ struct BLOCK {
 std::vector<BLOCK> Blocks(const std::string& document) {
   std::vector<BLOCK> blocks;
   bool inside = false;
-  for (const std::string& line : docs::SplitLines(document)) {
+  for (const std::string& line : vorn::docs::SplitLines(document)) {
     if (line.starts_with("```")) {
       inside = !inside;
       if (inside) {
@@ -72,7 +72,7 @@ class Documents : public ::testing::Test {
     simulation.Events().Take();
   }
 
-  unit::FOLDER folder;
+  vorn::unit::FOLDER folder;
   SIMULATION simulation{{.devDir = folder.Path()}};
 };
 

@@ -153,7 +153,7 @@ class Vornsim : public ::testing::Test {
   std::string Ready(int number = 0) { return "adapter " + Link(number) + " ready\n"; }
   std::string Unplugged(int number = 0) { return "adapter " + Link(number) + " unplugged\n"; }
   std::string Write(const std::string& name, const std::string& text) {
-    unit::WriteFile(folder.File(name), text);
+    vorn::unit::WriteFile(folder.File(name), text);
     return folder.File(name);
   }
   /// Ends by itself, having written just that.
@@ -165,7 +165,7 @@ class Vornsim : public ::testing::Test {
     EXPECT_EQ(program.Status(), status) << commandLine;
   }
 
-  unit::FOLDER folder;
+  vorn::unit::FOLDER folder;
 };
 
 TEST_F(Vornsim, SaysReadyServesAndEndsWithItsInput) {

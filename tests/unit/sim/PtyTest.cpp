@@ -11,7 +11,7 @@ namespace sim {
 namespace {
 
 TEST(Pty, MakesALinkToItsNearEndAndRemovesIt) {
-  const unit::FOLDER folder;
+  const vorn::unit::FOLDER folder;
   const std::string link = folder.File("ttyUSB0");
   {
     PTY pty;
@@ -23,7 +23,7 @@ TEST(Pty, MakesALinkToItsNearEndAndRemovesIt) {
 }
 
 TEST(Pty, RefusesANameThatExists) {
-  const unit::FOLDER folder;
+  const vorn::unit::FOLDER folder;
   const std::string path = folder.File("ttyUSB0");
   std::ofstream(path) << "precious";
   PTY pty;
@@ -37,7 +37,7 @@ TEST(Pty, RefusesANameThatExists) {
 }
 
 TEST(Pty, SaysThatALinkInTheWayIsDead) {
-  const unit::FOLDER folder;
+  const vorn::unit::FOLDER folder;
   const std::string path = folder.File("ttyUSB0");
   std::filesystem::create_symlink("/nowhere/at/all", path);
   PTY pty;
@@ -50,7 +50,7 @@ TEST(Pty, SaysThatALinkInTheWayIsDead) {
 }
 
 TEST(Pty, LeavesALinkThatSomebodyElsePutInItsPlace) {
-  const unit::FOLDER folder;
+  const vorn::unit::FOLDER folder;
   const std::string path = folder.File("ttyUSB0");
   PTY pty;
   ASSERT_TRUE(pty.Plug(path));
@@ -61,7 +61,7 @@ TEST(Pty, LeavesALinkThatSomebodyElsePutInItsPlace) {
 }
 
 TEST(Pty, IsRawFromBirthAndCloseOnExec) {
-  const unit::FOLDER folder;
+  const vorn::unit::FOLDER folder;
   PTY pty;
   ASSERT_TRUE(pty.Plug(folder.File("ttyUSB0")));
   EXPECT_NE(::fcntl(pty.Master(), F_GETFD) & FD_CLOEXEC, 0);

@@ -91,7 +91,7 @@ TEST(RackFile, NamesLineColumnAndWhatWasExpected) {
 }
 
 TEST(RackFile, ThatCannotBeReadIsNamed) {
-  const unit::FOLDER folder;
+  const vorn::unit::FOLDER folder;
   support::RACK rack;
   EXPECT_EQ(LoadRackFile(folder.File("none.xml"), rack).text,
             "cannot read " + folder.File("none.xml") + ": No such file or directory");

@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+namespace vorn {
+
 using support::kSilence;
 using support::TCP_CLIENT;
 using support::WaitUntil;
@@ -433,3 +435,5 @@ TEST_F(SocketInterface, ConnectionThatIsAboutToBeServedEndsByCloseByCommand) {
   TCP_CLIENT next = ConnectAndGreet();
   EXPECT_TRUE(next.ReceivesNothing());
 }
+
+}  // namespace vorn

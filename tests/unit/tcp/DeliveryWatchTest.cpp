@@ -5,6 +5,8 @@
 #include <chrono>
 #include <cstdint>
 
+namespace vorn {
+
 namespace {
 
 constexpr std::chrono::milliseconds kMillisecond{1};
@@ -79,3 +81,5 @@ TEST_F(DeliveryWatch, BeginsAnewWithTheNextConnection) {
   EXPECT_FALSE(IsGivenUpWithin(29, 100));
   EXPECT_TRUE(IsGivenUpWithin(1, 100));
 }
+
+}  // namespace vorn

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 using support::kSilence;
 using support::TCP_CLIENT;
 using support::WaitUntil;
@@ -320,3 +322,5 @@ TEST_F(SocketInterface, TakesAFailedReadAsTheClientsClose) {
   client.ReadToEnd();
   EXPECT_TRUE(WaitUntilListening(2));
 }
+
+}  // namespace vorn

@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+namespace vorn {
+
 using support::kSilence;
 using support::TCP_CLIENT;
 using support::WaitUntil;
@@ -426,3 +428,5 @@ TEST_F(SocketInterface, ServesAtAnyThreadDelay) {
     EXPECT_TRUE(client.Receives(std::to_string(delayUs) + "\r"));
   }
 }
+
+}  // namespace vorn

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 using support::TCP_CLIENT;
 using support::WaitUntil;
 
@@ -265,3 +267,5 @@ TEST_F(SocketInterface, GoesOnWithAReaderThatPauses) {
   EXPECT_TRUE(client.Receives(std::string(kBlockingSize, 'x') + "\rafter\r"));
   EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
 }
+
+}  // namespace vorn

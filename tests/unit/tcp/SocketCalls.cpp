@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <mutex>
 
+namespace vorn {
+
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 SOCKET_CALLS socketCalls;
 
@@ -221,3 +223,5 @@ int __wrap_close(int descriptor) {
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <vector>
 
+namespace vorn {
+
 // The program is linked so that the socket calls of the code under test pass through here first.
 
 /// How one call behaves. What is set applies to the worker's thread, or to all others where that is
@@ -59,3 +61,5 @@ struct SOCKET_CALLS {
 };
 
 extern SOCKET_CALLS socketCalls;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+
+}  // namespace vorn

@@ -11,6 +11,8 @@
 #include <chrono>
 #include <stdexcept>
 
+namespace vorn {
+
 using support::milliseconds;
 using support::TCP_CLIENT;
 using support::WaitUntil;
@@ -153,3 +155,5 @@ void SocketInterface::SendToBeReadTogether(TCP_CLIENT& client, const std::string
   socketCalls.select.HoldAt(nullptr);
   gate.Open();
 }
+
+}  // namespace vorn

@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn {
+
 constexpr const char* kCaeGreeting =
     "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n\r";
 
@@ -78,3 +80,5 @@ class SocketInterface : public testing::Test {
 int DescriptorTo(int peerPort);
 /// Descriptor of this process that listens on the port; -1: none.
 int DescriptorOfListener(int port);
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+namespace vorn {
+
 using support::TCP_CLIENT;
 using support::WaitUntil;
 
@@ -147,3 +149,5 @@ TEST_F(SocketInterface, ListensNoMoreWhenItIsToEndAfterItsPauseInTheClosedState)
   m_worker.reset();
   EXPECT_EQ(m_log.LinesWith("listening").size(), 1U);
 }
+
+}  // namespace vorn

@@ -9,6 +9,8 @@
 #include <future>
 #include <thread>
 
+namespace vorn {
+
 namespace {
 
 using support::kSilence;
@@ -118,3 +120,5 @@ TEST(EventClass, ASetOfAThreadThatHasWaitedBeforeReachesTheNextWaiterOnItsWayToI
   EXPECT_TRUE(IsReady(woken));
   EXPECT_TRUE(SetUntilReady(event, woken));
 }
+
+}  // namespace vorn

@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+namespace vorn {
+
 FAULTS faults;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 thread_local std::function<void()> beforeMutexLock;
 
@@ -78,3 +80,5 @@ void* NOTHROW_NEW(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <functional>
 
+namespace vorn {
+
 // The program is linked so that what the framework asks of the system passes through here first.
 
 /// Failures that the system is to show while they are switched on.
@@ -18,3 +20,5 @@ extern FAULTS faults;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variab
 
 /// Called by this thread before it takes a mutex, once: to set it anew is up to the function.
 extern thread_local std::function<void()> beforeMutexLock;
+
+}  // namespace vorn

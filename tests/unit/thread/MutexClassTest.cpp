@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 using support::kSilence;
@@ -110,3 +112,5 @@ TEST(MutexClass, DestructionWaitsForTheHolder) {
   EXPECT_TRUE(IsReady(destroyed));
   holder.join();
 }
+
+}  // namespace vorn

@@ -20,6 +20,8 @@
 #include <thread>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 using CLOCK = std::chrono::steady_clock;
@@ -164,3 +166,5 @@ TEST(SystemPauses, AreThoseOfTheMachineByItsMonotonicClock) {
   pauses.Seconds(3);
   EXPECT_EQ(stub->Begun(), std::vector<int>{3});
 }
+
+}  // namespace vorn

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+namespace vorn {
+
 namespace {
 
 class EMPTY_TASK : public CTask {
@@ -37,3 +39,5 @@ TEST(Task, KeepsTheThreadItWasHandedTo) {
   task.SetThreadId(pthread_self());
   EXPECT_EQ(task.ThreadId(), pthread_self());
 }
+
+}  // namespace vorn

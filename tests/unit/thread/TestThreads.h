@@ -11,6 +11,8 @@
 #include <mutex>
 #include <vector>
 
+namespace vorn {
+
 using unit::GATE;
 
 inline bool IsReady(const std::future<void>& future,
@@ -73,3 +75,5 @@ class TEST_THREAD final : public CThread {
   mutable std::mutex m_lock;
   std::vector<void*> m_handled;  // guarded by m_lock
 };
+
+}  // namespace vorn

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+namespace vorn {
+
 TEST(ThreadFailure, RefusedThreadIsToldAndInTheFaultStateUntilAStartSucceeds) {
   testing::internal::CaptureStderr();
   faults.threadCreation = EAGAIN;
@@ -45,3 +47,5 @@ TEST(ThreadFailure, WithoutAnEventStackNoThreadIsStartedAndEveryItemRefused) {
   EXPECT_FALSE(thread.Event(&item));
   EXPECT_EQ(thread.GetEventsPending(), 0);
 }
+
+}  // namespace vorn

@@ -17,6 +17,8 @@
 #include <thread>
 #include <vector>
 
+namespace vorn {
+
 namespace {
 
 using support::kLimit;
@@ -824,3 +826,5 @@ TEST(Thread, OnceItIsGoneItsHandleMayBeAnotherThreads) {
   EXPECT_TRUE(IsReady(destroyed));
   other.Stop();  // lets the future end where it waits for the wrong one
 }
+
+}  // namespace vorn
