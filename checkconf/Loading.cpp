@@ -1,6 +1,6 @@
 #include "checkconf/Loading.h"
 
-#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/UniqueFd.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -58,7 +58,7 @@ std::optional<std::string> LoadText(const std::string& path, FINDINGS& findings)
     return {};
   }
   // Non-blocking in case a pipe has taken the file's place since.
-  const FILE_DESCRIPTOR file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  const UNIQUE_FD file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (!file.IsOpen()) {
     AddError(errno, findings);
     return {};

@@ -1,7 +1,7 @@
 #include "checkconf/MachineChecks.h"
 
 #include "checkconf/Quoting.h"
-#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/UniqueFd.h"
 #include "vorn/base/Values.h"
 #include "vorn/config/ConfigTables.h"
 
@@ -23,7 +23,7 @@ namespace {
 /// Binds as the daemon does, without listening: nothing can connect meanwhile. A refusal for
 /// another reason than the port being in use says nothing about the daemon.
 bool IsTaken(std::int32_t port) {
-  const FILE_DESCRIPTOR probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const UNIQUE_FD probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const int reuse = 1;
   setsockopt(probe.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
   sockaddr_in address{};

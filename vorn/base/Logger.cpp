@@ -1,6 +1,6 @@
 #include "vorn/base/Logger.h"
 
-#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/UniqueFd.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,7 +27,7 @@ constexpr std::int32_t kLastWritingLevel = 1;
 FILE* OpenForAppend(const std::string& fileName) {
   constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   constexpr mode_t kMode = 0666;
-  FILE_DESCRIPTOR file(open(fileName.c_str(), kFlags, kMode));
+  UNIQUE_FD file(open(fileName.c_str(), kFlags, kMode));
   if (!file.IsOpen()) {
     return nullptr;
   }
@@ -46,8 +46,7 @@ bool EndsInMidLine(int file, const std::string& fileName) {
   if (fstat(file, &written) != 0 || !S_ISREG(written.st_mode) || written.st_size == 0) {
     return false;
   }
-  const FILE_DESCRIPTOR reader(
-      open(fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const UNIQUE_FD reader(open(fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat read {};
   // Under its name there may be another file by now.
   if (!reader.IsOpen() || fstat(reader.Get(), &read) != 0 || read.st_dev != written.st_dev ||

@@ -54,7 +54,7 @@ std::list<std::string> SERIAL_PORT::Search() {
 
 bool SERIAL_PORT::Open(const std::string& path) {
   m_hasRefused = false;
-  m_tty = FILE_DESCRIPTOR(open(path.c_str(), kOpenFlags));
+  m_tty = UNIQUE_FD(open(path.c_str(), kOpenFlags));
   return m_tty.IsOpen();
 }
 

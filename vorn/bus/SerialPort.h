@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/UniqueFd.h"
 #include "vorn/bus/Line.h"
 
 #include <unistd.h>
@@ -33,9 +33,9 @@ class SERIAL_PORT final : public LINE {
   void Close() override;
 
  private:
-  FILE_DESCRIPTOR m_tty;
+  UNIQUE_FD m_tty;
   bool m_hasRefused = false;  // its settings
-  std::list<FILE_DESCRIPTOR> m_aside;
+  std::list<UNIQUE_FD> m_aside;
 };
 
 }  // namespace vorn

@@ -162,7 +162,7 @@ void SOCKET_INTERFACE::Terminate() {
 
 bool SOCKET_INTERFACE::Init() {
   const std::string& name = m_descriptor.name;
-  FILE_DESCRIPTOR listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  UNIQUE_FD listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!listener.IsOpen()) {
     LogError("couldn't open socket for" + name + " interface");
     return false;
@@ -243,7 +243,7 @@ void SOCKET_INTERFACE::AcceptClient() {
   m_pauses.Seconds(kPauseBeforeAcceptS);
 
   sockaddr_in peer{};
-  FILE_DESCRIPTOR client = WaitForClient(peer);
+  UNIQUE_FD client = WaitForClient(peer);
   if (StopRequested() || State() != kAccepting) {
     CloseSockets();  // closed by command, or shutting down: the connection, if any, ends here
     return;
@@ -261,7 +261,7 @@ void SOCKET_INTERFACE::AcceptClient() {
 
 /// Makes the connection the served one and queues its greeting (none where the accept failed),
 /// unless it was closed by command meanwhile: false then, and the connection stays the caller's.
-bool SOCKET_INTERFACE::Adopt(FILE_DESCRIPTOR& client) {
+bool SOCKET_INTERFACE::Adopt(UNIQUE_FD& client) {
   MakeMeetingNoise();
   const std::lock_guard lock(m_socketLock);
   if (State() != kAccepting) {
@@ -278,10 +278,10 @@ bool SOCKET_INTERFACE::Adopt(FILE_DESCRIPTOR& client) {
 }
 
 /// Blocks until a client comes. An empty owner when accept fails, or is woken by a shutdown.
-FILE_DESCRIPTOR SOCKET_INTERFACE::WaitForClient(sockaddr_in& peer) {
+UNIQUE_FD SOCKET_INTERFACE::WaitForClient(sockaddr_in& peer) {
   for (;;) {
     socklen_t size = sizeof peer;
-    FILE_DESCRIPTOR client(
+    UNIQUE_FD client(
         accept4(m_listener.Get(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
     if (client.IsOpen() || errno != EINTR) {
       return client;

@@ -3,10 +3,10 @@
 #include "thread/Lock.h"
 #include "thread/Pauses.h"
 #include "thread/Thread.h"
-#include "vorn/base/FileDescriptor.h"
 #include "vorn/base/Logger.h"
 #include "vorn/base/QList.h"
 #include "vorn/base/SharedField.h"
+#include "vorn/base/UniqueFd.h"
 #include "vorn/base/VoQueue.h"
 #include "vorn/config/InterfaceDescriptor.h"
 #include "vorn/tcp/DeliveryWatch.h"
@@ -102,8 +102,8 @@ class SOCKET_INTERFACE final : public CThread {
   void ParkForGood();
 
   bool BindToPort(int listener) const;
-  FILE_DESCRIPTOR WaitForClient(sockaddr_in& peer);
-  bool Adopt(FILE_DESCRIPTOR& client);
+  UNIQUE_FD WaitForClient(sockaddr_in& peer);
+  bool Adopt(UNIQUE_FD& client);
   INPUT ReadClient();
   INPUT Receive();
   INPUT LeaveUnread();
@@ -127,8 +127,8 @@ class SOCKET_INTERFACE final : public CThread {
   INTERFACE_DESCRIPTOR m_descriptor;
   LOGGER m_logger;
   CLock m_socketLock;
-  FILE_DESCRIPTOR m_listener;
-  FILE_DESCRIPTOR m_client;
+  UNIQUE_FD m_listener;
+  UNIQUE_FD m_client;
   /// Passes in the closed state since the last close.
   SHARED_FIELD<std::int32_t> m_reconnectCounter = 0;
   /// Of the input queue: those before it came over connections that are over.

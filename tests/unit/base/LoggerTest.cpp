@@ -2,8 +2,8 @@
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
 #include "tests/support/unit/Folder.h"
-#include "vorn/base/FileDescriptor.h"
 #include "vorn/base/Logger.h"
+#include "vorn/base/UniqueFd.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -126,7 +126,7 @@ TEST_F(LoggerTest, WritesOnWhereTheFileCanOnlyBeWritten) {
     ASSERT_EQ(chown(m_path.c_str(), kNobody, kNobody), 0);
     setfsuid(kNobody);
   }
-  const bool isReadable = FILE_DESCRIPTOR(open(m_path.c_str(), O_RDONLY | O_CLOEXEC)).IsOpen();
+  const bool isReadable = UNIQUE_FD(open(m_path.c_str(), O_RDONLY | O_CLOEXEC)).IsOpen();
   m_logger.WriteLog(kInf, "line");
   if (isRoot) {
     setfsuid(0);
@@ -257,7 +257,7 @@ TEST_F(LoggerTest, DropsTheLineWhenNoDescriptorIsLeft) {
 
 TEST_F(LoggerTest, WritesOnWhereOneDescriptorIsLeft) {
   support::WriteFile(m_path, "half\n");
-  const int lowestFree = FILE_DESCRIPTOR(open("/dev/null", O_RDONLY | O_CLOEXEC)).Get();
+  const int lowestFree = UNIQUE_FD(open("/dev/null", O_RDONLY | O_CLOEXEC)).Get();
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
   rlimit one = before;  // for the writing, and none for the look at the file's end
@@ -273,7 +273,7 @@ TEST_F(LoggerTest, WritesOnWhereOneDescriptorIsLeft) {
 TEST_F(LoggerTest, DoesNotWaitForTheReaderOfAPipe) {
   ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
   m_logger.WriteLog(kInf, "nobody reads");
-  const FILE_DESCRIPTOR reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const UNIQUE_FD reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   ASSERT_TRUE(reader.IsOpen());
   m_logger.WriteLog(kInf, "somebody reads");
   char bytes[200];
@@ -285,7 +285,7 @@ TEST_F(LoggerTest, DoesNotWaitForTheReaderOfAPipe) {
 
 TEST_F(LoggerTest, NeitherReadsFromAPipeNorAddsToItsLine) {
   ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
-  const FILE_DESCRIPTOR pipe(open(m_path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  const UNIQUE_FD pipe(open(m_path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   ASSERT_TRUE(pipe.IsOpen());
   ASSERT_EQ(write(pipe.Get(), "half", 4), 4);
   m_logger.WriteLog(kInf, "line");
@@ -299,7 +299,7 @@ TEST_F(LoggerTest, NeitherReadsFromAPipeNorAddsToItsLine) {
 
 TEST_F(LoggerTest, DoesNotWaitForAFullPipe) {
   ASSERT_EQ(mkfifo(m_path.c_str(), 0600), 0);
-  const FILE_DESCRIPTOR reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const UNIQUE_FD reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   ASSERT_TRUE(reader.IsOpen());
   for (int i = 0; i < 200; ++i) {  // a pipe holds 64 KiB
     m_logger.WriteLog(kInf, std::string(900, 'x'));

@@ -47,7 +47,7 @@ class SerialPort : public testing::Test {
     tty = path.data();
   }
 
-  FILE_DESCRIPTOR master{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+  UNIQUE_FD master{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
   std::string tty;
   std::array<std::uint8_t, 16> bytes{};
   SERIAL_PORT port;

@@ -2,7 +2,7 @@
 
 #include "checkconf/Loading.h"
 #include "tests/unit/checkconf/Checked.h"
-#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/UniqueFd.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -42,7 +42,7 @@ class TAKEN_PORT {
   std::string Port() const { return std::to_string(m_port); }
 
  private:
-  FILE_DESCRIPTOR m_socket;
+  UNIQUE_FD m_socket;
   std::uint16_t m_port = 0;
 };
 

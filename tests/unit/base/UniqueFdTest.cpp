@@ -1,4 +1,4 @@
-#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/UniqueFd.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -20,61 +20,61 @@ bool IsOpenNumber(int number) {
 
 }  // namespace
 
-TEST(FileDescriptor, HoldsNothingAtFirst) {
-  const FILE_DESCRIPTOR owner;
+TEST(UniqueFd, HoldsNothingAtFirst) {
+  const UNIQUE_FD owner;
   EXPECT_FALSE(owner.IsOpen());
   EXPECT_EQ(owner.Get(), -1);
 }
 
-TEST(FileDescriptor, ClosesAtTheEndOfItsScope) {
+TEST(UniqueFd, ClosesAtTheEndOfItsScope) {
   const int number = OpenNull();
   {
-    const FILE_DESCRIPTOR owner(number);
+    const UNIQUE_FD owner(number);
     EXPECT_TRUE(owner.IsOpen());
     EXPECT_EQ(owner.Get(), number);
   }
   EXPECT_FALSE(IsOpenNumber(number));
 }
 
-TEST(FileDescriptor, ClosesOnce) {
-  FILE_DESCRIPTOR owner(OpenNull());
+TEST(UniqueFd, ClosesOnce) {
+  UNIQUE_FD owner(OpenNull());
   owner.Close();
   EXPECT_FALSE(owner.IsOpen());
-  const FILE_DESCRIPTOR other(OpenNull());  // takes the number over
+  const UNIQUE_FD other(OpenNull());  // takes the number over
   owner.Close();
   EXPECT_TRUE(IsOpenNumber(other.Get()));
 }
 
-TEST(FileDescriptor, MovesTheOwnership) {
+TEST(UniqueFd, MovesTheOwnership) {
   const int number = OpenNull();
-  FILE_DESCRIPTOR first(number);
-  FILE_DESCRIPTOR second(std::move(first));
+  UNIQUE_FD first(number);
+  UNIQUE_FD second(std::move(first));
   EXPECT_FALSE(first.IsOpen());  // NOLINT(bugprone-use-after-move)
   EXPECT_EQ(second.Get(), number);
 }
 
-TEST(FileDescriptor, ClosesWhatItHeldWhenAssigned) {
+TEST(UniqueFd, ClosesWhatItHeldWhenAssigned) {
   const int first = OpenNull();
   const int second = OpenNull();
-  FILE_DESCRIPTOR owner(first);
-  owner = FILE_DESCRIPTOR(second);
+  UNIQUE_FD owner(first);
+  owner = UNIQUE_FD(second);
   EXPECT_FALSE(IsOpenNumber(first));
   EXPECT_TRUE(IsOpenNumber(second));
   EXPECT_EQ(owner.Get(), second);
 }
 
-TEST(FileDescriptor, SurvivesAnAssignmentToItself) {
-  FILE_DESCRIPTOR owner(OpenNull());
-  FILE_DESCRIPTOR& same = owner;
+TEST(UniqueFd, SurvivesAnAssignmentToItself) {
+  UNIQUE_FD owner(OpenNull());
+  UNIQUE_FD& same = owner;
   owner = std::move(same);
   EXPECT_TRUE(owner.IsOpen());
   EXPECT_TRUE(IsOpenNumber(owner.Get()));
 }
 
-TEST(FileDescriptor, ReleaseGivesTheDescriptorAway) {
+TEST(UniqueFd, ReleaseGivesTheDescriptorAway) {
   const int number = OpenNull();
   {
-    FILE_DESCRIPTOR owner(number);
+    UNIQUE_FD owner(number);
     EXPECT_EQ(owner.Release(), number);
     EXPECT_FALSE(owner.IsOpen());
     EXPECT_EQ(owner.Get(), -1);

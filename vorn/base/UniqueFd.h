@@ -4,15 +4,15 @@ namespace vorn {
 
 /// Owns one descriptor and closes it once. Not copyable; an empty owner holds -1, which never
 /// leaves the owner except through Get.
-class FILE_DESCRIPTOR {
+class UNIQUE_FD {
  public:
-  FILE_DESCRIPTOR() = default;
-  explicit FILE_DESCRIPTOR(int descriptor) : m_descriptor(descriptor) {}
-  ~FILE_DESCRIPTOR() { Close(); }
-  FILE_DESCRIPTOR(FILE_DESCRIPTOR&& other) noexcept : m_descriptor(other.Release()) {}
-  FILE_DESCRIPTOR& operator=(FILE_DESCRIPTOR&& other) noexcept;
-  FILE_DESCRIPTOR(const FILE_DESCRIPTOR&) = delete;
-  FILE_DESCRIPTOR& operator=(const FILE_DESCRIPTOR&) = delete;
+  UNIQUE_FD() = default;
+  explicit UNIQUE_FD(int descriptor) : m_descriptor(descriptor) {}
+  ~UNIQUE_FD() { Close(); }
+  UNIQUE_FD(UNIQUE_FD&& other) noexcept : m_descriptor(other.Release()) {}
+  UNIQUE_FD& operator=(UNIQUE_FD&& other) noexcept;
+  UNIQUE_FD(const UNIQUE_FD&) = delete;
+  UNIQUE_FD& operator=(const UNIQUE_FD&) = delete;
 
   bool IsOpen() const { return m_descriptor >= 0; }
   /// Lends the descriptor; -1 when there is none.

@@ -1,4 +1,4 @@
-#include "vorn/base/FileDescriptor.h"
+#include "vorn/base/UniqueFd.h"
 
 #include <unistd.h>
 
@@ -6,7 +6,7 @@
 
 namespace vorn {
 
-FILE_DESCRIPTOR& FILE_DESCRIPTOR::operator=(FILE_DESCRIPTOR&& other) noexcept {
+UNIQUE_FD& UNIQUE_FD::operator=(UNIQUE_FD&& other) noexcept {
   if (this != &other) {
     Close();
     m_descriptor = other.Release();
@@ -14,11 +14,11 @@ FILE_DESCRIPTOR& FILE_DESCRIPTOR::operator=(FILE_DESCRIPTOR&& other) noexcept {
   return *this;
 }
 
-int FILE_DESCRIPTOR::Release() {
+int UNIQUE_FD::Release() {
   return std::exchange(m_descriptor, -1);
 }
 
-void FILE_DESCRIPTOR::Close() {
+void UNIQUE_FD::Close() {
   if (IsOpen()) {
     // Linux frees the number even when close reports EINTR: a second try could hit somebody else's.
     close(Release());
