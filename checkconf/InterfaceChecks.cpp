@@ -204,14 +204,16 @@ void INTERFACE_CHECKS::CheckTogether() {
 
 void INTERFACE_CHECKS::CheckEqualPorts() {
   for (auto later = m_served.begin(); later != m_served.end(); ++later) {
-    if (!later->port)
+    if (!later->port) {
       continue;
+    }
     const auto port = Bound(*later->port);
     const auto earlier = std::find_if(m_served.begin(), later, [port](const SERVED& served) {
       return served.port && Bound(*served.port) == port;
     });
-    if (earlier != later)
+    if (earlier != later) {
       m_checking.Add(KIND::kEqualPorts, later->offset, {earlier->name, later->name, ITOA(port)});
+    }
   }
 }
 

@@ -113,8 +113,9 @@ int Run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0)
+    if (error.get_exit_code() == 0) {
       return app.exit(error);  // help, or the version
+    }
     return FailUsage(error.what(), *control ? "vornsim ctl" : "vornsim");
   }
   if (printRack) {
@@ -123,13 +124,16 @@ int Run(int argc, char** argv) {
   }
   if (*control) {
     const std::vector<std::string> words = control->remaining();
-    if (controlPath.empty())
+    if (controlPath.empty()) {
       controlPath = options.controlPath;
-    if (words.empty() || controlPath.empty())
+    }
+    if (words.empty() || controlPath.empty()) {
       return FailUsage("ctl needs --control PATH (or VORNSIM_CONTROL) and a command",
                        "vornsim ctl");
-    if (words.front().starts_with("-"))
+    }
+    if (words.front().starts_with("-")) {
       return FailUsage("ctl has no option " + words.front(), "vornsim ctl");
+    }
     return sim::RunControlClient(controlPath, words);
   }
   options.adapter.latencyTimer = std::chrono::milliseconds(latencyTimerMs);

@@ -28,7 +28,7 @@ constexpr std::size_t kReadSize = 4096;
 bool AskForRealTime() {
   sched_param parameters{};
   parameters.sched_priority = kRealTimePriority;
-  return ::pthread_setschedparam(::pthread_self(), SCHED_FIFO, &parameters) == 0;
+  return pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters) == 0;
 }
 
 template <class HOOK>
@@ -101,15 +101,15 @@ ADAPTER::ADAPTER(RACK* rack, ADAPTER_OPTIONS options)
     : m_rack(rack),
       m_options(std::move(options)),
       m_faults(m_options.clock),
-      m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       m_state(std::make_unique<THREAD>(*this)) {
   // Signals are for the program's own threads; this one must not be interrupted.
   sigset_t all;
   sigset_t before;
-  ::sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, &before);
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
   m_thread = std::thread([this] { Run(); });
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 ADAPTER::~ADAPTER() {
@@ -120,18 +120,20 @@ ADAPTER::~ADAPTER() {
 
 void ADAPTER::Wake() const {
   const std::uint64_t one = 1;
-  static_cast<void>(!::write(m_wake.Get(), &one, sizeof one));
+  static_cast<void>(!write(m_wake.Get(), &one, sizeof one));
 }
 
 void ADAPTER::Run() {
-  if (m_options.realTime && AskForRealTime())
+  if (m_options.realTime && AskForRealTime()) {
     m_isRealTime.store(true, std::memory_order_relaxed);
+  }
   m_state->Loop();
 }
 
 RESULT ADAPTER::Call(std::function<RESULT()> task) {
-  if (std::this_thread::get_id() == m_thread.get_id())
+  if (std::this_thread::get_id() == m_thread.get_id()) {
     return task();
+  }
   std::packaged_task<RESULT()> packaged(std::move(task));
   std::future<RESULT> done = packaged.get_future();
   {
@@ -220,44 +222,53 @@ void ADAPTER::THREAD::Loop() {
       limit.tv_sec = static_cast<time_t>(wait->count() / 1'000'000'000);
       limit.tv_nsec = static_cast<long>(wait->count() % 1'000'000'000);
     }
-    if (::ppoll(watched.data(), watched.size(), wait ? &limit : nullptr, nullptr) < 0)
+    if (ppoll(watched.data(), watched.size(), wait ? &limit : nullptr, nullptr) < 0) {
       continue;  // interrupted: signals are blocked here, so only a debugger does that
+    }
     // Openings and closings first: what was sent before a closing is not for who opens next.
-    if (watched[2].revents != 0)
+    if (watched[2].revents != 0) {
       ReadOpenings();
-    if (watched[0].revents != 0)
+    }
+    if (watched[0].revents != 0) {
       RunTasks();
-    if (pty.Plugged() && watched[1].fd == pty.Master() && watched[1].revents != 0)
+    }
+    if (pty.Plugged() && watched[1].fd == pty.Master() && watched[1].revents != 0) {
       ReadLine();
+    }
     const TIME now = Now();
     DropPartial(now);
     ChatterDue(now);
     WriteDue(now);
   }
-  if (pty.Plugged())
+  if (pty.Plugged()) {
     static_cast<void>(Unplug());
+  }
 }
 
 std::optional<std::chrono::nanoseconds> ADAPTER::THREAD::UntilNext(TIME now) const {
   TIME next = due.Next().value_or(TIME::max());
-  if (reader.Waiting() > 0)
+  if (reader.Waiting() > 0) {
     next = std::min(next, lastByte + kFrameGap);
-  if (chatter.count() > 0)
+  }
+  if (chatter.count() > 0) {
     next = std::min(next, nextChatter);
-  if (next == TIME::max())
+  }
+  if (next == TIME::max()) {
     return std::nullopt;
+  }
   return std::max(std::chrono::nanoseconds(0), std::chrono::nanoseconds(next - now));
 }
 
 void ADAPTER::THREAD::RunTasks() {
   std::uint64_t count = 0;
-  static_cast<void>(!::read(owner.m_wake.Get(), &count, sizeof count));
+  static_cast<void>(!read(owner.m_wake.Get(), &count, sizeof count));
   while (true) {
     std::packaged_task<RESULT()> task;
     {
       const std::lock_guard lock(owner.m_mutex);
-      if (owner.m_tasks.empty())
+      if (owner.m_tasks.empty()) {
         return;
+      }
       task = std::move(owner.m_tasks.front());
       owner.m_tasks.pop_front();
     }
@@ -266,11 +277,13 @@ void ADAPTER::THREAD::RunTasks() {
 }
 
 RESULT ADAPTER::THREAD::Plug(int number) {
-  if (number < 0 || number > 999)
+  if (number < 0 || number > 999) {
     return RESULT::Error("an adapter's number is 0 to 999");
+  }
   RESULT result = pty.Plug(owner.m_options.devDir + "/ttyUSB" + std::to_string(number));
-  if (!result)
+  if (!result) {
     return result;
+  }
   {
     const std::lock_guard lock(owner.m_mutex);
     owner.m_linkPath = pty.LinkPath();
@@ -282,8 +295,9 @@ RESULT ADAPTER::THREAD::Plug(int number) {
 }
 
 RESULT ADAPTER::THREAD::Unplug() {
-  if (!pty.Plugged())
+  if (!pty.Plugged()) {
     return RESULT::Error("the adapter is not plugged in");
+  }
   const std::string path = pty.LinkPath();
   near.Stop();
   due.Clear();
@@ -300,10 +314,11 @@ RESULT ADAPTER::THREAD::Unplug() {
 
 void ADAPTER::THREAD::ReadOpenings() {
   near.Read([this](bool isOpen) {
-    if (isOpen)
+    if (isOpen) {
       Count([](COUNTERS& counters) { ++counters.openings; });
-    else
+    } else {
       pty.FlushTowardNear();
+    }
     Say("adapter " + pty.LinkPath() + (isOpen ? " opened" : " closed"));
   });
 }
@@ -313,31 +328,36 @@ void ADAPTER::THREAD::ReadLine() {
   std::size_t size = buffer.size();
   if (interruption) {
     size = std::min(size, interruption->count - std::min(interruption->count, reader.Waiting()));
-    if (size == 0)
+    if (size == 0) {
       return Interrupt(*interruption);
+    }
   }
-  const ssize_t count = ::read(pty.Master(), buffer.data(), size);
+  const ssize_t count = read(pty.Master(), buffer.data(), size);
   if (count <= 0) {
     // We hold the near end open, so the far end has no end of its own; if it fails all the same, an
     // adapter that is gone is better than a loop that spins.
-    if (count == 0 || (errno != EAGAIN && errno != EINTR))
+    if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
       static_cast<void>(Unplug());
+    }
     return;
   }
   lastByte = Now();
   Count([count](COUNTERS& counters) { counters.bytesIn += static_cast<std::uint64_t>(count); });
-  for (Bytes& frame : reader.Feed(buffer.data(), static_cast<std::size_t>(count)))
+  for (Bytes& frame : reader.Feed(buffer.data(), static_cast<std::size_t>(count))) {
     Handle(std::move(frame));
-  if (interruption && interruption->count <= reader.Waiting())
+  }
+  if (interruption && interruption->count <= reader.Waiting()) {
     Interrupt(*interruption);
+  }
 }
 
 void ADAPTER::THREAD::Interrupt(INTERRUPTION now) {
   interruption.reset();
-  if (now.deaf)
+  if (now.deaf) {
     Reset(*now.deaf);
-  else
+  } else {
     static_cast<void>(Unplug());
+  }
 }
 
 void ADAPTER::THREAD::Handle(Bytes frame) {
@@ -346,16 +366,20 @@ void ADAPTER::THREAD::Handle(Bytes frame) {
   REPLY reply;
   if (lastByte >= deafUntil) {
     std::optional<Bytes> answer;
-    if (owner.m_rack != nullptr)
+    if (owner.m_rack != nullptr) {
       answer = owner.m_rack->Answer(request.Body());
-    if (answer)
-      reply.push_back({std::chrono::microseconds(0), Frame(*answer)});
-    if (const auto hook = Lent(owner.m_hook)) {
-      if (std::optional<REPLY> other = (*hook)(request, answer))
-        reply = std::move(*other);
     }
-    for (const std::string& effect : owner.m_faults.Apply(request, reply))
+    if (answer) {
+      reply.push_back({std::chrono::microseconds(0), Frame(*answer)});
+    }
+    if (const auto hook = Lent(owner.m_hook)) {
+      if (std::optional<REPLY> other = (*hook)(request, answer)) {
+        reply = std::move(*other);
+      }
+    }
+    for (const std::string& effect : owner.m_faults.Apply(request, reply)) {
       Say("fault " + effect + " hit " + ToHex(request.frame));
+    }
   }
   Tap(DIRECTION::kRequest, lastByte, request.frame);
   Count([&reply](COUNTERS& counters) { ++(reply.empty() ? counters.silences : counters.replies); });
@@ -371,8 +395,9 @@ void ADAPTER::THREAD::Reset(std::chrono::milliseconds deaf) {
   reader.Drop();
   deafUntil = Now() + deaf;
   Say("controller reset");
-  if (owner.m_rack != nullptr)
+  if (owner.m_rack != nullptr) {
     owner.m_rack->Reset();
+  }
 }
 
 void ADAPTER::THREAD::SetChatter(std::chrono::milliseconds interval) {
@@ -382,18 +407,21 @@ void ADAPTER::THREAD::SetChatter(std::chrono::milliseconds interval) {
 
 void ADAPTER::THREAD::ChatterDue(TIME now) {
   constexpr std::size_t kMostBytes = 8;
-  if (chatter.count() <= 0 || now < nextChatter)
+  if (chatter.count() <= 0 || now < nextChatter) {
     return;
+  }
   nextChatter = now + chatter;
   Bytes bytes(1 + random() % kMostBytes);
-  for (std::uint8_t& byte : bytes)
+  for (std::uint8_t& byte : bytes) {
     byte = static_cast<std::uint8_t>(random());
+  }
   due.Add({{std::chrono::microseconds(0), std::move(bytes)}}, now);
 }
 
 void ADAPTER::THREAD::DropPartial(TIME now) {
-  if (reader.Waiting() == 0 || now < lastByte + kFrameGap)
+  if (reader.Waiting() == 0 || now < lastByte + kFrameGap) {
     return;
+  }
   const Bytes dropped = reader.Drop();
   Tap(DIRECTION::kRequest, now, dropped);
   Count([](COUNTERS& counters) { ++counters.partialFrames; });
@@ -409,8 +437,9 @@ void ADAPTER::THREAD::WriteDue(TIME now) {
 
 /// A serial port that nobody has open receives nothing.
 bool ADAPTER::THREAD::SomebodyListens() {
-  if (!near.IsOpen())
+  if (!near.IsOpen()) {
     ReadOpenings();  // one that came after the last look
+  }
   return near.IsOpen();
 }
 
@@ -418,11 +447,13 @@ bool ADAPTER::THREAD::SomebodyListens() {
 void ADAPTER::THREAD::Write(const Bytes& bytes) {
   std::size_t sent = 0;
   while (pty.Plugged() && SomebodyListens() && sent < bytes.size()) {
-    const ssize_t count = ::write(pty.Master(), bytes.data() + sent, bytes.size() - sent);
-    if (count < 0 && errno == EINTR)
+    const ssize_t count = write(pty.Master(), bytes.data() + sent, bytes.size() - sent);
+    if (count < 0 && errno == EINTR) {
       continue;
-    if (count <= 0)
+    }
+    if (count <= 0) {
       break;
+    }
     sent += static_cast<std::size_t>(count);
   }
   Count([&](COUNTERS& counters) {
@@ -432,14 +463,16 @@ void ADAPTER::THREAD::Write(const Bytes& bytes) {
 }
 
 void ADAPTER::THREAD::Say(const std::string& line) {
-  if (const auto listener = Lent(owner.m_listener))
+  if (const auto listener = Lent(owner.m_listener)) {
     (*listener)(line);
+  }
 }
 
 void ADAPTER::THREAD::Tap(DIRECTION direction, TIME when, const Bytes& bytes) {
   if (const auto taps = Lent(owner.m_taps)) {
-    for (const TAP& tap : *taps)
+    for (const TAP& tap : *taps) {
       tap(direction, when, bytes);
+    }
   }
 }
 

@@ -24,8 +24,9 @@ class DESCRIPTOR {
   ~DESCRIPTOR() { Close(); }
 
   void Close() {
-    if (m_number >= 0)
-      ::close(std::exchange(m_number, -1));
+    if (m_number >= 0) {
+      close(std::exchange(m_number, -1));
+    }
   }
   int Get() const { return m_number; }
   explicit operator bool() const { return m_number >= 0; }

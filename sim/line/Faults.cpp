@@ -36,16 +36,18 @@ std::string ArgumentText(const FAULT& fault) {
       return " " + ToHex(fault.bytes);
     case FAULT_ARGUMENT::kLength:
       for (const LENGTH_WORD& row : kLengthWords) {
-        if (row.length == fault.length)
+        if (row.length == fault.length) {
           return std::string(" ") + row.keyword;
+        }
       }
       return " " + ToHex(fault.value);
     case FAULT_ARGUMENT::kAddress:
       return " " + ToHex(fault.value);
     case FAULT_ARGUMENT::kError:
       for (const ERROR_CODE& row : kErrorCodes) {
-        if (row.code == fault.value)
+        if (row.code == fault.value) {
           return std::string(" ") + row.keyword;
+        }
       }
       return " " + ToHex(fault.value);
   }
@@ -53,21 +55,25 @@ std::string ArgumentText(const FAULT& fault) {
 }
 
 bool Matches(const FAULT& fault, const Bytes& request) {
-  if (request.size() < 2)
+  if (request.size() < 2) {
     return !fault.address && !fault.code;
+  }
   const std::uint8_t code = request[1];
-  if (fault.code && *fault.code != code)
+  if (fault.code && *fault.code != code) {
     return false;
-  if (!fault.address)
+  }
+  if (!fault.address) {
     return true;
+  }
   const bool hasAddress =
       code == request::kOutput || code == request::kPoll || code == request::kParameter;
   return hasAddress && request.size() > kAddressAt && request[kAddressAt] == *fault.address;
 }
 
 bool NamesAddress(const Bytes& answer) {
-  if (answer.size() <= kAddressAt)
+  if (answer.size() <= kAddressAt) {
     return false;
+  }
   const std::uint8_t code = answer[1];
   return code != reply::kIdentified && code != reply::kVersion;
 }
@@ -83,8 +89,9 @@ void Cut(REPLY& reply, std::size_t count) {
 void Split(REPLY& reply, std::chrono::microseconds gap) {
   REPLY split;
   for (const CHUNK& chunk : reply) {
-    for (std::size_t i = 0; i < chunk.bytes.size(); ++i)
+    for (std::size_t i = 0; i < chunk.bytes.size(); ++i) {
       split.push_back({i == 0 ? chunk.delay : gap, {chunk.bytes[i]}});
+    }
   }
   reply = std::move(split);
 }
@@ -120,31 +127,37 @@ std::string DescribeEffect(const FAULT& fault) {
 
 std::string Describe(const FAULT& fault) {
   std::string text = DescribeEffect(fault);
-  if (fault.address)
+  if (fault.address) {
     text += " on " + AddressText(*fault.address);
-  if (fault.code)
+  }
+  if (fault.code) {
     text += " code " + ToHex(*fault.code);
-  if (fault.times == 1U)
+  }
+  if (fault.times == 1U) {
     text += " once";
-  else if (fault.times)
+  } else if (fault.times) {
     text += " times " + std::to_string(*fault.times);
-  else if (!fault.lasts)
+  } else if (!fault.lasts) {
     text += " always";
-  if (fault.lasts)
+  }
+  if (fault.lasts) {
     text += " for " + Number(std::round(static_cast<double>(fault.lasts->count()) / 100) / 10);
+  }
   return text;
 }
 
 bool ApplyFault(const FAULT& fault, const Bytes& request, REPLY& reply) {
   if (fault.kind == FAULT_KIND::kError) {
     Bytes body{fault.value};
-    if (request.size() > kAddressAt)
+    if (request.size() > kAddressAt) {
       body.push_back(request[kAddressAt]);
+    }
     reply = {{std::chrono::microseconds(0), Frame(body)}};
     return true;
   }
-  if (reply.empty() || reply.front().bytes.empty())
+  if (reply.empty() || reply.front().bytes.empty()) {
     return false;
+  }
   switch (fault.kind) {
     case FAULT_KIND::kNoAnswer:
       reply.clear();
@@ -175,8 +188,9 @@ bool ApplyFault(const FAULT& fault, const Bytes& request, REPLY& reply) {
       reply.front().bytes[0] = WrongLength(fault, reply.front().bytes[0]);
       break;
     case FAULT_KIND::kAddress:
-      if (!NamesAddress(reply.front().bytes))
+      if (!NamesAddress(reply.front().bytes)) {
         return false;
+      }
       reply.front().bytes[kAddressAt] = fault.value;
       break;
     case FAULT_KIND::kDuplicate: {
@@ -203,10 +217,12 @@ std::vector<ACTIVE_FAULT> FAULT_ENGINE::List() const {
   const TIME now = m_clock();
   std::vector<ACTIVE_FAULT> list;
   for (ACTIVE_FAULT each : m_faults) {
-    if (each.until)
+    if (each.until) {
       each.fault.lasts = std::chrono::duration_cast<std::chrono::milliseconds>(*each.until - now);
-    if (!each.until || now < *each.until)
+    }
+    if (!each.until || now < *each.until) {
       list.push_back(std::move(each));
+    }
   }
   return list;
 }
@@ -224,19 +240,22 @@ void FAULT_ENGINE::ClearAll() {
 
 std::vector<std::string> FAULT_ENGINE::Apply(const REQUEST& request, REPLY& reply) {
   const std::lock_guard lock(m_mutex);
-  if (m_faults.empty())
+  if (m_faults.empty()) {
     return {};
+  }
   const TIME now = m_clock();
   std::vector<std::string> applied;
   std::erase_if(m_faults,
                 [now](const ACTIVE_FAULT& each) { return each.until && now >= *each.until; });
   for (ACTIVE_FAULT& each : m_faults) {
     FAULT& fault = each.fault;
-    if (!Matches(fault, request.frame) || !ApplyFault(fault, request.frame, reply))
+    if (!Matches(fault, request.frame) || !ApplyFault(fault, request.frame, reply)) {
       continue;
+    }
     applied.push_back(DescribeEffect(fault));
-    if (fault.times)
+    if (fault.times) {
       --*fault.times;
+    }
   }
   std::erase_if(m_faults, [](const ACTIVE_FAULT& each) { return each.fault.times == 0U; });
   return applied;

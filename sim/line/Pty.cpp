@@ -29,10 +29,11 @@ std::string WhyRefused(const std::string& linkPath, int number) {
   if (number == EEXIST) {
     const std::string target = LinkTarget(linkPath);
     std::error_code error;
-    if (!target.empty() && !std::filesystem::exists(linkPath, error))
+    if (!target.empty() && !std::filesystem::exists(linkPath, error)) {
       why += " (a link to " + target + ", which is gone: remove it, or take another number)";
-    else
+    } else {
       why += " (take another number)";
+    }
   }
   return why;
 }
@@ -41,10 +42,11 @@ std::string WhyRefused(const std::string& linkPath, int number) {
 /// does.
 bool MakeRaw(int descriptor) {
   termios settings{};
-  if (::tcgetattr(descriptor, &settings) != 0)
+  if (tcgetattr(descriptor, &settings) != 0) {
     return false;
-  ::cfmakeraw(&settings);
-  return ::tcsetattr(descriptor, TCSANOW, &settings) == 0;
+  }
+  cfmakeraw(&settings);
+  return tcsetattr(descriptor, TCSANOW, &settings) == 0;
 }
 
 }  // namespace
@@ -54,20 +56,25 @@ PTY::~PTY() {
 }
 
 RESULT PTY::Plug(const std::string& linkPath) {
-  if (Plugged())
+  if (Plugged()) {
     return RESULT::Error("plugged in already as " + m_linkPath);
-  DESCRIPTOR master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
-  if (!master)
+  }
+  DESCRIPTOR master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+  if (!master) {
     return RESULT::Error("cannot make a pseudo-terminal: " + ErrorText(errno));
+  }
   std::array<char, 64> name{};
-  if (::grantpt(master.Get()) != 0 || ::unlockpt(master.Get()) != 0 ||
-      ::ptsname_r(master.Get(), name.data(), name.size()) != 0)
+  if (grantpt(master.Get()) != 0 || unlockpt(master.Get()) != 0 ||
+      ptsname_r(master.Get(), name.data(), name.size()) != 0) {
     return RESULT::Error("cannot set up the pseudo-terminal: " + ErrorText(errno));
-  DESCRIPTOR near(::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (!near || !MakeRaw(near.Get()))
+  }
+  DESCRIPTOR near(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  if (!near || !MakeRaw(near.Get())) {
     return RESULT::Error(std::string("cannot set up ") + name.data() + ": " + ErrorText(errno));
-  if (::symlink(name.data(), linkPath.c_str()) != 0)
+  }
+  if (symlink(name.data(), linkPath.c_str()) != 0) {
     return RESULT::Error(WhyRefused(linkPath, errno));
+  }
   m_master = std::move(master);
   m_near = std::move(near);
   m_nearPath = name.data();
@@ -76,10 +83,12 @@ RESULT PTY::Plug(const std::string& linkPath) {
 }
 
 void PTY::Unplug() {
-  if (!Plugged())
+  if (!Plugged()) {
     return;
-  if (LinkTarget(m_linkPath) == m_nearPath)
-    ::unlink(m_linkPath.c_str());
+  }
+  if (LinkTarget(m_linkPath) == m_nearPath) {
+    unlink(m_linkPath.c_str());
+  }
   m_near.Close();
   m_master.Close();
   m_nearPath.clear();
@@ -87,8 +96,9 @@ void PTY::Unplug() {
 }
 
 void PTY::FlushTowardNear() {
-  if (Plugged())
-    ::tcflush(m_near.Get(), TCIFLUSH);
+  if (Plugged()) {
+    tcflush(m_near.Get(), TCIFLUSH);
+  }
 }
 
 }  // namespace sim

@@ -6,8 +6,9 @@ namespace sim {
 
 /// Ten bits a byte: start bit, eight data bits, stop bit.
 std::chrono::nanoseconds SCHEDULE::TimeOnLine(std::size_t bytes) const {
-  if (m_baud <= 0)
+  if (m_baud <= 0) {
     return std::chrono::nanoseconds(0);
+  }
   return std::chrono::nanoseconds(static_cast<std::int64_t>(bytes) * 10 * 1'000'000'000 / m_baud);
 }
 
@@ -32,8 +33,9 @@ std::optional<TIME> SCHEDULE::Next() const {
 }
 
 std::optional<Bytes> SCHEDULE::Take(TIME now) {
-  if (m_due.empty() || m_due.begin()->first > now)
+  if (m_due.empty() || m_due.begin()->first > now) {
     return std::nullopt;
+  }
   return std::move(m_due.extract(m_due.begin()).mapped());
 }
 

@@ -26,18 +26,22 @@ std::string ParseLine(std::string_view line, TRACE_ENTRY& entry) {
   double seconds = 0;
   const auto [end, error] = std::from_chars(time.data(), time.data() + time.size(), seconds);
   if (error != std::errc() || end != time.data() + time.size() || !(seconds >= 0) ||
-      seconds > kMostSeconds)
+      seconds > kMostSeconds) {
     return "expected seconds, found '" + std::string(time) + "'";
+  }
   entry.when = std::chrono::microseconds(std::llround(seconds * 1e6));
   const std::string_view direction = NextWord(line);
-  if (direction != ">" && direction != "<")
+  if (direction != ">" && direction != "<") {
     return "expected > or <, found '" + std::string(direction) + "'";
+  }
   entry.direction = direction == ">" ? DIRECTION::kRequest : DIRECTION::kAnswer;
-  while (!line.empty() && line.back() == '\r')
+  while (!line.empty() && line.back() == '\r') {
     line.remove_suffix(1);
+  }
   const std::optional<Bytes> bytes = FromHex(line);
-  if (!bytes || bytes->empty())
+  if (!bytes || bytes->empty()) {
     return "expected bytes in hexadecimal, found '" + std::string(line) + "'";
+  }
   entry.bytes = *bytes;
   return {};
 }
@@ -65,12 +69,14 @@ RESULT ParseTrace(const std::string& text, std::vector<TRACE_ENTRY>& entries) {
   for (int number = 1; std::getline(lines, line); ++number) {
     line.resize(std::min(line.find(';'), line.size()));
     const std::size_t begin = line.find_first_not_of(" \t\r");
-    if (begin == std::string::npos || line[begin] == '#')
+    if (begin == std::string::npos || line[begin] == '#') {
       continue;
+    }
     TRACE_ENTRY entry;
     const std::string error = ParseLine(line, entry);
-    if (!error.empty())
+    if (!error.empty()) {
       return RESULT::Error("line " + std::to_string(number) + ": " + error);
+    }
     entries.push_back(std::move(entry));
   }
   return RESULT::Good();
@@ -81,11 +87,13 @@ REPLAY::REPLAY(const std::vector<TRACE_ENTRY>& entries) {
   for (const TRACE_ENTRY& entry : entries) {
     const bool request = entry.direction == DIRECTION::kRequest;
     // What there was of a request that was dropped unfinished is in the trace, but never answered.
-    if (request && entry.bytes.size() == entry.bytes[0] + 1U)
+    if (request && entry.bytes.size() == entry.bytes[0] + 1U) {
       m_steps.push_back({entry.bytes, {}});
-    else if (!request && !m_steps.empty())  // what came before the first request, nobody asked for
+    } else if (!request &&
+               !m_steps.empty()) {  // what came before the first request, nobody asked for
       m_steps.back().reply.push_back(
           {std::max(std::chrono::microseconds(0), entry.when - last), entry.bytes});
+    }
     last = entry.when;
   }
 }
@@ -116,19 +124,22 @@ std::size_t REPLAY::Answered() const {
 
 std::optional<REPLY> REPLAY::Next(const REQUEST& request) {
   const std::lock_guard lock(m_mutex);
-  if (!m_difference.empty())
+  if (!m_difference.empty()) {
     return REPLY{};
+  }
   if (m_next < m_steps.size() && m_steps[m_next].request == request.frame) {
     const REPLY& reply = m_steps[m_next].reply;
-    if (++m_next == m_steps.size() && m_listener)
+    if (++m_next == m_steps.size() && m_listener) {
       m_listener("replay complete: " + std::to_string(m_next) + " requests");
+    }
     return reply;
   }
   m_difference = "request " + std::to_string(m_next + 1) + " differs: expected " +
                  (m_next < m_steps.size() ? ToHex(m_steps[m_next].request) : "no more") +
                  ", received " + ToHex(request.frame);
-  if (m_listener)
+  if (m_listener) {
     m_listener("replay: " + m_difference);
+  }
   return REPLY{};
 }
 

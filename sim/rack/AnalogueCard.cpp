@@ -56,8 +56,9 @@ class ANALOGUE_CARD : public CARD {
 };
 
 RESULT ANALOGUE_CARD::Check(int pot, int value, const char* refusal) const {
-  if (pot < 0 || pot >= kPots)
+  if (pot < 0 || pot >= kPots) {
     return BadNumber("pot", pot, kPots - 1);
+  }
   return value < 0 || value > 0xFF ? RESULT::Error(refusal) : RESULT::Good();
 }
 
@@ -65,8 +66,9 @@ void ANALOGUE_CARD::Advance(TIME now) {
   m_now = now;
   for (int i = 0; i < kPots; ++i) {
     POT& pot = m_pots.at(static_cast<std::size_t>(i));
-    if (!pot.ramping)
+    if (!pot.ramping) {
       continue;
+    }
     const double done = std::chrono::duration<double>(now - pot.begin) / pot.time;
     if (done < 1) {
       pot.value = pot.from + (pot.to - pot.from) * std::max(0.0, done);
@@ -80,23 +82,27 @@ void ANALOGUE_CARD::Advance(TIME now) {
 
 RESULT ANALOGUE_CARD::Set(int pot, int value) {
   RESULT checked = Check(pot, value, "a pot's value is 00 to FF");
-  if (!checked)
+  if (!checked) {
     return checked;
+  }
   POT& set = m_pots.at(static_cast<std::size_t>(pot));
   const bool changes = set.Byte() != value;
   set.ramping = false;
   set.value = value;
-  if (changes)
+  if (changes) {
     Report("pot " + std::to_string(pot) + " = " + ToHex(set.Byte()));
+  }
   return checked;
 }
 
 RESULT ANALOGUE_CARD::Ramp(int pot, int target, std::chrono::milliseconds time) {
-  if (time.count() <= 0 || !m_now)
+  if (time.count() <= 0 || !m_now) {
     return Set(pot, target);
+  }
   RESULT checked = Check(pot, target, "a pot's value is 00 to FF");
-  if (!checked)
+  if (!checked) {
     return checked;
+  }
   POT& ramped = m_pots.at(static_cast<std::size_t>(pot));
   ramped.ramping = true;
   ramped.from = ramped.value;
@@ -108,8 +114,9 @@ RESULT ANALOGUE_CARD::Ramp(int pot, int target, std::chrono::milliseconds time) 
 
 RESULT ANALOGUE_CARD::SetNoise(int pot, int amplitude) {
   RESULT checked = Check(pot, amplitude, "noise is 00 to FF");
-  if (checked)
+  if (checked) {
     m_pots.at(static_cast<std::size_t>(pot)).noise = amplitude;
+  }
   return checked;
 }
 
@@ -121,8 +128,9 @@ Bytes ANALOGUE_CARD::Input() {
     int value = 0;
     if ((mask >> i & 1) != 0) {
       value = pot.Byte();
-      if (pot.noise > 0)
+      if (pot.noise > 0) {
         value += std::uniform_int_distribution<int>(-pot.noise, pot.noise)(m_random);
+      }
     }
     input.push_back(static_cast<std::uint8_t>(std::clamp(value, 0, 0xFF)));
   }

@@ -5,12 +5,15 @@ namespace sim {
 namespace {
 
 int DigitValue(char c) {
-  if (c >= '0' && c <= '9')
+  if (c >= '0' && c <= '9') {
     return c - '0';
-  if (c >= 'A' && c <= 'F')
+  }
+  if (c >= 'A' && c <= 'F') {
     return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f')
+  }
+  if (c >= 'a' && c <= 'f') {
     return c - 'a' + 10;
+  }
   return -1;
 }
 
@@ -25,8 +28,9 @@ std::string ToHex(const Bytes& bytes) {
   std::string text;
   text.reserve(bytes.size() * 3);
   for (std::uint8_t byte : bytes) {
-    if (!text.empty())
+    if (!text.empty()) {
       text += ' ';
+    }
     text += ToHex(byte);
   }
   return text;
@@ -40,12 +44,14 @@ std::optional<Bytes> FromHex(std::string_view text) {
       ++i;
       continue;
     }
-    if (i + 1 >= text.size())
+    if (i + 1 >= text.size()) {
       return std::nullopt;
+    }
     const int high = DigitValue(text[i]);
     const int low = DigitValue(text[i + 1]);
-    if (high < 0 || low < 0)
+    if (high < 0 || low < 0) {
       return std::nullopt;
+    }
     bytes.push_back(static_cast<std::uint8_t>(high * 16 + low));
     i += 2;
   }

@@ -13,8 +13,9 @@ constexpr std::size_t kDataAt = 3;
 
 /// The row's channel that a request code means; -1 for none.
 int ChannelOf(const PARAMETER& row, std::uint8_t firstCode, std::uint8_t code) {
-  if (firstCode == 0 || code < firstCode || code >= firstCode + row.channels)
+  if (firstCode == 0 || code < firstCode || code >= firstCode + row.channels) {
     return -1;
+  }
   return code - firstCode;
 }
 
@@ -62,26 +63,31 @@ Bytes CARD::Answer(const Bytes& request) {
 }
 
 Bytes CARD::AnswerOutput(const Bytes& request) {
-  if (request.size() < kDataAt)
+  if (request.size() < kDataAt) {
     return {error::kFormat};
+  }
   const std::size_t count = request[2];
-  if (request.size() < kDataAt + count)
+  if (request.size() < kDataAt + count) {
     return {error::kFormat};
+  }
   const bool isOfThatLength =
       m_type != nullptr &&
       (m_type->outputs == 0 || count == static_cast<std::size_t>(m_type->outputs));
-  if (!isOfThatLength || !Output(std::span(request).subspan(kDataAt, count)))
+  if (!isOfThatLength || !Output(std::span(request).subspan(kDataAt, count))) {
     return Refuse();
+  }
   return {reply::kDone, static_cast<std::uint8_t>(m_address)};
 }
 
 /// Bytes after the count are ignored: a daemon that identified the cards twice appends its poll
 /// frame to itself.
 Bytes CARD::AnswerPoll(const Bytes& request) {
-  if (request.size() < 3)
+  if (request.size() < 3) {
     return {error::kFormat};
-  if (m_type == nullptr || m_type->inputs == 0 || request[2] != m_type->inputs)
+  }
+  if (m_type == nullptr || m_type->inputs == 0 || request[2] != m_type->inputs) {
     return Refuse();
+  }
   Bytes answer{reply::kInput, static_cast<std::uint8_t>(m_address)};
   const Bytes input = Input();
   answer.insert(answer.end(), input.begin(), input.end());
@@ -89,8 +95,9 @@ Bytes CARD::AnswerPoll(const Bytes& request) {
 }
 
 Bytes CARD::AnswerParameter(const Bytes& request) {
-  if (request.size() <= kCodeAt)
+  if (request.size() <= kCodeAt) {
     return {error::kFormat};
+  }
   switch (request[2]) {
     case request::kWrite:
       return WriteParameter(request);
@@ -104,22 +111,27 @@ Bytes CARD::AnswerParameter(const Bytes& request) {
 Bytes CARD::WriteParameter(const Bytes& request) {
   const std::uint8_t code = request[kCodeAt];
   for (const ACTION& action : kActions) {
-    if ((action.type == 0 || action.type == m_typeCode) && action.code == code)
+    if ((action.type == 0 || action.type == m_typeCode) && action.code == code) {
       return Act(action) ? Query(code, 0) : Refuse();
+    }
   }
   for (SETTING& setting : m_settings) {
     const int channel = ChannelOf(*setting.row, setting.row->writeCode, code);
-    if (channel < 0)
+    if (channel < 0) {
       continue;
-    if (request.size() <= kValueAt)
+    }
+    if (request.size() <= kValueAt) {
       return {error::kFormat};
+    }
     const std::uint8_t value = request[kValueAt];
-    if (value > setting.row->maximum)
+    if (value > setting.row->maximum) {
       return Refuse();
+    }
     const auto index = static_cast<std::size_t>(channel);
     setting.working[index] = value;
-    if (setting.row->keptAtOnce)
+    if (setting.row->keptAtOnce) {
       setting.stored[index] = value;
+    }
     Report(setting.row->name + (setting.row->channels > 1 ? std::to_string(channel) : "") + " = " +
            ToHex(value));
     OnParameter(*setting.row, channel);
@@ -132,8 +144,9 @@ Bytes CARD::ReadParameter(const Bytes& request) {
   const std::uint8_t code = request[kCodeAt];
   for (const SETTING& setting : m_settings) {
     const int channel = ChannelOf(*setting.row, setting.row->readCode, code);
-    if (channel >= 0)
+    if (channel >= 0) {
       return Query(code, setting.working[static_cast<std::size_t>(channel)]);
+    }
   }
   return Refuse();
 }
@@ -156,13 +169,15 @@ bool CARD::Act(const ACTION& action) {
 
 void CARD::Store() {
   BeforeStore();
-  for (SETTING& setting : m_settings)
+  for (SETTING& setting : m_settings) {
     setting.stored = setting.working;
+  }
 }
 
 void CARD::Reboot() {
-  for (SETTING& setting : m_settings)
+  for (SETTING& setting : m_settings) {
     setting.working = setting.stored;
+  }
   Report("rebooted");
   OnReboot();
 }
@@ -202,15 +217,18 @@ RESULT CARD::PresetParameter(const std::string& name, int channel, int value) {
   SETTING* setting = Find(name);
   if (setting == nullptr) {
     std::string known;
-    for (const SETTING& each : m_settings)
+    for (const SETTING& each : m_settings) {
       known += (known.empty() ? "" : ", ") + std::string(each.row->name);
+    }
     return RESULT::Error("a " + Keyword() + " card has no parameter '" + name + "'" +
                          (known.empty() ? "" : "; it has " + known));
   }
-  if (channel < 0 || channel >= setting->row->channels)
+  if (channel < 0 || channel >= setting->row->channels) {
     return BadNumber("channel", channel, setting->row->channels - 1);
-  if (value < 0 || value > setting->row->maximum)
+  }
+  if (value < 0 || value > setting->row->maximum) {
     return RESULT::Error(name + " is 00 to " + ToHex(setting->row->maximum));
+  }
   const auto index = static_cast<std::size_t>(channel);
   setting->working[index] = setting->stored[index] = static_cast<std::uint8_t>(value);
   return RESULT::Good();
@@ -222,8 +240,9 @@ std::vector<FIELD> CARD::Show() const {
   ShowState(fields);
   for (const SETTING& setting : m_settings) {
     fields.push_back({setting.row->name, setting.working});
-    if (!setting.row->keptAtOnce)
+    if (!setting.row->keptAtOnce) {
       fields.push_back({std::string("stored ") + setting.row->name, setting.stored});
+    }
   }
   return fields;
 }

@@ -17,8 +17,9 @@ std::string BlockText(std::size_t block, std::uint8_t value) {
 FIELD Lamps(const char* name, const char* caption, const BLOCKS& blocks) {
   std::vector<int> on;
   for (int lamp = 0; lamp < kLamps; ++lamp) {
-    if ((blocks.at(static_cast<std::size_t>(lamp / 8)) >> (lamp % 8) & 1) != 0)
+    if ((blocks.at(static_cast<std::size_t>(lamp / 8)) >> (lamp % 8) & 1) != 0) {
       on.push_back(lamp);
+    }
   }
   return {name, on, FIELD_KIND::kLamp, caption, kLamps};
 }
@@ -32,8 +33,9 @@ class DIGITAL_OUTPUT_CARD : public CARD {
  protected:
   bool Output(std::span<const std::uint8_t> data) override {
     for (std::size_t block = 0; block < m_blocks.size(); ++block) {
-      if (m_blocks.at(block) == data[block])
+      if (m_blocks.at(block) == data[block]) {
         continue;
+      }
       m_blocks.at(block) = data[block];
       Report(BlockText(block, data[block]));
     }
@@ -65,10 +67,12 @@ class DIGITAL_INPUT_CARD : public CARD {
 
   /// A whole block (0 or 1) at once.
   RESULT Set(int block, int value) override {
-    if (block < 0 || block > 1)
+    if (block < 0 || block > 1) {
       return BadNumber("block", block, 1);
-    if (value < 0 || value > 0xFF)
+    }
+    if (value < 0 || value > 0xFF) {
       return RESULT::Error("a block's value is 00 to FF");
+    }
     Change(static_cast<std::size_t>(block), static_cast<std::uint8_t>(value));
     return RESULT::Good();
   }
@@ -82,8 +86,9 @@ class DIGITAL_INPUT_CARD : public CARD {
 
  private:
   RESULT Move(int key, bool down) {
-    if (key < 0 || key >= kLamps)
+    if (key < 0 || key >= kLamps) {
       return BadNumber("key", key, kLamps - 1);
+    }
     const auto block = static_cast<std::size_t>(key / 8);
     const int bit = 1 << key % 8;
     const int value = m_blocks.at(block);
@@ -91,8 +96,9 @@ class DIGITAL_INPUT_CARD : public CARD {
     return RESULT::Good();
   }
   void Change(std::size_t block, std::uint8_t value) {
-    if (m_blocks.at(block) == value)
+    if (m_blocks.at(block) == value) {
       return;
+    }
     m_blocks.at(block) = value;
     Report("input " + BlockText(block, value));
   }

@@ -15,11 +15,13 @@ class IR_CARD : public CARD {
   bool Output(std::span<const std::uint8_t> data) override {
     constexpr std::size_t kMaximumStream = 23;
     constexpr std::size_t kMaximumLog = 100;
-    if (data.empty() || data[0] == 0 || data[0] > kMaximumStream || data.size() != data[0] + 1U)
+    if (data.empty() || data[0] == 0 || data[0] > kMaximumStream || data.size() != data[0] + 1U) {
       return false;
+    }
     m_sent.push_back(ToHex(Bytes(data.begin() + 1, data.end())));
-    if (m_sent.size() > kMaximumLog)
+    if (m_sent.size() > kMaximumLog) {
       m_sent.pop_front();
+    }
     ++m_count;
     Report("sent " + m_sent.back());
     return true;

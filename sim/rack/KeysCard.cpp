@@ -49,48 +49,57 @@ class KEYS_CARD : public CARD {
 };
 
 RESULT KEYS_CARD::Add(int value) {
-  if (m_waiting.size() >= kMaximumWaiting)
+  if (m_waiting.size() >= kMaximumWaiting) {
     return RESULT::Error("the card holds " + std::to_string(kMaximumWaiting) +
                          " events already that nobody polled");
+  }
   m_waiting.push_back(static_cast<std::uint8_t>(value));
   return RESULT::Good();
 }
 
 RESULT KEYS_CARD::Press(int key) {
-  if (key < 1 || key > kHighestKey)
+  if (key < 1 || key > kHighestKey) {
     return RESULT::Error("a key code is 1 to 7F (hexadecimal)");
+  }
   RESULT added = Add(key);
-  if (!added)
+  if (!added) {
     return added;
+  }
   m_down = static_cast<std::uint8_t>(key);
   Report("key " + ToHex(m_down) + " pressed");
   return added;
 }
 
 RESULT KEYS_CARD::Release(int key) {
-  if (key < 1 || key > kHighestKey)
+  if (key < 1 || key > kHighestKey) {
     return RESULT::Error("a key code is 1 to 7F (hexadecimal)");
-  if (m_down != key)
+  }
+  if (m_down != key) {
     return RESULT::Good();
+  }
   RESULT added = Add(0);
-  if (!added)
+  if (!added) {
     return added;
+  }
   Report("key " + ToHex(m_down) + " released");
   m_down = 0;
   return added;
 }
 
 RESULT KEYS_CARD::Turn(int steps) {
-  if (std::abs(steps) > kHighestKey)
+  if (std::abs(steps) > kHighestKey) {
     return RESULT::Error("a turn is -127 to 127 steps");
+  }
   for (int i = 0; i < std::abs(steps); ++i) {
     const int next = (m_encoder + (steps > 0 ? 1 : kEncoderSteps - 1)) % kEncoderSteps;
-    if (RESULT added = Add(kEncoderMark + next); !added)
+    if (RESULT added = Add(kEncoderMark + next); !added) {
       return added;
+    }
     m_encoder = next;
   }
-  if (steps != 0)
+  if (steps != 0) {
     Report("encoder at " + std::to_string(m_encoder));
+  }
   return RESULT::Good();
 }
 

@@ -13,8 +13,9 @@ constexpr int kMaximumRows = 4;
 
 std::string Printable(std::span<const std::uint8_t> bytes) {
   std::string text;
-  for (std::uint8_t byte : bytes)
+  for (std::uint8_t byte : bytes) {
     text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '?';
+  }
   return text;
 }
 
@@ -48,8 +49,9 @@ class LCD_CARD : public CARD {
 };
 
 RESULT LCD_CARD::Resize(int columns, int rows) {
-  if (columns < 1 || columns > kMaximumColumns || rows < 1 || rows > kMaximumRows)
+  if (columns < 1 || columns > kMaximumColumns || rows < 1 || rows > kMaximumRows) {
     return RESULT::Error("a display has 1 to 40 columns and 1 to 4 rows");
+  }
   m_columns = columns;
   m_rows = rows;
   Boot();
@@ -67,8 +69,9 @@ void LCD_CARD::Boot() {
   Clear();
   m_light = Parameter("initlight") != 0;
   m_cursor = m_blink = false;
-  if (Parameter("selftest") == 0)
+  if (Parameter("selftest") == 0) {
     return;
+  }
   const std::string lines[] = {"SELF TEST OK", "CARD " + AddressText(Address())};
   for (std::size_t row = 0; row < std::min(m_cells.size(), std::size(lines)); ++row) {
     const std::size_t count = std::min(lines[row].size(), m_cells[row].size());
@@ -78,13 +81,16 @@ void LCD_CARD::Boot() {
 }
 
 bool LCD_CARD::Output(std::span<const std::uint8_t> data) {
-  if (data.empty())
+  if (data.empty()) {
     return false;
-  if (data[0] == lcd::kText)
+  }
+  if (data[0] == lcd::kText) {
     return Text(data.subspan(1));
+  }
   for (const LCD_COMMAND& command : kLcdCommands) {
-    if (command.code != data[0])
+    if (command.code != data[0]) {
       continue;
+    }
     Perform(command.effect);
     Report(command.event);
     return true;
@@ -115,10 +121,12 @@ void LCD_CARD::Perform(LCD_EFFECT effect) {
 /// Column, row, characters up to the first zero. What does not fit in the row is cut; the cursor
 /// stands behind the last character.
 bool LCD_CARD::Text(std::span<const std::uint8_t> data) {
-  if (data.size() < 2 || data[0] >= m_columns || data[1] >= m_rows)
+  if (data.size() < 2 || data[0] >= m_columns || data[1] >= m_rows) {
     return false;
-  if (m_selfTestShown)
+  }
+  if (m_selfTestShown) {
     Clear();
+  }
   const std::span characters = data.subspan(2);
   const auto end = std::find(characters.begin(), characters.end(), 0);
   const std::span text = characters.first(static_cast<std::size_t>(end - characters.begin()));
@@ -137,8 +145,9 @@ bool LCD_CARD::Text(std::span<const std::uint8_t> data) {
 void LCD_CARD::ShowState(std::vector<FIELD>& fields) const {
   std::vector<std::string> rows;
   rows.reserve(m_cells.size());
-  for (const Bytes& cells : m_cells)
+  for (const Bytes& cells : m_cells) {
     rows.push_back(Printable(cells));
+  }
   fields.push_back({"columns", m_columns});
   fields.push_back({"rows", m_rows});
   fields.push_back({"text", rows, FIELD_KIND::kScreen});

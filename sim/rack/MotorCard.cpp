@@ -45,16 +45,18 @@ int MOTOR_CARD::Percent(int motor) const {
     return std::abs(wanted) < silent ? 0 : std::max(-100, wanted * 100 / 127);
   }
   const int direction = m_values[kMotors] >> (2 * motor) & 3;
-  if (direction == 0 || direction == 3)  // off, or both: braked
+  if (direction == 0 || direction == 3) {  // off, or both: braked
     return 0;
+  }
   return (direction == 1 ? 1 : -1) * speed * 100 / 255;
 }
 
 void MOTOR_CARD::ReportTurning() {
   for (int i = 0; i < kMotors; ++i) {
     int& reported = m_reported.at(static_cast<std::size_t>(i));
-    if (Percent(i) == reported)
+    if (Percent(i) == reported) {
       continue;
+    }
     reported = Percent(i);
     Report("motor " + std::to_string(i) + " at " + std::to_string(reported) + "%");
   }
@@ -62,8 +64,9 @@ void MOTOR_CARD::ReportTurning() {
 
 bool MOTOR_CARD::Output(std::span<const std::uint8_t> data) {
   for (std::size_t i = 0; i < m_values.size(); ++i) {
-    if (m_values.at(i) == data[i])
+    if (m_values.at(i) == data[i]) {
       continue;
+    }
     m_values.at(i) = data[i];
     Report("block " + std::to_string(i) + " = " + ToHex(data[i]));
   }

@@ -4,8 +4,9 @@ namespace sim {
 
 const CARD_TYPE* FindCardType(int code) {
   for (const CARD_TYPE& row : kCardTypes) {
-    if (row.code == code)
+    if (row.code == code) {
       return &row;
+    }
   }
   return nullptr;
 }

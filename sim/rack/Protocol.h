@@ -17,8 +17,9 @@ constexpr int kSlots = 16;
 template <class ROW, std::size_t COUNT>
 const ROW* FindRow(const ROW (&rows)[COUNT], std::string_view keyword) {
   for (const ROW& row : rows) {
-    if (row.keyword == keyword)
+    if (row.keyword == keyword) {
       return &row;
+    }
   }
   return nullptr;
 }

@@ -23,8 +23,9 @@ CARD* RACK::At(int address) const {
 }
 
 void RACK::Insert(int address, std::uint8_t typeCode) {
-  if (!IsSlot(address))
+  if (!IsSlot(address)) {
     return;
+  }
   if (typeCode == type::kEmpty) {
     Remove(address);
     return;
@@ -40,8 +41,9 @@ void RACK::Insert(int address, std::uint8_t typeCode) {
 
 void RACK::Remove(int address) {
   const std::lock_guard lock(m_mutex);
-  if (At(address) == nullptr)
+  if (At(address) == nullptr) {
     return;
+  }
   m_cards[static_cast<std::size_t>(address)].reset();
   ReportLocked("card " + AddressText(address) + " pulled");
 }
@@ -64,15 +66,17 @@ std::string RACK::Version() const {
 }
 
 std::optional<Bytes> RACK::Answer(const Bytes& request) {
-  if (request.empty())
+  if (request.empty()) {
     return std::nullopt;
+  }
   const std::lock_guard lock(m_mutex);
   AdvanceLocked();
   switch (request[0]) {
     case request::kHandshake: {
       if (request.size() < kHandshakeBody.size() ||
-          !std::equal(kHandshakeBody.begin(), kHandshakeBody.end(), request.begin()))
+          !std::equal(kHandshakeBody.begin(), kHandshakeBody.end(), request.begin())) {
         return Bytes{error::kFormat};
+      }
       Bytes answer{reply::kVersion};
       answer.insert(answer.end(), m_version.begin(), m_version.end());
       return answer;
@@ -82,11 +86,13 @@ std::optional<Bytes> RACK::Answer(const Bytes& request) {
     case request::kOutput:
     case request::kPoll:
     case request::kParameter: {
-      if (request.size() < 2)
+      if (request.size() < 2) {
         return Bytes{error::kFormat};
+      }
       const std::uint8_t address = request[1];
-      if (address >= kSlots || m_cards[address] == nullptr)
+      if (address >= kSlots || m_cards[address] == nullptr) {
         return Bytes{error::kNoCard, address};
+      }
       Bytes answer = m_cards[address]->Answer(request);
       return answer;
     }
@@ -97,8 +103,9 @@ std::optional<Bytes> RACK::Answer(const Bytes& request) {
 
 Bytes RACK::Identify() const {
   Bytes answer{reply::kIdentified};
-  for (const auto& card : m_cards)
+  for (const auto& card : m_cards) {
     answer.push_back(card != nullptr ? card->TypeCode() : type::kEmpty);
+  }
   return answer;
 }
 
@@ -106,8 +113,9 @@ void RACK::Reset() {
   const std::lock_guard lock(m_mutex);
   AdvanceLocked();
   for (const auto& card : m_cards) {
-    if (card != nullptr)
+    if (card != nullptr) {
       card->Reboot();
+    }
   }
 }
 
@@ -117,8 +125,9 @@ void RACK::SetListener(LISTENER listener) {
 }
 
 void RACK::ReportLocked(const std::string& line) {
-  if (m_listener)
+  if (m_listener) {
     m_listener(line);
+  }
 }
 
 bool RACK::Advance() {
@@ -130,8 +139,9 @@ bool RACK::AdvanceLocked() const {
   const TIME now = m_clock();
   bool moving = false;
   for (const auto& card : m_cards) {
-    if (card == nullptr)
+    if (card == nullptr) {
       continue;
+    }
     card->Advance(now);
     moving = moving || card->Moving();
   }
@@ -141,8 +151,9 @@ bool RACK::AdvanceLocked() const {
 bool RACK::WithCard(int address, const std::function<void(CARD&)>& use) {
   const std::lock_guard lock(m_mutex);
   CARD* card = At(address);
-  if (card == nullptr)
+  if (card == nullptr) {
     return false;
+  }
   AdvanceLocked();
   use(*card);
   return true;

@@ -28,17 +28,20 @@ class SERVO_CARD : public CARD {
 
  protected:
   bool Output(std::span<const std::uint8_t> data) override {
-    for (int i = 0; i < kServos; ++i)
+    for (int i = 0; i < kServos; ++i) {
       MoveTo(i, data[static_cast<std::size_t>(i)]);
+    }
     return true;
   }
   void BeforeStore() override {
-    for (int i = 0; i < kServos; ++i)
+    for (int i = 0; i < kServos; ++i) {
       Working("position", i) = m_servos.at(static_cast<std::size_t>(i)).target;
+    }
   }
   void OnRecall() override {
-    for (int i = 0; i < kServos; ++i)
+    for (int i = 0; i < kServos; ++i) {
       MoveTo(i, static_cast<std::uint8_t>(StoredParameter("position", i)));
+    }
   }
   void OnReboot() override { OnRecall(); }
   void ShowState(std::vector<FIELD>& fields) const override;
@@ -64,8 +67,9 @@ void SERVO_CARD::Advance(TIME now) {
   m_now = now;
   for (int i = 0; i < kServos; ++i) {
     SERVO& servo = m_servos.at(static_cast<std::size_t>(i));
-    if (servo.position == servo.target)
+    if (servo.position == servo.target) {
       continue;
+    }
     const double way = servo.target - servo.position;
     const double step = m_speed == 0 ? std::abs(way) : m_speed * seconds;
     if (step < std::abs(way)) {
@@ -79,8 +83,9 @@ void SERVO_CARD::Advance(TIME now) {
 
 RESULT SERVO_CARD::SetSpeed(int unitsPerSecond) {
   constexpr int kFastest = 100000;
-  if (unitsPerSecond < 0 || unitsPerSecond > kFastest)
+  if (unitsPerSecond < 0 || unitsPerSecond > kFastest) {
     return RESULT::Error("a servo's speed is 0 (at once) to 100000 steps a second");
+  }
   m_speed = unitsPerSecond;
   return RESULT::Good();
 }
@@ -88,8 +93,9 @@ RESULT SERVO_CARD::SetSpeed(int unitsPerSecond) {
 void SERVO_CARD::MoveTo(int servo, std::uint8_t target) {
   Working("position", servo) = target;
   SERVO& moved = m_servos.at(static_cast<std::size_t>(servo));
-  if (moved.target == target)
+  if (moved.target == target) {
     return;
+  }
   moved.target = target;
   Report("servo " + std::to_string(servo) + " = " + ToHex(target));
 }

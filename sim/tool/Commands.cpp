@@ -37,8 +37,9 @@ RESULT AtPlace(SIMULATION& simulation, const std::string& word,
 }
 
 RESULT Help(SIMULATION& /*simulation*/, const ARGUMENTS& arguments) {
-  if (arguments.empty())
+  if (arguments.empty()) {
     return RESULT::Good(HelpText());
+  }
   const COMMAND* command = FindCommand(arguments[0]);
   return command != nullptr ? RESULT::Good(HelpText(*command)) : NoSuchCommand(arguments[0]);
 }
@@ -51,19 +52,23 @@ RESULT Show(SIMULATION& simulation, const ARGUMENTS& arguments) {
   RACK& rack = simulation.Rack();
   ARGUMENTS rest = arguments;
   const bool json = std::erase(rest, "--json") > 0;
-  if (rest.size() > 1)
+  if (rest.size() > 1) {
     return RESULT::Error("show takes one card address, or none for all");
+  }
   if (!rest.empty()) {
     const int address = ReadAddress(rest[0]);
-    if (rack.TypeAt(address) == type::kEmpty)
+    if (rack.TypeAt(address) == type::kEmpty) {
       return RESULT::Error("no card at address " + AddressText(address));
-    if (json)
+    }
+    if (json) {
       return RESULT::Good(ShowJson(rack, address));
+    }
     return At(simulation, address,
               [](const CARD& card) { return RESULT::Good(ShowText(card.Show())); });
   }
-  if (json)
+  if (json) {
     return RESULT::Good(ShowJson(rack));
+  }
   std::string text;
   for (int address = 0; address < kSlots; ++address) {
     rack.WithCard(address, [&](const CARD& card) {
@@ -78,8 +83,9 @@ RESULT ForEachPlace(SIMULATION& simulation, const ARGUMENTS& places, RESULT (CAR
     // cppcheck-suppress constParameter ; the action changes the card
     const auto act = [action](CARD& card, int channel) { return (card.*action)(channel); };
     RESULT result = AtPlace(simulation, place, act);
-    if (!result)
+    if (!result) {
       return result;
+    }
   }
   return RESULT::Good();
 }
@@ -181,8 +187,9 @@ RESULT Clear(SIMULATION& simulation, const ARGUMENTS& arguments) {
     return RESULT::Good();
   }
   const int number = ReadNumber(arguments[0], "number of a fault");
-  if (!faults.Clear(number))
+  if (!faults.Clear(number)) {
     return RESULT::Error("there is no fault " + std::to_string(number) + "; 'faults' lists them");
+  }
   return RESULT::Good();
 }
 
@@ -205,29 +212,35 @@ RESULT Replug(SIMULATION& simulation, const ARGUMENTS& arguments) {
 RESULT Dummy(SIMULATION& simulation, const ARGUMENTS& arguments) {
   const int number = ReadNumber(arguments[0], "adapter number");
   const std::string& word = arguments[1];
-  if (word == "off")
+  if (word == "off") {
     return simulation.RemoveDummy(number);
-  if (word == "silent")
+  }
+  if (word == "silent") {
     return simulation.AddDummy(number, std::chrono::milliseconds(0));
+  }
   constexpr std::chrono::milliseconds kChatter{5};
-  if (word == "chatter")
+  if (word == "chatter") {
     return simulation.AddDummy(number, kChatter);
+  }
   return RESULT::Error("a second adapter is silent, chatter or off");
 }
 
 RESULT Send(SIMULATION& simulation, const ARGUMENTS& arguments) {
   std::string text;
-  for (const std::string& word : arguments)
+  for (const std::string& word : arguments) {
     text += word + " ";
-  if (!simulation.Adapter().Plugged())
+  }
+  if (!simulation.Adapter().Plugged()) {
     return RESULT::Error("the adapter is not plugged in");
+  }
   simulation.Adapter().Send(ReadHexBytes(text));
   return RESULT::Good();
 }
 
 RESULT Version(SIMULATION& simulation, const ARGUMENTS& arguments) {
-  if (arguments.empty())
+  if (arguments.empty()) {
     return RESULT::Good(simulation.Rack().Version());
+  }
   simulation.Rack().SetVersion(arguments[0]);
   return RESULT::Good();
 }
@@ -289,8 +302,9 @@ const std::vector<COMMAND>& Commands() {
 
 const COMMAND* FindCommand(const std::string& word) {
   for (const COMMAND& row : Commands()) {
-    if (word == row.word)
+    if (word == row.word) {
       return &row;
+    }
   }
   return nullptr;
 }
@@ -306,17 +320,20 @@ struct PARSED {
 PARSED Parse(const std::string& line) {
   PARSED parsed;
   parsed.arguments = SplitWords(line);
-  if (parsed.arguments.empty() || parsed.arguments[0][0] == '#')
+  if (parsed.arguments.empty() || parsed.arguments[0][0] == '#') {
     return parsed;
+  }
   parsed.command = FindCommand(parsed.arguments[0]);
-  if (parsed.command == nullptr)
+  if (parsed.command == nullptr) {
     throw ARGUMENT_ERROR(NoSuchCommand(parsed.arguments[0]).text);
+  }
   parsed.arguments.erase(parsed.arguments.begin());
   const std::size_t count = parsed.arguments.size();
   if (count < parsed.command->fewest || count > parsed.command->most) {
     std::string usage = std::string("usage: ") + parsed.command->word;
-    if (*parsed.command->arguments != '\0')
+    if (*parsed.command->arguments != '\0') {
       usage += std::string(" ") + parsed.command->arguments;
+    }
     throw ARGUMENT_ERROR(usage);
   }
   return parsed;
@@ -344,8 +361,9 @@ RESULT Check(const std::string& line) {
 }
 
 std::string ResponseText(const RESULT& result) {
-  if (!result)
+  if (!result) {
     return "error: " + result.text + "\n";
+  }
   return (result.text.empty() ? "" : result.text + "\n") + "OK\n";
 }
 

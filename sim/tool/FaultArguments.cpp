@@ -20,8 +20,9 @@ void ReadArgument(const std::string& word, FAULT& fault) {
       break;
     case FAULT_ARGUMENT::kCount: {
       const int count = ReadNumber(word, "number of bytes");
-      if (count < 0)
+      if (count < 0) {
         throw ARGUMENT_ERROR("an answer cannot be cut to fewer than 0 bytes");
+      }
       fault.count = static_cast<std::size_t>(count);
       break;
     }
@@ -29,10 +30,11 @@ void ReadArgument(const std::string& word, FAULT& fault) {
       fault.bytes = ReadHexBytes(word);
       break;
     case FAULT_ARGUMENT::kLength:
-      if (const LENGTH_WORD* row = FindRow(kLengthWords, word))
+      if (const LENGTH_WORD* row = FindRow(kLengthWords, word)) {
         fault.length = row->length;
-      else
+      } else {
         fault.value = ReadByte(word, "length");
+      }
       break;
     case FAULT_ARGUMENT::kAddress:
       fault.value = ReadByte(word, "address byte");
@@ -57,8 +59,9 @@ std::uint8_t ReadRequestCode(const std::string& word) {
 
 std::uint64_t ReadTimes(const std::string& word) {
   const int times = ReadNumber(word, "number of times");
-  if (times < 1)
+  if (times < 1) {
     throw ARGUMENT_ERROR("a fault happens at least once");
+  }
   return static_cast<std::uint64_t>(times);
 }
 
@@ -89,22 +92,25 @@ constexpr SCOPE kScopes[] = {
 
 FAULT ReadFault(const std::vector<std::string>& words) {
   const FAULT_TYPE* row = FindRow(kFaultTypes, words.at(0));
-  if (row == nullptr)
+  if (row == nullptr) {
     throw ARGUMENT_ERROR("there is no fault '" + words[0] + "'; 'help fault' lists them");
+  }
   FAULT fault;
   fault.kind = row->kind;
   std::size_t at = 1;
   if (row->argument != FAULT_ARGUMENT::kNone) {
-    if (words.size() < 2)
+    if (words.size() < 2) {
       throw ARGUMENT_ERROR(std::string("fault ") + row->keyword + " needs " + row->usage);
+    }
     ReadArgument(words[at++], fault);
   }
   while (at < words.size()) {
     const std::string& word = words[at++];
     const SCOPE* scope = FindRow(kScopes, word);
-    if (scope == nullptr || (scope->hasValue && at == words.size()))
+    if (scope == nullptr || (scope->hasValue && at == words.size())) {
       throw ARGUMENT_ERROR("'" + word +
                            "': expected on A, code CODE, once, times N, for SECONDS or always");
+    }
     scope->apply(fault, scope->hasValue ? words[at++] : std::string());
   }
   return fault;

@@ -42,22 +42,25 @@ WORDS WordsOf(const std::string& usage) {
 template <class ROWS>
 WORDS Keywords(const ROWS& rows) {
   WORDS words;
-  for (const auto& row : rows)
+  for (const auto& row : rows) {
     words.emplace_back(row.keyword);
+  }
   return words;
 }
 
 std::string Listed(const char* caption, const WORDS& words) {
   std::string text = std::string("\n  ") + caption + ":";
-  for (const std::string& word : words)
+  for (const std::string& word : words) {
     text += " " + word;
+  }
   return text;
 }
 
 WORDS CommandWords() {
   WORDS words;
-  for (const COMMAND& row : Commands())
+  for (const COMMAND& row : Commands()) {
     words.emplace_back(row.word);
+  }
   return words;
 }
 
@@ -70,8 +73,9 @@ WORDS FaultWords() {
 
 std::string FaultLines() {
   std::string text;
-  for (const FAULT_TYPE& row : kFaultTypes)
+  for (const FAULT_TYPE& row : kFaultTypes) {
     text += "\n" + InColumns(std::string("  ") + row.keyword + " " + row.usage, row.meaning);
+  }
   return text;
 }
 
@@ -84,8 +88,9 @@ WORDS CodeWords() {
 
 WORDS ParameterWords() {
   WORDS words;
-  for (const PARAMETER& row : kParameters)
+  for (const PARAMETER& row : kParameters) {
     words.emplace_back(row.name);
+  }
   return words;
 }
 
@@ -118,16 +123,18 @@ const PLACEHOLDER* FindPlaceholder(const std::string& word) {
 
 std::string HelpText() {
   std::string text;
-  for (const COMMAND& command : Commands())
+  for (const COMMAND& command : Commands()) {
     text += (text.empty() ? "" : "\n") + Line(command);
+  }
   return text;
 }
 
 std::string HelpText(const COMMAND& command) {
   std::string text = Line(command);
   for (const std::string& word : WordsOf(command.arguments)) {
-    if (const PLACEHOLDER* placeholder = FindPlaceholder(word))
+    if (const PLACEHOLDER* placeholder = FindPlaceholder(word)) {
       text += placeholder->details();
+    }
   }
   return text;
 }
@@ -135,8 +142,9 @@ std::string HelpText(const COMMAND& command) {
 std::vector<std::string> Complete(const std::string& before) {
   const std::size_t begin = std::min(before.find_first_not_of(' '), before.size());
   const std::size_t end = before.find(' ', begin);
-  if (end == std::string::npos)
+  if (end == std::string::npos) {
     return CommandWords();
+  }
   const COMMAND* command = FindCommand(before.substr(begin, end - begin));
   WORDS words;
   for (const std::string& word : WordsOf(command != nullptr ? command->arguments : "")) {

@@ -14,12 +14,15 @@ std::vector<LINE_BUFFER::LINE> LINE_BUFFER::Feed(std::string_view bytes) {
       m_partial.clear();
       m_skipping = true;
     }
-    if (!m_skipping)
+    if (!m_skipping) {
       m_partial += part;
-    if (end == std::string_view::npos)
+    }
+    if (end == std::string_view::npos) {
       break;
-    if (!m_skipping)
+    }
+    if (!m_skipping) {
       lines.push_back({std::exchange(m_partial, {}), false});
+    }
     m_skipping = false;
     bytes.remove_prefix(end + 1);
   }
@@ -28,8 +31,9 @@ std::vector<LINE_BUFFER::LINE> LINE_BUFFER::Feed(std::string_view bytes) {
 
 std::vector<LINE_BUFFER::LINE> LINE_BUFFER::Finish() {
   m_skipping = false;
-  if (m_partial.empty())
+  if (m_partial.empty()) {
     return {};
+  }
   return {{std::exchange(m_partial, {}), false}};
 }
 

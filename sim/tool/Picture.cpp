@@ -18,8 +18,9 @@ constexpr std::size_t kChannelsPerLine = 3;
 
 std::string Repeat(const char* text, int times) {
   std::string repeated;
-  for (int i = 0; i < times; ++i)
+  for (int i = 0; i < times; ++i) {
     repeated += text;
+  }
   return repeated;
 }
 
@@ -55,8 +56,9 @@ LINES Channels(const FIELD& field, const GLYPHS& glyphs) {
   const std::vector<double> values = std::visit(TO_NUMBERS{}, field.value);
   LINES lines;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    if (i % kChannelsPerLine == 0)
+    if (i % kChannelsPerLine == 0) {
       lines.emplace_back();
+    }
     const double part = (values[i] - field.least) / (field.most - field.least);
     lines.back() += (i % kChannelsPerLine == 0 ? "" : "   ") + std::to_string(i) + " " +
                     (field.kind == FIELD_KIND::kBar ? Bar(part, glyphs) : Marked(part, glyphs)) +
@@ -84,10 +86,11 @@ std::string Lamps(const FIELD& field, const GLYPHS& glyphs) {
 std::string LastText(const FIELD& field) {
   constexpr std::size_t kWidth = 60;
   std::string text = "nothing yet";
-  if (const auto* list = std::get_if<std::vector<std::string>>(&field.value); list == nullptr)
+  if (const auto* list = std::get_if<std::vector<std::string>>(&field.value); list == nullptr) {
     text = ValueText(field);
-  else if (!list->empty())
+  } else if (!list->empty()) {
     text = list->back();
+  }
   return field.name + " " + (text.size() > kWidth ? text.substr(0, kWidth - 3) + "..." : text);
 }
 

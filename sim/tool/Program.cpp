@@ -72,13 +72,14 @@ class PROGRAM {
 };
 
 int PROGRAM::BlockSignals() {
-  ::signal(SIGPIPE, SIG_IGN);
+  signal(SIGPIPE, SIG_IGN);
   sigset_t set;
-  ::sigemptyset(&set);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH})
-    ::sigaddset(&set, number);
-  ::sigprocmask(SIG_BLOCK, &set, nullptr);
-  return ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  sigemptyset(&set);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) {
+    sigaddset(&set, number);
+  }
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+  return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
 RESULT PROGRAM::Prepare() {
@@ -86,37 +87,45 @@ RESULT PROGRAM::Prepare() {
                     ? LoadRack(DefaultRackText(), "built-in rack", m_simulation.Rack())
                     : LoadRackFile(m_options.rackFile, m_simulation.Rack());
   m_simulation.Events().Take();  // that the cards are there is no event yet
-  if (!rack)
+  if (!rack) {
     return rack;
+  }
   if (!m_options.scriptFile.empty()) {
     std::string text;
     RESULT result = ReadTextFile(m_options.scriptFile, text);
-    if (result)
+    if (result) {
       result = m_scenario.Parse(text, m_options.scriptFile);
-    if (!result)
+    }
+    if (!result) {
       return result;
+    }
   }
-  if (RESULT result = PrepareTraces(); !result)
+  if (RESULT result = PrepareTraces(); !result) {
     return result;
+  }
   if (!m_options.controlPath.empty()) {
-    if (RESULT result = m_control.Listen(m_options.controlPath); !result)
+    if (RESULT result = m_control.Listen(m_options.controlPath); !result) {
       return result;
+    }
   }
   RESULT plugged = m_simulation.Plug(m_options.number);
-  if (!plugged && ::access(m_options.adapter.devDir.c_str(), W_OK) != 0)
+  if (!plugged && access(m_options.adapter.devDir.c_str(), W_OK) != 0) {
     plugged.text += "; --dev-dir DIR takes another folder";
+  }
   return plugged;
 }
 
 RESULT PROGRAM::PrepareTraces() {
   ADAPTER& adapter = m_simulation.Adapter();
   RESULT result = RESULT::Good();
-  if (!m_options.replayFile.empty())
+  if (!m_options.replayFile.empty()) {
     result = m_replayer.Begin(m_options.replayFile, adapter, [this](const std::string& line) {
       m_simulation.Events().Push(line);
     });
-  if (result && !m_options.recordFile.empty())
+  }
+  if (result && !m_options.recordFile.empty()) {
     result = m_recorder.Begin(m_options.recordFile, adapter, m_simulation.Now());
+  }
   return result;
 }
 
@@ -124,8 +133,9 @@ RESULT PROGRAM::PrepareTraces() {
 void PROGRAM::Complain(const std::string& errors) {
   m_failed = true;
   std::istringstream lines(errors);
-  for (std::string error; std::getline(lines, error);)
+  for (std::string error; std::getline(lines, error);) {
     std::fprintf(stderr, "vornsim: %s\n", error.c_str());
+  }
 }
 
 int PROGRAM::Run() {
@@ -140,12 +150,14 @@ int PROGRAM::Run() {
   }
   Loop();
   m_terminal.reset();
-  if (m_simulation.Adapter().Plugged())
+  if (m_simulation.Adapter().Plugged()) {
     static_cast<void>(m_simulation.Adapter().Unplug());
+  }
   PrintEvents();
   WriteTrace();
-  if (const RESULT outcome = m_replayer.Outcome(); !outcome)
+  if (const RESULT outcome = m_replayer.Outcome(); !outcome) {
     Complain(outcome.text);
+  }
   return m_failed ? 1 : 0;
 }
 
@@ -160,22 +172,27 @@ void PROGRAM::Loop() {
     const bool moving = m_simulation.Rack().Advance();
     PrintEvents();
     WriteTrace();
-    if (m_terminal != nullptr)
+    if (m_terminal != nullptr) {
       m_terminal->Draw(Picture(m_simulation, glyphs));
+    }
     EndWhenNothingIsLeft();
-    if (m_simulation.Quitting())
+    if (m_simulation.Quitting()) {
       return;
+    }
     watched = {{m_signals.Get(), POLLIN, 0},
                {m_inputOpen ? STDIN_FILENO : -1, POLLIN, 0},
                {m_simulation.Events().Descriptor(), POLLIN, 0},
                {m_recorder.Descriptor(), POLLIN, 0}};
     m_control.Watch(watched);
-    if (::poll(watched.data(), watched.size(), PollLimit(moving)) < 0)
+    if (poll(watched.data(), watched.size(), PollLimit(moving)) < 0) {
       continue;
-    if (watched[0].revents != 0 && ReadSignals())
+    }
+    if (watched[0].revents != 0 && ReadSignals()) {
       return;
-    if (watched[1].revents != 0)
+    }
+    if (watched[1].revents != 0) {
       ReadInput();
+    }
     m_control.Handle(watched.data() + kOwn, watched.size() - kOwn,
                      [this](const std::string& line) { return ExecuteLine(line); });
   }
@@ -183,10 +200,12 @@ void PROGRAM::Loop() {
 
 int PROGRAM::PollLimit(bool moving) const {
   MILLISECONDS limit = MILLISECONDS::max();
-  if (moving)
+  if (moving) {
     limit = kMovingStep;
-  if (m_terminal != nullptr)
+  }
+  if (m_terminal != nullptr) {
     limit = std::min(limit, kPictureStep);
+  }
   if (const auto next = m_scenario.Next()) {
     const auto passed = m_simulation.Now() - m_ready;
     limit =
@@ -201,40 +220,45 @@ int PROGRAM::PollLimit(bool moving) const {
 bool PROGRAM::ReadSignals() {
   signalfd_siginfo info{};
   bool end = false;
-  while (::read(m_signals.Get(), &info, sizeof info) == sizeof info)
+  while (read(m_signals.Get(), &info, sizeof info) == sizeof info) {
     end = end || info.ssi_signo != SIGWINCH;
+  }
   return end;
 }
 
 void PROGRAM::ReadInput() {
   if (m_terminal != nullptr) {
     m_terminal->ReadInput();
-    if (m_terminal->Ended())
+    if (m_terminal->Ended()) {
       m_simulation.Quit();
+    }
     return;
   }
   std::array<char, 4096> buffer{};
-  const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+  const ssize_t count = read(STDIN_FILENO, buffer.data(), buffer.size());
   if (count > 0) {
     ExecuteInput(m_input.Feed({buffer.data(), static_cast<std::size_t>(count)}));
     return;
   }
-  if (count < 0 && (errno == EINTR || errno == EAGAIN))
+  if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
     return;
+  }
   ExecuteInput(m_input.Finish());
   m_inputOpen = false;
 }
 
 /// Without input a scenario still goes on to its end.
 void PROGRAM::EndWhenNothingIsLeft() {
-  if (!m_inputOpen && !m_options.stay && !m_scenario.Next())
+  if (!m_inputOpen && !m_options.stay && !m_scenario.Next()) {
     m_simulation.Quit();
+  }
 }
 
 void PROGRAM::ExecuteInput(const std::vector<LINE_BUFFER::LINE>& lines) {
   for (const LINE_BUFFER::LINE& line : lines) {
-    if (m_simulation.Quitting())
+    if (m_simulation.Quitting()) {
       return;
+    }
     Print(line.tooLong ? ResponseText(RESULT::Error("the line is too long"))
                        : ExecuteLine(line.text));
   }
@@ -251,39 +275,46 @@ void PROGRAM::RunScenario() {
   const auto passed = m_simulation.Now() - m_ready;
   for (const SCENARIO::STEP& step :
        m_scenario.Take(std::chrono::duration_cast<MILLISECONDS>(passed))) {
-    if (m_simulation.Quitting())
+    if (m_simulation.Quitting()) {
       return;
+    }
     PrintEvents();  // what came before the command stands before it
     Print("script: " + step.command + "\n");
     const RESULT result = Execute(m_simulation, step.command);
     PrintEvents();
-    if (!result || !result.text.empty())
+    if (!result || !result.text.empty()) {
       Print(ResponseText(result));
+    }
     m_failed = m_failed || !result;
   }
 }
 
 void PROGRAM::PrintEvents() {
   std::string text;
-  for (const std::string& line : m_simulation.Events().Take())
+  for (const std::string& line : m_simulation.Events().Take()) {
     text += line + "\n";
-  if (const std::size_t lost = m_simulation.Events().TakeLost(); lost > 0)
+  }
+  if (const std::size_t lost = m_simulation.Events().TakeLost(); lost > 0) {
     text += std::to_string(lost) + " events lost\n";
-  if (!text.empty())
+  }
+  if (!text.empty()) {
     Print(text);
+  }
 }
 
 void PROGRAM::WriteTrace() {
-  if (const RESULT written = m_recorder.Write(); !written)
+  if (const RESULT written = m_recorder.Write(); !written) {
     Complain(written.text);
+  }
 }
 
 /// When who reads this is gone, nothing is left to do.
 void PROGRAM::Print(const std::string& text) {
-  if (m_terminal != nullptr)
+  if (m_terminal != nullptr) {
     m_terminal->Print(text);
-  else if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+  } else if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
     m_simulation.Quit();
+  }
 }
 
 }  // namespace

@@ -115,35 +115,41 @@ void RACK_READER::CheckAttributes(const pugi::xml_node& node, const ELEMENT& ele
   std::string known;
   for (const ATTRIBUTE& attribute : element.attributes) {
     known += (known.empty() ? "" : ", ") + std::string(attribute.name);
-    if (attribute.needed && !node.attribute(attribute.name))
+    if (attribute.needed && !node.attribute(attribute.name)) {
       Fail(node, std::string(element.name) + " needs the attribute " + attribute.name);
+    }
   }
   for (const pugi::xml_attribute& given : node.attributes()) {
     const bool found = std::any_of(element.attributes.begin(), element.attributes.end(),
                                    [&given](const ATTRIBUTE& attribute) {
                                      return attribute.name == std::string(given.name());
                                    });
-    if (!found)
+    if (!found) {
       Fail(node, std::string(element.name) + " has no attribute '" + given.name() + "'; expected " +
                      known);
+    }
   }
 }
 
 void RACK_READER::Read() {
   pugi::xml_document document;
   const pugi::xml_parse_result parsed = document.load_buffer(m_text.data(), m_text.size());
-  if (!parsed)
+  if (!parsed) {
     Fail(parsed.offset, parsed.description());
+  }
   const pugi::xml_node root = document.document_element();
-  if (std::string(root.name()) != "Rack")
+  if (std::string(root.name()) != "Rack") {
     Fail(root, std::string("expected the element Rack, found '") + root.name() + "'");
+  }
   CheckAttributes(root, {"Rack", {{"version", false}}});
   m_version = root.attribute("version").as_string("2.04");
   for (const pugi::xml_node& child : root.children()) {
-    if (child.type() != pugi::node_element)
+    if (child.type() != pugi::node_element) {
       Fail(child, "expected an element Card, found text");
-    if (std::string(child.name()) != "Card")
+    }
+    if (std::string(child.name()) != "Card") {
       Fail(child, std::string("expected an element Card, found '") + child.name() + "'");
+    }
     ReadCard(child);
   }
 }
@@ -155,15 +161,17 @@ void RACK_READER::ReadCard(const pugi::xml_node& node) {
   placed.address = Get(node, "address", "", ReadAddress);
   placed.typeCode = Get(node, "type", "", ReadCardType);
   for (const PLACED_CARD& other : m_cards) {
-    if (other.address == placed.address)
+    if (other.address == placed.address) {
       Fail(node, "there is a card at address " + AddressText(placed.address) + " already");
+    }
   }
   const auto scratch = MakeCard(placed.typeCode, placed.address, [](const std::string&) {});
   // Each step is tried at once on a card of the same type, while the place in the file is known.
   const auto add = [&](const pugi::xml_node& where, STEP step) {
     const RESULT result = step(*scratch);
-    if (!result)
+    if (!result) {
       Fail(where, result.text);
+    }
     placed.steps.push_back(std::move(step));
   };
   if (const pugi::xml_attribute name = node.attribute("name")) {
@@ -177,8 +185,9 @@ void RACK_READER::ReadCard(const pugi::xml_node& node) {
         Get(node, "speed", "", [](const std::string& word) { return ReadNumber(word, "speed"); });
     add(node, [speed](CARD& card) { return card.SetSpeed(speed); });
   }
-  for (const pugi::xml_node& child : node.children())
+  for (const pugi::xml_node& child : node.children()) {
     add(child, ReadDetail(child));
+  }
   m_cards.push_back(std::move(placed));
 }
 
@@ -221,8 +230,9 @@ void RACK_READER::Apply(RACK& rack) const {
   for (const PLACED_CARD& placed : m_cards) {
     rack.Insert(placed.address, placed.typeCode);
     rack.WithCard(placed.address, [&placed](CARD& card) {
-      for (const STEP& step : placed.steps)
+      for (const STEP& step : placed.steps) {
         static_cast<void>(step(card));
+      }
       card.Reboot();  // what is stored counts from the first moment
     });
   }
@@ -256,8 +266,9 @@ RESULT ReadTextFile(const std::string& path, std::string& text) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream content;
   content << file.rdbuf();  // unlike an iterator, keeps what the file throws to itself
-  if (!file.is_open() || file.bad() || errno == EISDIR)
+  if (!file.is_open() || file.bad() || errno == EISDIR) {
     return RESULT::Error("cannot read " + path + ": " + std::generic_category().message(errno));
+  }
   text = content.str();
   return RESULT::Good();
 }

@@ -32,8 +32,9 @@ RESULT SCENARIO::Parse(const std::string& text, const std::string& name) {
       errors.append(std::to_string(number)).append(": ").append(why);
     };
     const std::string word = TakeWord(line);
-    if (word.empty() || word[0] == '#')
+    if (word.empty() || word[0] == '#') {
       continue;
+    }
     if (word != "at" && word != "after") {
       refuse("expected at SECONDS or after SECONDS, found '" + word + "'");
       continue;
@@ -45,10 +46,11 @@ RESULT SCENARIO::Parse(const std::string& text, const std::string& name) {
       refuse(error.what());
       continue;
     }
-    if (line.empty())
+    if (line.empty()) {
       refuse("expected a command");
-    else if (const RESULT checked = Check(line); !checked)
+    } else if (const RESULT checked = Check(line); !checked) {
       refuse(checked.text);
+    }
     m_steps.push_back({last, line});
   }
   if (!errors.empty()) {
@@ -61,15 +63,17 @@ RESULT SCENARIO::Parse(const std::string& text, const std::string& name) {
 }
 
 std::optional<std::chrono::milliseconds> SCENARIO::Next() const {
-  if (m_next == m_steps.size())
+  if (m_next == m_steps.size()) {
     return std::nullopt;
+  }
   return m_steps[m_next].when;
 }
 
 std::vector<SCENARIO::STEP> SCENARIO::Take(std::chrono::milliseconds sinceStart) {
   std::vector<STEP> due;
-  while (m_next < m_steps.size() && m_steps[m_next].when <= sinceStart)
+  while (m_next < m_steps.size() && m_steps[m_next].when <= sinceStart) {
     due.push_back(m_steps[m_next++]);
+  }
   return due;
 }
 

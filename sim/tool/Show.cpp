@@ -14,8 +14,9 @@ template <class RANGE, class TEXT>
 std::string Join(const RANGE& values, TEXT text) {
   std::string joined;
   for (const auto& value : values) {
-    if (!joined.empty())
+    if (!joined.empty()) {
       joined += ' ';
+    }
     joined += text(value);
   }
   return joined.empty() ? "-" : joined;
@@ -75,12 +76,13 @@ std::string ShowText(const std::vector<FIELD>& fields) {
   std::string text = "card";
   for (const FIELD& field : fields) {
     const std::string value = ValueText(field);
-    if (field.name == "address" || field.name == "type")
+    if (field.name == "address" || field.name == "type") {
       text += " " + value;
-    else if (field.name == "name")
+    } else if (field.name == "name") {
       text += " '" + value + "'";
-    else
+    } else {
       text += "\n  " + field.name + ": " + value;
+    }
   }
   return text;
 }
@@ -93,8 +95,9 @@ std::string ShowJson(RACK& rack) {
   JSON cards = JSON::array();
   for (int address = 0; address < kSlots; ++address) {
     const std::vector<FIELD> fields = Fields(rack, address);
-    if (!fields.empty())
+    if (!fields.empty()) {
       cards.push_back(ToJson(fields));
+    }
   }
   return Dump(cards);
 }

@@ -15,8 +15,9 @@ SIMULATION::~SIMULATION() {
 
 RESULT SIMULATION::Plug(int number) {
   RESULT result = m_adapter.Plug(number);
-  if (result)
+  if (result) {
     m_lastNumber = number;
+  }
   return result;
 }
 
@@ -28,8 +29,9 @@ RESULT SIMULATION::AddDummy(int number, std::chrono::milliseconds chatter) {
   auto dummy = std::make_unique<ADAPTER>(nullptr, m_options);
   dummy->SetListener([this](const std::string& line) { m_events.Push(line); });
   RESULT result = dummy->Plug(number);
-  if (!result)
+  if (!result) {
     return result;
+  }
   dummy->SetChatter(chatter);
   m_dummies.emplace(number, std::move(dummy));
   return RESULT::Good();
@@ -37,8 +39,9 @@ RESULT SIMULATION::AddDummy(int number, std::chrono::milliseconds chatter) {
 
 RESULT SIMULATION::RemoveDummy(int number) {
   const auto found = m_dummies.find(number);
-  if (found == m_dummies.end())
+  if (found == m_dummies.end()) {
     return RESULT::Error("there is no silent or chattering adapter " + std::to_string(number));
+  }
   m_dummies.erase(found);
   return RESULT::Good();
 }

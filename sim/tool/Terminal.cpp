@@ -38,8 +38,9 @@ winsize Size() {
   constexpr unsigned short kHeight = 24;
   constexpr unsigned short kWidth = 80;
   winsize size{};
-  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0)
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
     size = {kHeight, kWidth, 0, 0};
+  }
   return size;
 }
 
@@ -56,8 +57,9 @@ int Width(const std::string& line) {
 /// the picture.
 winsize Needed(const std::vector<std::string>& picture) {
   int width = 0;
-  for (const std::string& line : picture)
+  for (const std::string& line : picture) {
     width = std::max(width, Width(line));
+  }
   winsize needed{};
   needed.ws_row = static_cast<unsigned short>(picture.size() + 1 + kFewestLines);
   needed.ws_col = static_cast<unsigned short>(width);
@@ -96,8 +98,9 @@ void TERMINAL::OnLine(char* line) {
   }
   const std::string text = line;
   std::free(line);
-  if (!text.empty())
+  if (!text.empty()) {
     add_history(text.c_str());
+  }
   // The line editor leaves its mode with each line; a prompt must not come before the response.
   terminal.m_editing = false;
   terminal.m_takeLine(text);
@@ -111,8 +114,9 @@ char** TERMINAL::OnComplete(const char* word, int begin, int /*end*/) {
   terminal.m_matches.clear();
   const std::string before(rl_line_buffer, static_cast<std::size_t>(begin));
   for (std::string& each : terminal.m_complete(before)) {
-    if (each.starts_with(word))
+    if (each.starts_with(word)) {
       terminal.m_matches.push_back(std::move(each));
+    }
   }
   return rl_completion_matches(word, &TERMINAL::NextMatch);
 }
@@ -120,17 +124,20 @@ char** TERMINAL::OnComplete(const char* word, int begin, int /*end*/) {
 /// The line editor frees what it gets.
 char* TERMINAL::NextMatch(const char* /*word*/, int state) {
   TERMINAL& terminal = *s_instance;
-  if (state == 0)
+  if (state == 0) {
     terminal.m_nextMatch = 0;
-  if (terminal.m_nextMatch >= terminal.m_matches.size())
+  }
+  if (terminal.m_nextMatch >= terminal.m_matches.size()) {
     return nullptr;
-  return ::strdup(terminal.m_matches[terminal.m_nextMatch++].c_str());
+  }
+  return strdup(terminal.m_matches[terminal.m_nextMatch++].c_str());
 }
 
 void TERMINAL::Print(const std::string& text) const {
   Write(m_editing ? kClearLine + text : text);
-  if (m_editing)
+  if (m_editing) {
     rl_forced_update_display();
+  }
 }
 
 void TERMINAL::Arrange(std::size_t pictureLines) {
@@ -163,24 +170,26 @@ void TERMINAL::Draw(const std::vector<std::string>& picture) {
   }
   std::string text;
   for (std::size_t i = 0; i < wanted; ++i) {
-    if (picture[i] == m_drawn[i])
+    if (picture[i] == m_drawn[i]) {
       continue;
+    }
     text += CursorTo(static_cast<int>(i) + 1) + picture[i] + "\033[K";
     m_drawn[i] = picture[i];
   }
-  if (!text.empty())
+  if (!text.empty()) {
     Write(kSaveCursor + text + kRestoreCursor);
+  }
 }
 
 bool TerminalAvailable() {
   const char* kind = std::getenv("TERM");
-  return ::isatty(STDIN_FILENO) != 0 && ::isatty(STDOUT_FILENO) != 0 && kind != nullptr &&
+  return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 && kind != nullptr &&
          std::strcmp(kind, "dumb") != 0;
 }
 
 bool TerminalKnowsUtf8() {
   std::setlocale(LC_CTYPE, "");
-  return std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
+  return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
 }  // namespace sim

@@ -11,8 +11,9 @@ namespace sim {
 RESULT RECORDER::Begin(const std::string& path, ADAPTER& adapter, TIME beginning) {
   m_path = path;
   m_file.open(path);
-  if (!m_file)
+  if (!m_file) {
     return RESULT::Error("cannot write " + path + ": " + std::generic_category().message(errno));
+  }
   m_file << TraceHeader();
   adapter.AddTap([this, beginning](DIRECTION direction, TIME when, const Bytes& bytes) {
     const auto passed = std::chrono::duration_cast<std::chrono::microseconds>(when - beginning);
@@ -22,15 +23,19 @@ RESULT RECORDER::Begin(const std::string& path, ADAPTER& adapter, TIME beginning
 }
 
 RESULT RECORDER::Write() {
-  if (!m_file.is_open())
+  if (!m_file.is_open()) {
     return RESULT::Good();
+  }
   const std::vector<TRACE_ENTRY> entries = m_entries.Take();
-  for (const TRACE_ENTRY& entry : entries)
+  for (const TRACE_ENTRY& entry : entries) {
     m_file << TraceLine(entry) << '\n';
-  if (const std::size_t lost = m_entries.TakeLost(); lost > 0)
+  }
+  if (const std::size_t lost = m_entries.TakeLost(); lost > 0) {
     m_file << "# " << lost << " entries lost here\n";
-  if (entries.empty() || m_file.flush())
+  }
+  if (entries.empty() || m_file.flush()) {
     return RESULT::Good();
+  }
   m_file.close();
   return RESULT::Error("cannot write " + m_path);
 }
@@ -39,10 +44,12 @@ RESULT REPLAYER::Begin(const std::string& path, ADAPTER& adapter, ADAPTER::LISTE
   std::string text;
   std::vector<TRACE_ENTRY> entries;
   RESULT result = ReadTextFile(path, text);
-  if (result)
+  if (result) {
     result = ParseTrace(text, entries);
-  if (!result)
+  }
+  if (!result) {
     return RESULT::Error(path + ": " + result.text);
+  }
   m_replay = std::make_unique<REPLAY>(entries);
   m_replay->SetListener(std::move(listener));
   adapter.SetReplyHook(m_replay->Hook());
@@ -50,8 +57,9 @@ RESULT REPLAYER::Begin(const std::string& path, ADAPTER& adapter, ADAPTER::LISTE
 }
 
 RESULT REPLAYER::Outcome() const {
-  if (m_replay == nullptr || m_replay->Complete())
+  if (m_replay == nullptr || m_replay->Complete()) {
     return RESULT::Good();
+  }
   return RESULT::Error(m_replay->Difference().empty()
                            ? "the replay ended after " + std::to_string(m_replay->Answered()) +
                                  " of " + std::to_string(m_replay->Expected()) + " requests"

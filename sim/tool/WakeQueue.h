@@ -19,7 +19,7 @@ class WAKE_QUEUE {
  public:
   static constexpr std::size_t kCapacity = 100000;
 
-  WAKE_QUEUE() : m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  WAKE_QUEUE() : m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
   void Push(ITEM item) {
     const std::lock_guard lock(m_mutex);
@@ -28,10 +28,11 @@ class WAKE_QUEUE {
       return;
     }
     m_items.push_back(std::move(item));
-    if (m_items.size() > 1)
+    if (m_items.size() > 1) {
       return;
+    }
     const std::uint64_t one = 1;
-    static_cast<void>(!::write(m_wake.Get(), &one, sizeof one));
+    static_cast<void>(!write(m_wake.Get(), &one, sizeof one));
   }
 
   /// All that waits, oldest first.
@@ -40,7 +41,7 @@ class WAKE_QUEUE {
     std::uint64_t count = 0;
     // It never waits: the descriptor is non-blocking.
     // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection)
-    static_cast<void>(!::read(m_wake.Get(), &count, sizeof count));
+    static_cast<void>(!read(m_wake.Get(), &count, sizeof count));
     return std::exchange(m_items, {});
   }
 

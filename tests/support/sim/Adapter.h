@@ -19,8 +19,9 @@ class ADAPTER : private ADAPTER_LOG, public sim::ADAPTER {
       : sim::ADAPTER(rack, std::move(options)) {
     AddTap([this](sim::DIRECTION direction, sim::TIME when, const sim::Bytes& bytes) {
       // What is shorter than it says was dropped unfinished.
-      if (direction == sim::DIRECTION::kRequest && bytes.size() == bytes.front() + std::size_t{1})
+      if (direction == sim::DIRECTION::kRequest && bytes.size() == bytes.front() + std::size_t{1}) {
         log.Add(when, bytes);
+      }
     });
   }
 

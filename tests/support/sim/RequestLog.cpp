@@ -7,8 +7,9 @@ namespace support {
 void REQUEST_LOG::Add(sim::TIME when, const sim::Bytes& frame) {
   const std::lock_guard lock(m_mutex);
   m_requests.push_back({++m_last, when, frame});
-  if (m_requests.size() > kCapacity)
+  if (m_requests.size() > kCapacity) {
     m_requests.pop_front();
+  }
   m_added.notify_all();
 }
 
@@ -32,14 +33,17 @@ std::optional<sim::REQUEST> REQUEST_LOG::WaitForRequest(const PREDICATE& predica
   std::unique_lock lock(m_mutex);
   while (true) {
     for (const sim::REQUEST& entry : m_requests) {
-      if (entry.number <= after)
+      if (entry.number <= after) {
         continue;
+      }
       after = entry.number;
-      if (predicate(entry))
+      if (predicate(entry)) {
         return entry;
+      }
     }
-    if (m_added.wait_until(lock, deadline) == std::cv_status::timeout && m_last <= after)
+    if (m_added.wait_until(lock, deadline) == std::cv_status::timeout && m_last <= after) {
       return std::nullopt;
+    }
   }
 }
 

@@ -48,8 +48,9 @@ TEST_F(Adapter, AnswersByteForByteAndLogsEachRequest) {
 
 TEST_F(Adapter, PassesControlBytesUnchanged) {
   Bytes body{0x10, 0x09, 0x18, 23};
-  for (std::uint8_t byte = 0; byte < 23; ++byte)
+  for (std::uint8_t byte = 0; byte < 23; ++byte) {
     body.push_back(byte);  // 03, 04, 0A, 0D, 11, 13 and all the others that a terminal would take
+  }
   EXPECT_EQ(near.Ask(ToHex(body)), "41 09");
   EXPECT_EQ(rack.Field<std::vector<std::string>>(9, "sent").at(0),
             ToHex(Bytes(body.begin() + 4, body.end())));
@@ -94,8 +95,9 @@ TEST_F(Adapter, LetsAHookAnswerInPiecesKeepSilentOrLeaveItToTheRack) {
 TEST_F(Adapter, LetsFaultsSpoilWhatGoesOutAndSaysSo) {
   std::vector<std::string> said;
   adapter.SetListener([&said](const std::string& line) {
-    if (line.starts_with("fault"))
+    if (line.starts_with("fault")) {
       said.push_back(line);
+    }
   });
   adapter.Faults().Add({.kind = FAULT_KIND::kTrailing, .bytes = {0xAA}});
   adapter.Faults().Add({.kind = FAULT_KIND::kLate, .time = 20ms});
@@ -195,10 +197,11 @@ TEST_F(Adapter, ForgetsWhatAnEarlierOpenerDidNotRead) {
 
 TEST_F(Adapter, LosesWhatNobodyReadsInsteadOfStanding) {
   const Bytes flood(1000, 0x30);
-  for (int i = 0; i < 200; ++i)
+  for (int i = 0; i < 200; ++i) {
     adapter.Send(flood);
+  }
   EXPECT_GT(adapter.Counters().bytesLost, 0U);
-  ::tcflush(near.Get(), TCIFLUSH);
+  tcflush(near.Get(), TCIFLUSH);
   ExpectAnswers(near);
 }
 
@@ -215,8 +218,9 @@ TEST_F(Adapter, SurvivesBytesThatAreNoFramesAndAnswersTheNextOneAfterAGap) {
   const auto deadline = std::chrono::steady_clock::now() + kLimit;
   for (int round = 0; round < 200; ++round) {
     Bytes noise(1 + random() % 255);
-    for (std::uint8_t& byte : noise)
+    for (std::uint8_t& byte : noise) {
       byte = static_cast<std::uint8_t>(random());
+    }
     // The line takes no more while the rack is busy with what it has.
     while (!near.Write(noise)) {
       ASSERT_LT(std::chrono::steady_clock::now(), deadline);
@@ -247,8 +251,9 @@ TEST_F(Adapter, IsPluggedAndUsedByManyThreadsAtOnce) {
       }
     });
   }
-  for (std::thread& thread : threads)
+  for (std::thread& thread : threads) {
     thread.join();
+  }
   if (!adapter.Plugged()) {
     ASSERT_TRUE(adapter.Plug(0));
   }

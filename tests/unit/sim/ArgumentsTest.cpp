@@ -48,8 +48,9 @@ TEST(Arguments, AreReadWholeOrNotAtAll) {
       {[](const std::string& word) { ReadCardType(word); }, {"", "0", "00", "bogus", "100"}},
   };
   for (const auto& reader : kReaders) {
-    for (const std::string& word : reader.wrong)
+    for (const std::string& word : reader.wrong) {
       EXPECT_THROW(reader.read(word), ARGUMENT_ERROR) << word;
+    }
   }
 }
 
@@ -68,8 +69,9 @@ TEST(LineBuffer, ReportsALineThatIsTooLongOnceAndGoesOnBehindIt) {
   LINE_BUFFER buffer;
   int tooLong = 0;
   for (int i = 0; i < 1000; ++i) {
-    for (const auto& line : buffer.Feed(std::string(1000, 'x')))
+    for (const auto& line : buffer.Feed(std::string(1000, 'x'))) {
       tooLong += line.tooLong ? 1 : 0;
+    }
   }
   EXPECT_EQ(tooLong, 1);
   const auto lines = buffer.Feed("x\nhelp\n");
@@ -89,19 +91,20 @@ TEST(LineBuffer, TakesALineOfExactlyTheLimit) {
 TEST(WakeQueue, IsReadableWhileSomethingWaits) {
   WAKE_QUEUE<int> queue;
   pollfd watched{queue.Descriptor(), POLLIN, 0};
-  EXPECT_EQ(::poll(&watched, 1, 0), 0);
+  EXPECT_EQ(poll(&watched, 1, 0), 0);
   queue.Push(1);
   queue.Push(2);
-  EXPECT_EQ(::poll(&watched, 1, 0), 1);
+  EXPECT_EQ(poll(&watched, 1, 0), 1);
   EXPECT_EQ(queue.Take(), (std::vector<int>{1, 2}));
-  EXPECT_EQ(::poll(&watched, 1, 0), 0);
+  EXPECT_EQ(poll(&watched, 1, 0), 0);
   EXPECT_TRUE(queue.Take().empty());
 }
 
 TEST(WakeQueue, CountsWhatItCannotHold) {
   WAKE_QUEUE<int> queue;
-  for (std::size_t i = 0; i < WAKE_QUEUE<int>::kCapacity + 5; ++i)
+  for (std::size_t i = 0; i < WAKE_QUEUE<int>::kCapacity + 5; ++i) {
     queue.Push(0);
+  }
   EXPECT_EQ(queue.Take().size(), WAKE_QUEUE<int>::kCapacity);
   EXPECT_EQ(queue.TakeLost(), 5U);
   EXPECT_EQ(queue.TakeLost(), 0U);

@@ -11,8 +11,9 @@ TEST(Bytes, AreWrittenAsUpperCaseDigitsAndReadAsPairsOfEitherCase) {
   EXPECT_EQ(ToHex(std::uint8_t{0x0A}), "0A");
   EXPECT_EQ(FromHex("10 05 02 fFfb"), (Bytes{0x10, 0x05, 0x02, 0xFF, 0xFB}));
   EXPECT_EQ(FromHex("  "), Bytes{});
-  for (const char* text : {"1", "10 0", "1 0", "0x10", "GG"})
+  for (const char* text : {"1", "10 0", "1 0", "0x10", "GG"}) {
     EXPECT_FALSE(FromHex(text)) << text;
+  }
 }
 
 TEST(Bytes, FramesABodyWithItsLength) {

@@ -18,8 +18,9 @@ struct IN_WORDS {
   std::string operator()(const std::vector<ITEM>& values) const {
     const std::string between = std::is_same_v<ITEM, std::string> ? ", " : " ";
     std::string text;
-    for (const ITEM& value : values)
+    for (const ITEM& value : values) {
       text += between + (*this)(value);
+    }
     return text.substr(std::min(between.size(), text.size()));
   }
   template <class NUMBER>
@@ -47,10 +48,12 @@ class Cards : public ::testing::Test {
     std::istringstream words(what);
     std::string verb;
     words >> verb;
-    if (verb.size() == 2)
+    if (verb.size() == 2) {
       return Ask(what);
-    if (verb == "events")
+    }
+    if (verb == "events") {
       return IN_WORDS()(std::exchange(events, {}));
+    }
     std::string first;
     words >> first;
     if (verb == "wait") {
@@ -60,10 +63,12 @@ class Cards : public ::testing::Test {
     std::string text = "no card";
     std::string name;
     std::array<int, 3> n{};
-    if (verb == "see" || verb == "preset")
+    if (verb == "see" || verb == "preset") {
       words >> name;
-    for (int& number : n)
+    }
+    for (int& number : n) {
       words >> number;
+    }
     rack.WithCard(std::stoi(first, nullptr, 16), [&](CARD& card) {
       text = verb == "see" ? See(card, name) : Act(card, verb, name, n);
     });
@@ -72,8 +77,9 @@ class Cards : public ::testing::Test {
   static std::string See(const CARD& card, std::string name) {
     std::replace(name.begin(), name.end(), '_', ' ');
     for (const FIELD& field : card.Show()) {
-      if (field.name == name)
+      if (field.name == name) {
         return std::visit(IN_WORDS(), field.value);
+      }
     }
     return "shows nothing of that name";
   }
@@ -155,8 +161,9 @@ TEST_F(Cards, EachParameterOfTheTableIsWrittenAndReadByItsCodesAndKeptAsItSays) 
       const std::string value = ToHex(static_cast<std::uint8_t>(row.maximum - channel - 1));
       const std::string write = "50 02 01 " + at(row.writeCode) + " ";
       const std::string read = "50 02 40 " + at(row.readCode);
-      if (row.writeCode == 0)
+      if (row.writeCode == 0) {
         continue;
+      }
       EXPECT_EQ(Ask(write + value), "51 02 " + at(row.writeCode) + " " + value);
       if (row.maximum < 0xFF) {
         EXPECT_EQ(Ask(write + ToHex(static_cast<std::uint8_t>(row.maximum + 1))), "4E 02");
@@ -177,10 +184,11 @@ TEST_F(Cards, EachActionOfTheTableIsAcknowledgedByItsTypeAndRefusedByOthers) {
       rack.Insert(2, card.code);
       const std::string code = ToHex(action.code);
       std::string expected = "4E 02";
-      if (action.type == 0 || action.type == card.code)
+      if (action.type == 0 || action.type == card.code) {
         expected = "51 02 " + code + " 00";
-      else if (card.code == type::kLcd && action.code == 0x02)
+      } else if (card.code == type::kLcd && action.code == 0x02) {
         expected = "23";  // there it is a parameter whose value is missing
+      }
       EXPECT_EQ(Ask("50 02 01 " + code), expected) << action.event << card.keyword;
     }
   }
@@ -319,8 +327,9 @@ TEST_F(Cards, KeysAndTurnsAreAnsweredOneByOne) {
   Converse(R"(
       press 8 18 | release 8 19 | release 8 18 | turn 8 2 | turn 8 -3
       events -> 8 key 12 pressed, 8 key 12 released, 8 encoder at 2, 8 encoder at 127)");
-  for (const char* value : {"12", "00", "81", "82", "81", "80", "FF", "FF", "FF"})
+  for (const char* value : {"12", "00", "81", "82", "81", "80", "FF", "FF", "FF"}) {
     EXPECT_EQ(Ask("20 08 01"), std::string("21 08 ") + value);
+  }
 }
 
 TEST_F(Cards, KeysHoldABoundedNumberOfEventsAndSaySo) {
@@ -368,8 +377,9 @@ TEST_F(Cards, ADisplayShowsItsSelfTestAfterARebootUntilTheFirstText) {
 }
 
 TEST_F(Cards, AnIrCardKeepsTheLastOfTheStreamsSentAndRefusesOthers) {
-  for (int i = 0; i < 150; ++i)
+  for (int i = 0; i < 150; ++i) {
     Ask("10 09 02 01 " + ToHex(static_cast<std::uint8_t>(i)));
+  }
   const auto sent = rack.Field<std::vector<std::string>>(9, "sent");
   EXPECT_EQ(sent.size(), 100U);
   EXPECT_EQ(sent.back(), "95");

@@ -26,11 +26,13 @@ class RackCommands : public ::testing::Test {
 
   /// What comes of what is typed, or behind "> " asked on the bus; its lines with " / " between.
   std::string Response(const std::string& typed) {
-    if (typed.starts_with("> "))
+    if (typed.starts_with("> ")) {
       return Ask(simulation.Rack(), typed.substr(2));
+    }
     std::string text;
-    for (const char c : ResponseText(Execute(simulation, typed)))
+    for (const char c : ResponseText(Execute(simulation, typed))) {
       text += c == '\n' ? " / " : std::string(1, c);
+    }
     return text.substr(0, text.size() - 3);
   }
   void Converse(const std::string& steps) {
@@ -61,8 +63,9 @@ TEST_F(RackCommands, AreListedByHelpAndRefuseTooFewAndTooManyArgumentsByTheTable
     if (row.fewest > 0) {
       EXPECT_TRUE(Check(line).text.starts_with(usage));
     }
-    for (std::size_t i = 0; i <= row.most; ++i)
+    for (std::size_t i = 0; i <= row.most; ++i) {
       line += " 0";
+    }
     EXPECT_TRUE(Check(line).text.starts_with(usage)) << row.word;
     EXPECT_EQ(Execute(simulation, line).text, Check(line).text);
   }
@@ -79,8 +82,10 @@ TEST_F(RackCommands, AreCompletedByWhatTheirHelpNames) {
     EXPECT_EQ(Complete(before).size(), Commands().size()) << before;
     EXPECT_TRUE(completes(before, "press")) << before;
   }
-  for (const char* word : {"no-answer", "short", "no-card", "poll", "on", "code", "once", "always"})
+  for (const char* word :
+       {"no-answer", "short", "no-card", "poll", "on", "code", "once", "always"}) {
     EXPECT_TRUE(completes("fault ", word)) << word;
+  }
   EXPECT_FALSE(completes("fault ", "KIND"));
   EXPECT_TRUE(completes("plug 3 ", "servo"));
   EXPECT_TRUE(completes("param ", "endA"));
@@ -123,8 +128,9 @@ TEST_F(RackCommands, OperateTheCards) {
 TEST_F(RackCommands, LetPotsTrembleAndRamp) {
   Said("noise F.3 10");
   std::set<std::string> seen;
-  for (int i = 0; i < 200; ++i)
+  for (int i = 0; i < 200; ++i) {
     seen.insert(Response("> 20 0F 06"));
+  }
   EXPECT_GT(seen.size(), 5U);
   Said("ramp F.0 FF 3600");
   EXPECT_TRUE(simulation.Rack().Advance());
@@ -141,13 +147,15 @@ TEST_F(RackCommands, ListAndShowAsTextOrJson) {
   EXPECT_EQ(all[0]["stored_position"].size(), 6U);
   const std::string text = Said("show");
   for (const char* part : {"card 0 servo ", "\ncard 3 digital-in ", "\n    |SELF TEST OK        |",
-                           "\n  light: on\n", "\n  positions: 128.0 128.0 "})
+                           "\n  light: on\n", "\n  positions: 128.0 128.0 "}) {
     EXPECT_NE(text.find(part), std::string::npos) << part;
+  }
   Said("name 3 \xFF\xFE");
   EXPECT_TRUE(nlohmann::json::accept(Said("show 3 --json")));
   Converse("show 3 5 -> error: show takes one card address, or none for all");
-  for (int address = 0; address < kSlots; ++address)
+  for (int address = 0; address < kSlots; ++address) {
     simulation.Rack().Remove(address);
+  }
   Converse("list -> the rack is empty / OK | show -> the rack is empty / OK");
 }
 
@@ -183,10 +191,12 @@ TEST_F(RackCommands, OrderListAndClearFaults) {
 TEST_F(RackCommands, OrderEachKindOfFault) {
   Lines orders{"no-answer",  "late 5",     "cut 2",    "split 5",   "trailing AA", "leading AA BB",
                "garbage AA", "address FF", "error 77", "length 55", "duplicate"};
-  for (const LENGTH_WORD& row : kLengthWords)
+  for (const LENGTH_WORD& row : kLengthWords) {
     orders.push_back(std::string("length ") + row.keyword);
-  for (const ERROR_CODE& row : kErrorCodes)
+  }
+  for (const ERROR_CODE& row : kErrorCodes) {
     orders.push_back(std::string("error ") + row.keyword);
+  }
   std::set<FAULT_KIND> kinds;
   for (const std::string& order : orders) {
     std::string typed = order == "leading AA BB" ? "leading \"AA BB\"" : order;
@@ -200,9 +210,10 @@ TEST_F(RackCommands, OrderEachKindOfFault) {
       EXPECT_EQ(Response(order), "error: " + order + " needs " + row.usage);
     }
   }
-  for (const REQUEST_CODE& row : kRequestCodes)
+  for (const REQUEST_CODE& row : kRequestCodes) {
     EXPECT_TRUE(Said(std::string("fault no-answer code ") + row.keyword)
                     .ends_with("code " + ToHex(row.code) + " once"));
+  }
 }
 
 TEST_F(RackCommands, UnplugReplugAndAddAdapters) {
@@ -246,10 +257,11 @@ TEST_F(RackCommands, AnyBytesAsACommandDoNoHarm) {
   for (int i = 0; i < 20000; ++i) {
     std::string line;
     for (auto n = random() % 6; n > 0; --n) {
-      if (random() % 3 == 0)
+      if (random() % 3 == 0) {
         line += static_cast<char>(random());
-      else
+      } else {
         line += words[random() % words.size()];
+      }
       line += random() % 4 == 0 ? "" : " ";
     }
     static_cast<void>(Execute(simulation, line));
@@ -259,11 +271,13 @@ TEST_F(RackCommands, AnyBytesAsACommandDoNoHarm) {
 
 /// The documents show all types of cards.
 TEST_F(RackCommands, ThePictureHasAHeadAndKnowsItsEdges) {
-  for (int address = 0; address < kSlots; ++address)
+  for (int address = 0; address < kSlots; ++address) {
     simulation.Rack().Remove(address);
+  }
   for (const char* command : {"plug 1 motor", "plug 8 keys", "plug 9 ir", "plug A FF", "press 8.12",
-                              "plug C analogue", "set C.0 FF"})
+                              "plug C analogue", "set C.0 FF"}) {
     Said(command);
+  }
   Response("> 10 01 04 7F 00 81 00");
   Response("> 10 09 18 17 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16 17 18 19 20 21 22 23");
   EXPECT_EQ(

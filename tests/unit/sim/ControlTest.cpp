@@ -34,7 +34,7 @@ class Control : public ::testing::Test {
     while (!stop) {
       watched.clear();
       server.Watch(watched);
-      ::poll(watched.data(), watched.size(), 5);
+      poll(watched.data(), watched.size(), 5);
       server.Handle(watched.data(), watched.size(), [this](const std::string& line) {
         return line == "long" ? std::string(longAnswer, 'x') : "[" + line + "]\nOK\n";
       });
@@ -46,21 +46,21 @@ class Control : public ::testing::Test {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    DESCRIPTOR socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    DESCRIPTOR client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const timeval patience{30, 0};
-    ::setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    EXPECT_EQ(::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+    setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
               0);
-    return socket;
+    return client;
   }
   static bool Send(const DESCRIPTOR& socket, const std::string& text) {
-    return ::send(socket.Get(), text.data(), text.size(), MSG_NOSIGNAL) ==
+    return send(socket.Get(), text.data(), text.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(text.size());
   }
   /// So many bytes, or fewer when the other side closes before.
   static std::string Receive(const DESCRIPTOR& socket, std::size_t count) {
     std::string text(count, '\0');
-    const ssize_t got = ::recv(socket.Get(), text.data(), count, MSG_WAITALL);
+    const ssize_t got = recv(socket.Get(), text.data(), count, MSG_WAITALL);
     text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
     return text;
   }
@@ -82,15 +82,16 @@ TEST_F(Control, AnswersEachLineAlsoALastOneWithoutAnEnd) {
   ASSERT_TRUE(Send(client, "one\ntwo\nthr"));
   EXPECT_EQ(Receive(client, 18), "[one]\nOK\n[two]\nOK\n");
   ASSERT_TRUE(Send(client, "ee\nfour"));
-  ::shutdown(client.Get(), SHUT_WR);
+  shutdown(client.Get(), SHUT_WR);
   EXPECT_EQ(Receive(client, 100), "[three]\nOK\n[four]\nOK\n");
   EXPECT_TRUE(WaitForClients(0));
 }
 
 TEST_F(Control, ServesManyClientsAtOnceUpToALimit) {
   std::vector<DESCRIPTOR> many;
-  for (std::size_t i = 0; i < CONTROL_SERVER::kMaximumClients + 3; ++i)
+  for (std::size_t i = 0; i < CONTROL_SERVER::kMaximumClients + 3; ++i) {
     many.push_back(Connect());
+  }
   EXPECT_TRUE(WaitForClients(CONTROL_SERVER::kMaximumClients));
   ASSERT_TRUE(Send(many.front(), "x\n"));
   EXPECT_EQ(Receive(many.front(), 7), "[x]\nOK\n");
@@ -126,8 +127,9 @@ TEST_F(Control, DropsAClientThatNeverReads) {
 
 TEST_F(Control, KeepsServingOthersWhileOneDoesNotRead) {
   const DESCRIPTOR deaf = Connect();
-  for (int i = 0; i < 5; ++i)
+  for (int i = 0; i < 5; ++i) {
     ASSERT_TRUE(Send(deaf, "long\n"));
+  }
   const DESCRIPTOR other = Connect();
   ASSERT_TRUE(Send(other, "x\n"));
   EXPECT_EQ(Receive(other, 7), "[x]\nOK\n");
@@ -135,7 +137,7 @@ TEST_F(Control, KeepsServingOthersWhileOneDoesNotRead) {
 
 TEST_F(Control, IsForThisUserOnlyAndRemovedInTheEnd) {
   struct stat status {};
-  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0700U);
   const std::string other = folder.File("other");
   {

@@ -23,13 +23,15 @@ class FaultEngine : public ::testing::Test {
   std::string Answer(const std::string& request = kPoll3,
                      const std::string& answer = "04 21 03 40 00") {
     REPLY reply;
-    if (!answer.empty())
+    if (!answer.empty()) {
       reply.push_back({0us, FromHex(answer).value()});
+    }
     hits = faults.Apply({1, now, FromHex(request).value()}, reply);
     std::string text;
     for (const CHUNK& chunk : reply) {
-      if (chunk.delay.count() > 0)
+      if (chunk.delay.count() > 0) {
         text += "+" + std::to_string(chunk.delay.count()) + "us ";
+      }
       text += ToHex(chunk.bytes) + " ";
     }
     return text.substr(0, text.size() - std::min<std::size_t>(text.size(), 1));
@@ -95,8 +97,9 @@ TEST_F(FaultEngine, EachErrorHasItsNameAndTheRequestsAddressWhereItHasOne) {
 
 TEST_F(FaultEngine, AFaultWaitsForAnAnswerThatItCanSpoil) {
   faults.Add({.kind = kAddress, .value = 0xFF});
-  for (const char* answer : {"", "11 31 05", "05 40 32 2E 30 34", "01 23"})
+  for (const char* answer : {"", "11 31 05", "05 40 32 2E 30 34", "01 23"}) {
     EXPECT_EQ(Answer(kPoll3, answer), answer);
+  }
   EXPECT_EQ(Answer(kPoll3, "02 43 03"), "02 43 FF");
   faults.Add({.kind = kCut, .count = 1});
   EXPECT_EQ(Answer(kPoll3, ""), "");
@@ -153,8 +156,9 @@ TEST_F(FaultEngine, LastsForACountATimeOrUntilCleared) {
   EXPECT_EQ(Answer(kPoll3, "01 55"), "01 55 01 55 AA");
   now += 500ms;
   EXPECT_EQ(faults.List().size(), 1U);
-  for (int i = 0; i < 10; ++i)
+  for (int i = 0; i < 10; ++i) {
     EXPECT_EQ(Answer(kPoll3, "01 55"), "01 55 AA");
+  }
   EXPECT_FALSE(faults.Clear(1));
   EXPECT_TRUE(faults.Clear(3));
   EXPECT_FALSE(faults.Clear(3));

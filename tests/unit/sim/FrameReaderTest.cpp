@@ -14,8 +14,9 @@ std::string Frames(const std::string& pieces) {
   while (at <= pieces.size()) {
     const std::size_t end = std::min(pieces.find('|', at), pieces.size());
     const Bytes piece = FromHex(pieces.substr(at, end - at)).value();
-    for (const Bytes& frame : reader.Feed(piece.data(), piece.size()))
+    for (const Bytes& frame : reader.Feed(piece.data(), piece.size())) {
       text += ToHex(frame) + "|";
+    }
     at = end + 1;
   }
   return reader.Waiting() > 0 ? text + "+" + ToHex(reader.Drop()) : text;

@@ -30,37 +30,39 @@ class VORNSIM {
     std::array<int, 2> out{-1, -1};
     std::array<int, 2> error{-1, -1};
     if (terminal) {
-      EXPECT_EQ(::openpty(out.data(), in.data(), nullptr, nullptr, &*terminal), 0);
-      ::fcntl(out[0], F_SETFD, FD_CLOEXEC);
-      in[1] = ::fcntl(out[0], F_DUPFD_CLOEXEC, 0);
-      out[1] = ::dup(in[0]);
+      EXPECT_EQ(openpty(out.data(), in.data(), nullptr, nullptr, &*terminal), 0);
+      fcntl(out[0], F_SETFD, FD_CLOEXEC);
+      in[1] = fcntl(out[0], F_DUPFD_CLOEXEC, 0);
+      out[1] = dup(in[0]);
     } else {
-      EXPECT_EQ(::pipe2(in.data(), O_CLOEXEC), 0);
-      EXPECT_EQ(::pipe2(out.data(), O_CLOEXEC), 0);
+      EXPECT_EQ(pipe2(in.data(), O_CLOEXEC), 0);
+      EXPECT_EQ(pipe2(out.data(), O_CLOEXEC), 0);
     }
-    EXPECT_EQ(::pipe2(error.data(), O_CLOEXEC), 0);
+    EXPECT_EQ(pipe2(error.data(), O_CLOEXEC), 0);
     posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    ::posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    ::posix_spawn_file_actions_adddup2(&actions, error[1], STDERR_FILENO);
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, error[1], STDERR_FILENO);
     std::vector<std::string> words = SplitWords("vornsim " + commandLine);
     std::vector<char*> arguments;
-    for (std::string& word : words)
+    for (std::string& word : words) {
       arguments.push_back(word.data());
+    }
     arguments.push_back(nullptr);
-    EXPECT_EQ(::posix_spawn(&m_pid, VORNSIM_PROGRAM, &actions, nullptr, arguments.data(), environ),
+    EXPECT_EQ(posix_spawn(&m_pid, VORNSIM_PROGRAM, &actions, nullptr, arguments.data(), environ),
               0);
-    ::posix_spawn_file_actions_destroy(&actions);
-    for (const int given : {in[0], out[1], error[1]})
-      ::close(given);
+    posix_spawn_file_actions_destroy(&actions);
+    for (const int given : {in[0], out[1], error[1]}) {
+      close(given);
+    }
     m_in = DESCRIPTOR(in[1]);
     m_out = DESCRIPTOR(out[0]);
     m_error = DESCRIPTOR(error[0]);
   }
   ~VORNSIM() {
     if (m_pid > 0) {
-      ::kill(m_pid, SIGKILL);
+      kill(m_pid, SIGKILL);
       Status();
     }
   }
@@ -68,15 +70,15 @@ class VORNSIM {
   VORNSIM& operator=(const VORNSIM&) = delete;
 
   bool Type(const std::string& text) {
-    return ::write(m_in.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    return write(m_in.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
   }
   void Resize(const winsize& size) const {
-    EXPECT_EQ(::ioctl(m_in.Get(), TIOCSWINSZ, &size), 0);
+    EXPECT_EQ(ioctl(m_in.Get(), TIOCSWINSZ, &size), 0);
     Signal(SIGWINCH);
   }
   void EndInput() { m_in.Close(); }
   void CloseOutput() { m_out.Close(); }
-  void Signal(int number) const { ::kill(m_pid, number); }
+  void Signal(int number) const { kill(m_pid, number); }
 
   /// Reads until the output so far contains the text; takes it and what was before it away.
   std::string ReadUntil(const std::string& wanted) {
@@ -111,8 +113,9 @@ class VORNSIM {
   /// Waits for the end; the exit status, or -1.
   int Status() {
     int status = 0;
-    if (::waitpid(m_pid, &status, 0) != m_pid)
+    if (waitpid(m_pid, &status, 0) != m_pid) {
       return -1;
+    }
     m_pid = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
@@ -122,12 +125,14 @@ class VORNSIM {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
     pollfd watched{from.Get(), POLLIN, 0};
-    if (::poll(&watched, 1, std::max(0, static_cast<int>(left.count()))) <= 0)
+    if (poll(&watched, 1, std::max(0, static_cast<int>(left.count()))) <= 0) {
       return false;
+    }
     std::array<char, 4096> buffer{};
-    const ssize_t count = ::read(from.Get(), buffer.data(), buffer.size());
-    if (count <= 0)
+    const ssize_t count = read(from.Get(), buffer.data(), buffer.size());
+    if (count <= 0) {
       return false;
+    }
     m_text.append(buffer.data(), static_cast<std::size_t>(count));
     return true;
   }
@@ -142,8 +147,8 @@ class VORNSIM {
 class Vornsim : public ::testing::Test {
  protected:
   Vornsim() {
-    ::setenv("TERM", "xterm", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread
-    ::setenv("LC_ALL", "C", 1);    // NOLINT(concurrency-mt-unsafe)
+    setenv("TERM", "xterm", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread
+    setenv("LC_ALL", "C", 1);    // NOLINT(concurrency-mt-unsafe)
   }
 
   std::string With(const std::string& more = {}) {
@@ -263,8 +268,9 @@ TEST_F(Vornsim, SaysWhatIsWrongAndEnds) {
   isWrong("--baud fast", "--baud: Value fast not in range 50 to 12000000");
   isWrong("--latency-timer -1", "--latency-timer: Value -1 not in range 0 to 255");
   isWrong("--rack", "--rack: 1 required FILE missing");
-  for (const char* unfinished : {"ctl", "ctl list", "ctl --control /nobody"})
+  for (const char* unfinished : {"ctl", "ctl list", "ctl --control /nobody"}) {
     isWrong(unfinished, "ctl needs --control PATH (or VORNSIM_CONTROL) and a command");
+  }
   isWrong("ctl --control", "--control: 1 required PATH missing");
   isWrong("ctl --control /nobody --bogus", "ctl has no option --bogus");
   Ends("ctl --control " + none + " list", 2, "", "vornsim: no rack answers at " + noneText + "\n");
@@ -296,8 +302,9 @@ TEST_F(Vornsim, RecordsATraceThatItReplays) {
   for (const char* part :
        {"> 03 40 6F 9A ", "; handshake\n", "< 05 40 32 2E 30 34", "; controller version '2.04'\n",
         "> 03 20 03 02 ", "; poll card 3, 2 bytes\n", "< 04 21 03 40 00 ",
-        "; card 3 input 40 00\n"})
+        "; card 3 input 40 00\n"}) {
     EXPECT_NE(trace.find(part), std::string::npos) << part;
+  }
 
   VORNSIM replay(With("--replay " + file));
   replay.ReadUntil(Ready());

@@ -64,11 +64,11 @@ TEST(Pty, IsRawFromBirthAndCloseOnExec) {
   const vorn::unit::FOLDER folder;
   PTY pty;
   ASSERT_TRUE(pty.Plug(folder.File("ttyUSB0")));
-  EXPECT_NE(::fcntl(pty.Master(), F_GETFD) & FD_CLOEXEC, 0);
-  EXPECT_NE(::fcntl(pty.Master(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(fcntl(pty.Master(), F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_NE(fcntl(pty.Master(), F_GETFL) & O_NONBLOCK, 0);
   const NEAR_END near(pty.LinkPath());
   termios settings{};
-  ASSERT_EQ(::tcgetattr(near.Get(), &settings), 0);
+  ASSERT_EQ(tcgetattr(near.Get(), &settings), 0);
   EXPECT_EQ(settings.c_lflag & (ECHO | ICANON | ISIG), 0U);
   EXPECT_EQ(settings.c_oflag & OPOST, 0U);
 }

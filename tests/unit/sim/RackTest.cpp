@@ -13,8 +13,9 @@ TEST(Rack, IsEmptyAtFirstAndShowsAnyTypeCode) {
   rack.Insert(0x2, 255);
   rack.Insert(0xC, 42);
   EXPECT_EQ(Ask(rack, "30"), "31 00 00 FF 00 00 00 00 00 00 00 00 00 2A 00 00 00");
-  for (const char* request : {"20 0C 02", "10 0C 00", "50 0C 40 01", "50 0C 01 01 00"})
+  for (const char* request : {"20 0C 02", "10 0C 00", "50 0C 40 01", "50 0C 01 01 00"}) {
     EXPECT_EQ(Ask(rack, request), "4E 0C") << request;
+  }
   EXPECT_EQ(Ask(rack, "50 0C 01 AB"), "51 0C AB 00");
 }
 
@@ -45,8 +46,9 @@ TEST(Rack, AnswersAnErrorToWhatIsNoRequestOrHasNoCard) {
   support::RACK rack;
   rack.PopulateDefault();
   for (const char* request :
-       {"77 00", "40", "40 6F 9B", "10", "10 05", "10 05 02 FF", "20 03", "50 05", "50 05 01"})
+       {"77 00", "40", "40 6F 9B", "10", "10 05", "10 05 02 FF", "20 03", "50 05", "50 05 01"}) {
     EXPECT_EQ(Ask(rack, request), "23") << request;
+  }
   EXPECT_EQ(Ask(rack, ""), "silence");
   EXPECT_EQ(Ask(rack, "50 02 01 AB"), "43 02");
   EXPECT_EQ(Ask(rack, "20 10 02"), "43 10");

@@ -35,8 +35,9 @@ TEST(Schedule, SendsPiecesAtTheirDistances) {
 TEST(Schedule, TakesTenBitsAByteInBothDirections) {
   SCHEDULE schedule(1000, 0ms);  // a byte in 10 ms
   // Two requests in one write: the second travels while the first is answered.
-  for (int i = 0; i < 2; ++i)
+  for (int i = 0; i < 2; ++i) {
     schedule.Add({{0ms, {1, 2, 3}}}, schedule.Carry(2, kStart));
+  }
   EXPECT_EQ(TakeAll(schedule), "50: 01 02 03, 80: 01 02 03");
   schedule.Add({{0ms, {4}}}, schedule.Carry(1, kStart + 1s));
   EXPECT_EQ(TakeAll(schedule), "1020: 04");

@@ -53,14 +53,14 @@ void Converse(const std::string& steps, const std::string& good, DO act) {
 class NEAR_END {
  public:
   explicit NEAR_END(const std::string& path)
-      : m_port(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
+      : m_port(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
 
   bool Open() const { return static_cast<bool>(m_port); }
   void Close() { m_port.Close(); }
   int Get() const { return m_port.Get(); }
 
   bool Write(const Bytes& bytes) {
-    return ::write(m_port.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    return write(m_port.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
   }
 
   /// Exactly so many bytes, or fewer when they do not come.
@@ -69,9 +69,10 @@ class NEAR_END {
     Bytes bytes;
     while (bytes.size() < count && Readable(deadline)) {
       Bytes part(count - bytes.size());
-      const ssize_t got = ::read(m_port.Get(), part.data(), part.size());
-      if (got <= 0)
+      const ssize_t got = read(m_port.Get(), part.data(), part.size());
+      if (got <= 0) {
         break;
+      }
       bytes.insert(bytes.end(), part.begin(), part.begin() + got);
     }
     return bytes;
@@ -79,8 +80,9 @@ class NEAR_END {
 
   /// A request body out, a reply body in, as "20 03 02"; the length byte is taken from the line.
   std::string Ask(const std::string& body) {
-    if (!Write(Frame(FromHex(body).value())))
+    if (!Write(Frame(FromHex(body).value()))) {
       return "not written";
+    }
     const Bytes length = Read(1);
     return length.empty() ? "silence" : ToHex(Read(length[0]));
   }
@@ -90,13 +92,13 @@ class NEAR_END {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());
     pollfd watched{m_port.Get(), POLLIN, 0};
-    return ::poll(&watched, 1, std::max(0, static_cast<int>(left.count()))) > 0;
+    return poll(&watched, 1, std::max(0, static_cast<int>(left.count()))) > 0;
   }
 
   /// The other side closes the line.
   bool WaitForHangUp(std::chrono::milliseconds limit = kLimit) {
     pollfd watched{m_port.Get(), 0, 0};
-    return ::poll(&watched, 1, static_cast<int>(limit.count())) > 0 &&
+    return poll(&watched, 1, static_cast<int>(limit.count())) > 0 &&
            (watched.revents & POLLHUP) != 0;
   }
 

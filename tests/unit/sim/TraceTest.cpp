@@ -94,8 +94,9 @@ class Replay : public ::testing::Test {
   std::string Ask(const std::string& frame) {
     const REPLY reply = replay.Hook()({1, {}, FromHex(frame).value()}, {}).value();
     std::string text;
-    for (const CHUNK& chunk : reply)
+    for (const CHUNK& chunk : reply) {
       text += " +" + std::to_string(chunk.delay.count()) + "us " + ToHex(chunk.bytes);
+    }
     return text.empty() ? "silence" : text.substr(1);
   }
 
