@@ -2,144 +2,71 @@
 
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
+#include "vorn/tcp/ClientSocket.h"
+#include "vorn/tcp/InterfaceRoles.h"
 
-#include <arpa/inet.h>
-#include <linux/sockios.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 namespace vorn {
 
 namespace {
 
-/// What sets one interface apart from another, by its configured name.
-struct INTERFACE_ROLE {
-  const char* name;
-  const char* greeting;
-  bool inputDiscarded;  ///< nobody reads its input queue
-  MARK heldBack;        ///< where its client is not read while so much waits in that queue
-  MARK cut;             ///< the same where the client has left
-};
-
-constexpr char kCaeGreeting[] = "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n";
-constexpr char kIoGreeting[] = "VORN IO interface is ready\r\n";
-constexpr char kMonGreeting[] = "VORN MON interface is ready\r\n";
-
-// clang-format off
-constexpr INTERFACE_ROLE kRoles[] = {
-    // name  greeting      discarded  held back                  cut
-    {"CAE",  kCaeGreeting, false,     MARK::kOperatorIsHeldBack, MARK::kLeftOperatorIsCut},
-    {"IO",   kIoGreeting,  false,     MARK::kMachineIsHeldBack,  MARK::kLeftMachineIsCut},
-    {"MON",  kMonGreeting, true,      MARK::kOperatorIsHeldBack, MARK::kLeftOperatorIsCut},
-};
-
-constexpr INTERFACE_ROLE kOtherRole =
-    {"",     nullptr,      false,     MARK::kOperatorIsHeldBack, MARK::kLeftOperatorIsCut};
-// clang-format on
-
-const INTERFACE_ROLE& RoleOf(const std::string& name) {
-  const auto* const found =
-      std::find_if(std::begin(kRoles), std::end(kRoles),
-                   [&](const INTERFACE_ROLE& role) { return name == role.name; });
-  return found == std::end(kRoles) ? kOtherRole : *found;
-}
-
 /// A worker configured under this name is parked for good after its first pass.
 constexpr const char* kParkedName = "DMI";
 constexpr std::int32_t kParkedPauseUs = 500;
-
 constexpr int kBacklog = 1;
 /// A port that is taken is asked for again for a quarter of a second. Who has it may be on the way
-/// out: a daemon that was told to stop a moment ago, or a child that it was just starting when it
-/// ended, which has copies of all descriptors until its program replaces it.
+/// out: a daemon that was told to stop, or a child that it was just starting when it ended.
 constexpr int kBindTries = 51;
 constexpr std::int32_t kPauseBetweenBindsUs = 5000;
 constexpr int kPauseBeforeAcceptS = 3;
 constexpr int kPauseWhileClosedS = 2;
 constexpr std::int32_t kPauseAfterConstructionUs = 5000;
-
-constexpr std::size_t kReceiveLimit = 255;
-constexpr std::size_t kSendBufferSize = 256;
 constexpr std::size_t kBinaryMessageLimit = 255;
-
-/// For so long after a full read the client is taken for one that streams: a read that ends in
-/// mid-line was cut by the network, and the rest of the line is on its way. Counted in passes, of
-/// at least the least.
-constexpr std::int32_t kStreamUs = 200'000;
-constexpr std::int32_t kLeastPassUs = 100;
 
 /// What a client that is held back can have sent ahead into this machine's kernel, which doubles
 /// the number: enough for a terminal and a controller program, little to read at once when the
 /// client leaves. What is more waits in the client's own kernel.
 constexpr int kReceiveBufferBytes = 16384;
 
-// A peer that lost its power is given up within a minute, as it holds the only client slot: by
-// these where nothing is under way to it, else by the watch over its acknowledgements.
-constexpr int kKeepAliveIdleS = 15;
-constexpr int kKeepAliveIntervalS = 5;
-constexpr int kKeepAliveProbes = 3;
-constexpr timeval kSendTimeout = {10, 0};
-
-template <class T>
-void SetOption(int socket, int level, int option, const T& value) {
-  // Refused only where the connection is gone already, which the next read or write reports.
-  setsockopt(socket, level, option, &value, sizeof value);
-}
-
-void PrepareClientSocket(int socket) {
-  // Answers are several small messages; without this the prompt would wait for the client's delayed
-  // acknowledgement, some 45 ms.
-  SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
-  SetOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
-  SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleS);
-  SetOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalS);
-  SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-  SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, kSendTimeout);
-}
-
-/// The client has closed or lost the connection, whatever it has sent before.
-bool HasLeft(int client) {
-  pollfd state = {client, POLLRDHUP, 0};
-  return poll(&state, 1, 0) > 0;
-}
-
-/// The same, and nothing can be written to it any more: not the client that only stopped sending.
-bool IsCutOff(int client) {
-  pollfd state = {client, 0, 0};
-  return poll(&state, 1, 0) > 0 && (state.revents & (POLLERR | POLLHUP)) != 0;
-}
-
-/// What was written and is not acknowledged yet, in bytes.
-std::uint64_t BytesUnderWay(int client) {
-  int bytes = 0;
-  return ioctl(client, SIOCOUTQ, &bytes) == 0 ? static_cast<std::uint64_t>(bytes) : 0;
+/// A message as it goes out; longer than its length byte can say as several.
+std::string Framed(const QList& message, TRANSFER_MODE mode) {
+  if (mode == kTextMode) {
+    return std::string(message.begin(), message.end()) + '\r';
+  }
+  std::string bytes;
+  auto next = message.begin();
+  auto left = message.size();
+  do {
+    const std::size_t length = std::min(left, kBinaryMessageLimit);
+    const auto end = std::next(next, static_cast<std::ptrdiff_t>(length));
+    bytes += static_cast<char>(length);
+    bytes.append(next, end);
+    next = end;
+    left -= length;
+  } while (left > 0);
+  return bytes;
 }
 
 bool SelectCanHold(int descriptor) {
   return descriptor >= 0 && descriptor < FD_SETSIZE;
 }
 
-/// "1.2.3.4:13330". The port is the 16-bit value as it stands in the structure, unconverted.
-std::string PeerText(const sockaddr_in& peer) {
-  std::array<char, INET_ADDRSTRLEN> address{};
-  inet_ntop(AF_INET, &peer.sin_addr, address.data(), address.size());
-  return std::string(address.data()) + ":" + ITOA(peer.sin_port);
-}
-
 }  // namespace
 
 SOCKET_INTERFACE::SOCKET_INTERFACE(const INTERFACE_DESCRIPTOR& descriptor, const LOGGER& logger,
                                    VOQUEUE& inputQueue, PAUSES& pauses)
-    : m_descriptor(descriptor), m_logger(logger), m_inputQueue(inputQueue), m_pauses(pauses) {
+    : m_descriptor(descriptor),
+      m_logger(logger),
+      m_cutter(descriptor.inpSeparator),
+      m_inputQueue(inputQueue),
+      m_pauses(pauses) {
   SetThreadType(kIntervalDriven, 1);
   m_pauses.DelayUs(kPauseAfterConstructionUs);
 }
@@ -172,7 +99,8 @@ bool SOCKET_INTERFACE::Init() {
     LogError("couldn't set socket options for" + name + " interface");
   }
   // Accepted sockets inherit it.
-  SetOption(listener.Get(), SOL_SOCKET, SO_RCVBUF, kReceiveBufferBytes);
+  setsockopt(listener.Get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes,
+             sizeof kReceiveBufferBytes);
   if (!BindToPort(listener.Get())) {
     LogError("couldn't bind socket for" + name + " interface");
   }
@@ -309,9 +237,7 @@ void SOCKET_INTERFACE::WatchDelivery() {
   if (!m_delivery.IsDue(now) || !m_delivery.IsGivenUp(BytesUnderWay(m_client.Get()), now)) {
     return;
   }
-  // What is under way goes with the connection, not into the kernel's own minutes of retries.
-  SetOption(m_client.Get(), SOL_SOCKET, SO_LINGER, linger{1, 0});
-  shutdown(m_client.Get(), SHUT_RDWR);
+  CutOff(m_client.Get());
 }
 
 void SOCKET_INTERFACE::Reopen() {
@@ -358,7 +284,7 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
     return INPUT::kGoesOn;
   }
   if (ready == 0 || !FD_ISSET(client, &readable)) {
-    AwaitRestOfLine();
+    QueueInput(m_cutter.TakeLate());
     return INPUT::kGoesOn;
   }
   const INTERFACE_ROLE& role = RoleOf(m_descriptor.name);
@@ -374,7 +300,8 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
 /// For a client that has left: what it has sent last is not taken any more.
 SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::LeaveUnread() {
   std::uint8_t byte = 0;
-  if (!m_rest.empty() || recv(m_client.Get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) > 0) {
+  if (m_cutter.HoldsRest() ||
+      recv(m_client.Get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) > 0) {
     LogError("too many messages wait from " + m_descriptor.name +
              " interface, the rest of its client's is lost");
   }
@@ -383,53 +310,19 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::LeaveUnread() {
 
 /// One read, of at most what fits a message with what was kept of the one before.
 SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
-  std::array<char, kReceiveLimit> buffer{};
+  std::string bytes(m_cutter.Room(), '\0');
   // The readiness is advice: without MSG_DONTWAIT a read that finds nothing would hold the worker.
-  const ssize_t count =
-      recv(m_client.Get(), buffer.data(), buffer.size() - m_rest.size(), MSG_DONTWAIT);
+  const ssize_t count = recv(m_client.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
   if (count < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
     return INPUT::kGoesOn;
   }
   if (count <= 0) {
-    QueueInput(std::exchange(m_rest, {}));
+    QueueInput(m_cutter.TakeRest());
     return INPUT::kEnd;
   }
-  m_rest.append(buffer.data(), static_cast<std::size_t>(count));
-  const std::size_t length = EndOfMessage();
-  QueueInput(m_rest.substr(0, length));
-  m_rest.erase(0, length);
+  bytes.resize(static_cast<std::size_t>(count));
+  QueueInput(m_cutter.Take(bytes, m_transferMode == kTextMode, ThreadDelayUs()));
   return INPUT::kGoesOn;
-}
-
-/// How much of what was read is the next message: all of it, but in text mode of 255 bytes what
-/// ends behind the last separator, found from the front as lines are cut; and nothing where a
-/// client that streams is in mid-line.
-std::size_t SOCKET_INTERFACE::EndOfMessage() {
-  const std::string& separator = m_descriptor.inpSeparator;
-  if (m_transferMode != kTextMode || separator.empty()) {
-    return m_rest.size();
-  }
-  std::size_t end = 0;
-  for (std::size_t at = m_rest.find(separator); at != std::string::npos;
-       at = m_rest.find(separator, end)) {
-    end = at + separator.size();
-  }
-  if (m_rest.size() == kReceiveLimit) {
-    m_streamPasses = kStreamUs / std::max(kLeastPassUs, ThreadDelayUs());
-    return end > 0 ? end : m_rest.size();
-  }
-  return m_streamPasses > 0 && end < m_rest.size() ? 0 : m_rest.size();
-}
-
-/// In a pass in which nothing came: a stream is over when nothing has come for a while, and its
-/// last line then is what there is of it.
-void SOCKET_INTERFACE::AwaitRestOfLine() {
-  if (m_streamPasses > 0) {
-    --m_streamPasses;
-  }
-  if (m_streamPasses == 0) {
-    QueueInput(std::exchange(m_rest, {}));
-  }
 }
 
 /// Makes a message of what was read, if that is anything, and if anybody reads it.
@@ -470,42 +363,11 @@ void SOCKET_INTERFACE::WriteNextMessage(bool clientLeft) {
 }
 
 bool SOCKET_INTERFACE::WriteMessage(const QList& message) {
-  std::string bytes;
-  if (m_transferMode == kTextMode) {
-    bytes.assign(message.begin(), message.end());
-    bytes += '\r';
-    return SendAll(bytes);
-  }
-  // A message longer than its length byte can say goes out as several.
-  auto next = message.begin();
-  auto left = message.size();
-  do {
-    const std::size_t length = std::min(left, kBinaryMessageLimit);
-    bytes += static_cast<char>(length);
-    for (std::size_t i = 0; i < length; ++i) {
-      bytes += *next++;
-    }
-    left -= length;
-  } while (left > 0);
-  return SendAll(bytes);
-}
-
-/// Sends everything, in writes of at most the send buffer's size. False when a write fails or the
-/// client has taken nothing for the send time-out; m_tornMessage tells that a part had gone out.
-bool SOCKET_INTERFACE::SendAll(const std::string& bytes) {
-  std::size_t sent = 0;
-  while (sent < bytes.size()) {
-    const ssize_t count = send(m_client.Get(), bytes.data() + sent,
-                               std::min(kSendBufferSize, bytes.size() - sent), MSG_NOSIGNAL);
-    if (count >= 0) {
-      sent += static_cast<std::size_t>(count);
-      m_delivery.Written(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      m_tornMessage = sent > 0;
-      return false;
-    }
-  }
-  return true;
+  const std::string bytes = Framed(message, m_transferMode);
+  const std::size_t sent = SendAll(m_client.Get(), bytes);
+  m_delivery.Written(sent);
+  m_tornMessage = sent > 0 && sent < bytes.size();
+  return sent == bytes.size();
 }
 
 // --- closing ------------------------------------------------------------------------------------
@@ -566,8 +428,7 @@ void SOCKET_INTERFACE::CloseSockets() {
   m_listener.Close();
   m_client.Close();
   m_tornMessage = false;
-  m_rest.clear();
-  m_streamPasses = 0;
+  m_cutter.Clear();
   m_reconnectCounter = 0;
 }
 

@@ -10,6 +10,7 @@
 #include "vorn/base/VoQueue.h"
 #include "vorn/config/InterfaceDescriptor.h"
 #include "vorn/tcp/DeliveryWatch.h"
+#include "vorn/tcp/MessageCutter.h"
 
 #include <netinet/in.h>
 
@@ -107,13 +108,10 @@ class SOCKET_INTERFACE final : public CThread {
   INPUT ReadClient();
   INPUT Receive();
   INPUT LeaveUnread();
-  std::size_t EndOfMessage();
-  void AwaitRestOfLine();
   void QueueInput(const std::string& bytes);
   void WatchDelivery();
   void WriteNextMessage(bool clientLeft);
   bool WriteMessage(const QList& message);
-  bool SendAll(const std::string& bytes);
   bool CloseAfterClient();
   void LogClosedByCommand();
   void MarkClosedByCommand();
@@ -133,9 +131,7 @@ class SOCKET_INTERFACE final : public CThread {
   SHARED_FIELD<std::int32_t> m_reconnectCounter = 0;
   /// Of the input queue: those before it came over connections that are over.
   SHARED_FIELD<VOQUEUE::NUMBER> m_firstMessage = 0;
-  // Of the input, the worker's thread only.
-  std::string m_rest;               // read, and kept for the next message; under 255 bytes
-  std::int32_t m_streamPasses = 0;  // for so many more the client is taken for one that streams
+  MESSAGE_CUTTER m_cutter;
   // Of the output, the worker's thread only.
   bool m_tornMessage = false;  // a write failed in mid-message
   DELIVERY_WATCH m_delivery;
