@@ -9,7 +9,7 @@
 #include "tests/fuzz/support/Sockets.h"
 #include "vorn/base/Budget.h"
 #include "vorn/bus/SerialInterface.h"
-#include "vorn/master/Farewell.h"
+#include "vorn/master/DaemonControl.h"
 #include "vorn/master/HelpTexts.h"
 #include "vorn/master/Vorn.h"
 #include "vorn/tcp/SocketInterface.h"

@@ -1,7 +1,7 @@
 #include "vorn/master/CaeCommands.h"
 
 #include "vorn/base/Values.h"
-#include "vorn/master/Farewell.h"
+#include "vorn/master/DaemonControl.h"
 #include "vorn/master/HelpTexts.h"
 #include "vorn/master/TextParts.h"
 

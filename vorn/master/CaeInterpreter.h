@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vorn/config/InterfaceDescriptor.h"
+#include "vorn/config/ConfigDescriptor.h"
 #include "vorn/master/CaeCommands.h"
 
 #include <string>

@@ -14,9 +14,11 @@ static_assert(SIGNAL_FLAG::is_always_lock_free);
 constexpr std::int32_t kNoSignal = -1;
 
 /// The process-wide stop flag, lent by main before it installs the handler.
-extern SIGNAL_FLAG* pSignalFlag;
+inline SIGNAL_FLAG* pSignalFlag = nullptr;
 
 /// Stores the signal's number in the stop flag and does nothing else.
-void SIGhandler(int signalNumber);
+inline void SIGhandler(int signalNumber) {
+  pSignalFlag->store(signalNumber, std::memory_order_relaxed);
+}
 
 }  // namespace vorn

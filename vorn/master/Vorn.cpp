@@ -3,7 +3,7 @@
 #include "vorn/base/Budget.h"
 #include "vorn/base/Values.h"
 #include "vorn/config/ConfigReader.h"
-#include "vorn/master/Farewell.h"
+#include "vorn/master/DaemonControl.h"
 
 #include <csignal>
 #include <utility>

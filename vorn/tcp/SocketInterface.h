@@ -8,7 +8,7 @@
 #include "vorn/base/SharedField.h"
 #include "vorn/base/UniqueFd.h"
 #include "vorn/base/VoQueue.h"
-#include "vorn/config/InterfaceDescriptor.h"
+#include "vorn/config/ConfigDescriptor.h"
 #include "vorn/tcp/DeliveryWatch.h"
 #include "vorn/tcp/MessageCutter.h"
 

@@ -1,7 +1,7 @@
 // The texts stand in docs/cae.md, whole; tests/docs compares them.
 
 #include "tests/support/CaeVectors.h"
-#include "vorn/master/Farewell.h"
+#include "vorn/master/DaemonControl.h"
 #include "vorn/master/HelpTexts.h"
 
 #include <gtest/gtest.h>
