@@ -65,8 +65,7 @@ TEST(RackFile, NamesLineColumnAndWhatWasExpected) {
       {"<Rack><Card address='G' type='servo'/></Rack>",
        "1:7: address: 'G' is no card address (0 to F)"},
       {"<Rack><Card address='0' type='robot'/></Rack>",
-       "1:7: type: 'robot' is no card type (digital-out, digital-in, servo, motor, analogue, keys, "
-       "lcd, ir, or a type code 01 to FF)"},
+       "1:7: type: 'robot' is no card type (" + CardTypeWords(", ") + "or a type code 01 to FF)"},
       {"<Rack><Card address='0' type='ir'/>\n<Card address='0' type='ir'/></Rack>",
        "2:1: there is a card at address 0 already"},
       {"<Rack><Card address='0' type='ir' speed='1'/></Rack>", "1:7: card 0 (ir) has no servos"},

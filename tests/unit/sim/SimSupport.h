@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sim/line/Descriptor.h"
+#include "sim/rack/Protocol.h"
 #include "tests/support/sim/Adapter.h"
 #include "tests/support/sim/Rack.h"
 #include "tests/support/unit/Folder.h"
@@ -24,6 +25,15 @@ using support::kLimit;
 inline std::string Ask(RACK& rack, const std::string& request) {
   const std::optional<Bytes> answer = rack.Answer(FromHex(request).value());
   return answer ? ToHex(*answer) : "silence";
+}
+
+/// The keyword of each type of card, in the table's order, with something behind it.
+inline std::string CardTypeWords(const std::string& behindEach) {
+  std::string words;
+  for (const CARD_TYPE& row : kCardTypes) {
+    words += row.keyword + behindEach;
+  }
+  return words;
 }
 
 inline std::string Trimmed(const std::string& text) {
