@@ -15,8 +15,8 @@ namespace vorn {
 
 using unit::GATE;
 
-inline bool IsReady(const std::future<void>& future,
-                    std::chrono::milliseconds limit = support::kLimit) {
+template <class T>
+bool IsReady(const std::future<T>& future, std::chrono::milliseconds limit = support::kLimit) {
   return future.wait_for(limit) == std::future_status::ready;
 }
 
