@@ -3,27 +3,23 @@
 // each client receives is made of the documented messages of its own interface, the bus gets whole
 // requests, and when the faults are over the daemon answers and stops, with everything closed.
 
+#include "tests/fuzz/SessionMessages.h"
 #include "tests/fuzz/support/Bus.h"
 #include "tests/fuzz/support/Input.h"
 #include "tests/fuzz/support/Rack.h"
 #include "tests/fuzz/support/Sockets.h"
 #include "vorn/base/Budget.h"
 #include "vorn/bus/SerialInterface.h"
-#include "vorn/master/DaemonControl.h"
-#include "vorn/master/HelpTexts.h"
 #include "vorn/master/Vorn.h"
 #include "vorn/tcp/SocketInterface.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <deque>
 #include <map>
 #include <memory>
-#include <set>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,9 +41,6 @@ constexpr std::string_view kConfiguration =
 <Interface Name="CAE" Port="5000"/><Interface Name="IO" Port="5001"/><Interface Name="MON" Port="5002"/>
 </Interfaces>
 </VORNConfig>)";
-
-/// The end of every line from the daemon, but for the copies on MON.
-constexpr std::string_view kEnd = "\r\n\r";
 
 constexpr std::int64_t kSecond = 1'000'000'000;
 /// Passes of each worker in a second's pause of the master loop.
@@ -93,50 +86,6 @@ std::string Unescaped(std::string_view text) {
   return bytes;
 }
 
-// --- what clients may receive -------------------------------------------------------------------
-
-bool IsOperatorsText(std::string_view text) {
-  static const std::set<std::string_view> whole = [] {
-    std::set<std::string_view> texts = {">", "DISCOVER LIST:", "FORCED DISCOVER LIST:", kFarewell,
-                                        "CIE: UNKNOWN COMMAND \r\n>"};
-    for (const auto& lines : {QuickHelp(), IoExamples()}) {
-      texts.insert(lines.begin(), lines.end());
-    }
-    return texts;
-  }();
-  constexpr std::array<std::string_view, 12> kBegins = {
-      "CIA: ",  "CIE: ",  "COE:Illegal command -> ",
-      "DTI:0x", "PTI:0x", "RBT:0x",
-      "AMS:0x", "AMV:0x", "SPS:0x",
-      "SPG:0x", "MPS:0x", "MSR"};
-  return whole.count(text) != 0 ||
-         std::any_of(kBegins.begin(), kBegins.end(),
-                     [&](std::string_view begin) { return text.starts_with(begin); });
-}
-
-/// What one client has received, and whether a part of a message may be missing at its end.
-struct RECEIVED {
-  std::string bytes;
-  bool torn = false;
-};
-
-/// Whether the stream is made of messages: each position from which one begins is found, and from
-/// it those behind every message that can begin there.
-template <class Lengths>
-void RequireMessages(const RECEIVED& received, std::string_view name, Lengths&& lengthsAt) {
-  const std::string_view stream = received.bytes;
-  std::vector<bool> begins(stream.size() + 1);
-  begins[0] = true;
-  for (std::size_t at = 0; at < stream.size(); ++at) {
-    if (begins[at]) {
-      for (const std::size_t length : lengthsAt(stream.substr(at))) {
-        begins.at(at + length) = true;
-      }
-    }
-  }
-  Require(begins.back() || received.torn, name, stream);
-}
-
 // --- the session --------------------------------------------------------------------------------
 
 class SESSION : public fuzz::BUS, public fuzz::SOCKETS {
@@ -179,7 +128,7 @@ class SESSION : public fuzz::BUS, public fuzz::SOCKETS {
     bool reset = false;
     bool stalled = false;
     std::deque<std::string> segments;
-    RECEIVED received;
+    fuzz::RECEIVED received;
   };
 
   // --- the clock ---
@@ -385,67 +334,15 @@ class SESSION : public fuzz::BUS, public fuzz::SOCKETS {
     return static_cast<ssize_t>(count);
   }
 
-  // --- what they receive ---
-
-  void RequireReceived(int port, const RECEIVED& received) const {
+  void RequireReceived(int port, const fuzz::RECEIVED& received) const {
     switch (port) {
       case kCae:
-        return RequireMessages(received, "the operator receives answers and reports",
-                               LengthOfAnswer);
+        return fuzz::RequireAnswers(received);
       case kIo:
-        return RequireMessages(received, "the IO client receives input lines", LengthOfInput);
+        return fuzz::RequireInputs(received);
       default:
-        return RequireMessages(received, "the monitor receives copies",
-                               [this](std::string_view stream) { return LengthsOfCopies(stream); });
+        return fuzz::RequireCopies(received, m_ioBytes);
     }
-  }
-
-  /// An answer may hold what was typed, so every end is one.
-  static std::vector<std::size_t> LengthOfAnswer(std::string_view stream) {
-    constexpr std::string_view kGreeting =
-        "VORN CAE interface is ready\r\n(Type HELP for help)\r\n>\r\n\r";
-    if (stream.starts_with(kGreeting)) {
-      return {kGreeting.size()};
-    }
-    std::vector<std::size_t> lengths;
-    for (std::size_t end = stream.find(kEnd); end != std::string_view::npos && end <= kTextLimit;
-         end = stream.find(kEnd, end + 1)) {
-      if (IsOperatorsText(stream.substr(0, end))) {
-        lengths.push_back(end + kEnd.size());
-        break;
-      }
-    }
-    return lengths;
-  }
-
-  static std::vector<std::size_t> LengthOfInput(std::string_view stream) {
-    const std::size_t end = stream.find(kEnd);
-    const std::string_view text = stream.substr(0, end);
-    const bool good =
-        end != std::string_view::npos &&
-        (text == "VORN IO interface is ready" || text == kFarewell || fuzz::IsInputLine(text));
-    return good ? std::vector<std::size_t>{end + kEnd.size()} : std::vector<std::size_t>{};
-  }
-
-  std::vector<std::size_t> LengthsOfCopies(std::string_view stream) const {
-    std::vector<std::size_t> lengths;
-    constexpr std::string_view kGreeting = "VORN MON interface is ready\r\n\r";
-    if (stream.starts_with(kGreeting)) {
-      lengths.push_back(kGreeting.size());
-    }
-    if (stream.size() >= 10 && fuzz::IsInputLine(stream.substr(0, 7)) &&
-        stream.substr(7, 3) == kEnd) {
-      lengths.push_back(10);
-    }
-    // Any piece of what IO has sent, with the closing carriage return.
-    constexpr std::size_t kLongestCopy = 256;
-    for (std::size_t end = stream.find('\r'); end < kLongestCopy;
-         end = stream.find('\r', end + 1)) {
-      if (m_ioBytes.find(stream.substr(0, end)) != std::string::npos) {
-        lengths.push_back(end + 1);
-      }
-    }
-    return lengths;
   }
 
   // --- the bus ---

@@ -1,7 +1,9 @@
 #pragma once
 
-#include "tests/soak/Clients.h"
 #include "tests/soak/FaultPlan.h"
+#include "tests/soak/Machine.h"
+#include "tests/soak/Monitor.h"
+#include "tests/soak/Operator.h"
 #include "tests/soak/RackProcess.h"
 #include "tests/soak/Samples.h"
 #include "tests/support/ConfigFile.h"
