@@ -218,7 +218,7 @@ TEST_F(SerialPass, AReplyChangesItsCardAndItsLinesGoToTheMasterLoopInOrder) {
 
 TEST_F(SerialPass, QueuesThePollFrameOfEachInputCardWhoseFlagIsSet) {
   Connect({true, false});
-  TakeReply("31 00 03 04 05 06 07 08 09 0A FF 0B 01 02 04 00 04");
+  TakeReply("31 00 03 04 05 06 07 08 09 0A FF 2A 01 02 04 00 04");
   cards.With(15, [](PERIFCARD& card) { card.pollFlag = 0; });
   TakeBodies(15);
   serial->SetPolling(true);
