@@ -41,7 +41,7 @@ std::shared_ptr<const HOOK> Shared(HOOK hook) {
 /// What only the adapter's thread touches: the line and what is about to go out on it.
 struct ADAPTER::THREAD {
   explicit THREAD(ADAPTER& adapter)
-      : owner(adapter), due(adapter.m_options.baud, adapter.m_options.latencyTimer) {}
+      : m_owner(adapter), m_due(adapter.m_options.baud, adapter.m_options.latencyTimer) {}
 
   void Loop();
   RESULT Plug(int number);
@@ -71,30 +71,30 @@ struct ADAPTER::THREAD {
   void Tap(DIRECTION direction, TIME when, const Bytes& bytes);
   void Write(const Bytes& bytes);
   void Say(const std::string& line);
-  TIME Now() const { return owner.m_options.clock(); }
+  TIME Now() const { return m_owner.m_options.clock(); }
   /// A hook as it is now, ours until we are done with it.
   template <class HOOK>
   std::shared_ptr<const HOOK> Lent(const std::shared_ptr<const HOOK>& hook) {
-    const std::lock_guard lock(owner.m_mutex);
+    const std::lock_guard lock(m_owner.m_mutex);
     return hook;
   }
   template <class CHANGE>
   void Count(CHANGE change) {
-    const std::lock_guard lock(owner.m_mutex);
-    change(owner.m_counters);
+    const std::lock_guard lock(m_owner.m_mutex);
+    change(m_owner.m_counters);
   }
 
-  ADAPTER& owner;
-  PTY pty;
-  OPENINGS near;
-  FRAME_READER reader;
-  TIME lastByte{};
-  std::uint64_t lastRequest = 0;
-  SCHEDULE due;
-  TIME deafUntil{};
-  std::chrono::milliseconds chatter{0};
-  TIME nextChatter{};
-  std::minstd_rand random;  // the same nonsense in every run
+  ADAPTER& m_owner;
+  PTY m_pty;
+  OPENINGS m_near;
+  FRAME_READER m_reader;
+  TIME m_lastByte{};
+  std::uint64_t m_lastRequest = 0;
+  SCHEDULE m_due;
+  TIME m_deafUntil{};
+  std::chrono::milliseconds m_chatter{0};
+  TIME m_nextChatter{};
+  std::minstd_rand m_random;  // the same nonsense in every run
 };
 
 ADAPTER::ADAPTER(RACK* rack, ADAPTER_OPTIONS options)
@@ -212,10 +212,10 @@ COUNTERS ADAPTER::Counters() const {
 }
 
 void ADAPTER::THREAD::Loop() {
-  while (!owner.m_stop) {
-    std::array<pollfd, 3> watched{{{owner.m_wake.Get(), POLLIN, 0},
-                                   {pty.Plugged() ? pty.Master() : -1, POLLIN, 0},
-                                   {near.Descriptor(), POLLIN, 0}}};
+  while (!m_owner.m_stop) {
+    std::array<pollfd, 3> watched{{{m_owner.m_wake.Get(), POLLIN, 0},
+                                   {m_pty.Plugged() ? m_pty.Master() : -1, POLLIN, 0},
+                                   {m_near.Descriptor(), POLLIN, 0}}};
     timespec limit{};
     const auto wait = UntilNext(Now());
     if (wait) {
@@ -232,7 +232,7 @@ void ADAPTER::THREAD::Loop() {
     if (watched[0].revents != 0) {
       RunTasks();
     }
-    if (pty.Plugged() && watched[1].fd == pty.Master() && watched[1].revents != 0) {
+    if (m_pty.Plugged() && watched[1].fd == m_pty.Master() && watched[1].revents != 0) {
       ReadLine();
     }
     const TIME now = Now();
@@ -240,18 +240,18 @@ void ADAPTER::THREAD::Loop() {
     ChatterDue(now);
     WriteDue(now);
   }
-  if (pty.Plugged()) {
+  if (m_pty.Plugged()) {
     static_cast<void>(Unplug());
   }
 }
 
 std::optional<std::chrono::nanoseconds> ADAPTER::THREAD::UntilNext(TIME now) const {
-  TIME next = due.Next().value_or(TIME::max());
-  if (reader.Waiting() > 0) {
-    next = std::min(next, lastByte + kFrameGap);
+  TIME next = m_due.Next().value_or(TIME::max());
+  if (m_reader.Waiting() > 0) {
+    next = std::min(next, m_lastByte + kFrameGap);
   }
-  if (chatter.count() > 0) {
-    next = std::min(next, nextChatter);
+  if (m_chatter.count() > 0) {
+    next = std::min(next, m_nextChatter);
   }
   if (next == TIME::max()) {
     return std::nullopt;
@@ -261,16 +261,16 @@ std::optional<std::chrono::nanoseconds> ADAPTER::THREAD::UntilNext(TIME now) con
 
 void ADAPTER::THREAD::RunTasks() {
   std::uint64_t count = 0;
-  static_cast<void>(!read(owner.m_wake.Get(), &count, sizeof count));
+  static_cast<void>(!read(m_owner.m_wake.Get(), &count, sizeof count));
   while (true) {
     std::packaged_task<RESULT()> task;
     {
-      const std::lock_guard lock(owner.m_mutex);
-      if (owner.m_tasks.empty()) {
+      const std::lock_guard lock(m_owner.m_mutex);
+      if (m_owner.m_tasks.empty()) {
         return;
       }
-      task = std::move(owner.m_tasks.front());
-      owner.m_tasks.pop_front();
+      task = std::move(m_owner.m_tasks.front());
+      m_owner.m_tasks.pop_front();
     }
     task();
   }
@@ -280,46 +280,46 @@ RESULT ADAPTER::THREAD::Plug(int number) {
   if (number < 0 || number > 999) {
     return RESULT::Error("an adapter's number is 0 to 999");
   }
-  RESULT result = pty.Plug(owner.m_options.devDir + "/ttyUSB" + std::to_string(number));
+  RESULT result = m_pty.Plug(m_owner.m_options.devDir + "/ttyUSB" + std::to_string(number));
   if (!result) {
     return result;
   }
   {
-    const std::lock_guard lock(owner.m_mutex);
-    owner.m_linkPath = pty.LinkPath();
-    owner.m_nearPath = pty.NearPath();
+    const std::lock_guard lock(m_owner.m_mutex);
+    m_owner.m_linkPath = m_pty.LinkPath();
+    m_owner.m_nearPath = m_pty.NearPath();
   }
-  near.Watch(pty.NearPath());
-  Say("adapter " + pty.LinkPath() + " ready");
-  return RESULT::Good(pty.LinkPath());
+  m_near.Watch(m_pty.NearPath());
+  Say("adapter " + m_pty.LinkPath() + " ready");
+  return RESULT::Good(m_pty.LinkPath());
 }
 
 RESULT ADAPTER::THREAD::Unplug() {
-  if (!pty.Plugged()) {
+  if (!m_pty.Plugged()) {
     return RESULT::Error("the adapter is not plugged in");
   }
-  const std::string path = pty.LinkPath();
-  near.Stop();
-  due.Clear();
-  reader.Drop();
-  pty.Unplug();
+  const std::string path = m_pty.LinkPath();
+  m_near.Stop();
+  m_due.Clear();
+  m_reader.Drop();
+  m_pty.Unplug();
   {
-    const std::lock_guard lock(owner.m_mutex);
-    owner.m_linkPath.clear();
-    owner.m_nearPath.clear();
+    const std::lock_guard lock(m_owner.m_mutex);
+    m_owner.m_linkPath.clear();
+    m_owner.m_nearPath.clear();
   }
   Say("adapter " + path + " unplugged");
   return RESULT::Good();
 }
 
 void ADAPTER::THREAD::ReadOpenings() {
-  near.Read([this](bool isOpen) {
+  m_near.Read([this](bool isOpen) {
     if (isOpen) {
       Count([](COUNTERS& counters) { ++counters.openings; });
     } else {
-      pty.FlushTowardNear();
+      m_pty.FlushTowardNear();
     }
-    Say("adapter " + pty.LinkPath() + (isOpen ? " opened" : " closed"));
+    Say("adapter " + m_pty.LinkPath() + (isOpen ? " opened" : " closed"));
   });
 }
 
@@ -327,12 +327,12 @@ void ADAPTER::THREAD::ReadLine() {
   std::array<std::uint8_t, kReadSize> buffer;  // NOLINT: filled by read
   std::size_t size = buffer.size();
   if (interruption) {
-    size = std::min(size, interruption->count - std::min(interruption->count, reader.Waiting()));
+    size = std::min(size, interruption->count - std::min(interruption->count, m_reader.Waiting()));
     if (size == 0) {
       return Interrupt(*interruption);
     }
   }
-  const ssize_t count = read(pty.Master(), buffer.data(), size);
+  const ssize_t count = read(m_pty.Master(), buffer.data(), size);
   if (count <= 0) {
     // We hold the near end open, so the far end has no end of its own; if it fails all the same, an
     // adapter that is gone is better than a loop that spins.
@@ -341,12 +341,12 @@ void ADAPTER::THREAD::ReadLine() {
     }
     return;
   }
-  lastByte = Now();
+  m_lastByte = Now();
   Count([count](COUNTERS& counters) { counters.bytesIn += static_cast<std::uint64_t>(count); });
-  for (Bytes& frame : reader.Feed(buffer.data(), static_cast<std::size_t>(count))) {
+  for (Bytes& frame : m_reader.Feed(buffer.data(), static_cast<std::size_t>(count))) {
     Handle(std::move(frame));
   }
-  if (interruption && interruption->count <= reader.Waiting()) {
+  if (interruption && interruption->count <= m_reader.Waiting()) {
     Interrupt(*interruption);
   }
 }
@@ -361,75 +361,75 @@ void ADAPTER::THREAD::Interrupt(INTERRUPTION now) {
 }
 
 void ADAPTER::THREAD::Handle(Bytes frame) {
-  const REQUEST request{++lastRequest, lastByte, std::move(frame)};
+  const REQUEST request{++m_lastRequest, m_lastByte, std::move(frame)};
   Count([](COUNTERS& counters) { ++counters.requests; });
   REPLY reply;
-  if (lastByte >= deafUntil) {
+  if (m_lastByte >= m_deafUntil) {
     std::optional<Bytes> answer;
-    if (owner.m_rack != nullptr) {
-      answer = owner.m_rack->Answer(request.Body());
+    if (m_owner.m_rack != nullptr) {
+      answer = m_owner.m_rack->Answer(request.Body());
     }
     if (answer) {
       reply.push_back({std::chrono::microseconds(0), Frame(*answer)});
     }
-    if (const auto hook = Lent(owner.m_hook)) {
+    if (const auto hook = Lent(m_owner.m_hook)) {
       if (std::optional<REPLY> other = (*hook)(request, answer)) {
         reply = std::move(*other);
       }
     }
-    for (const std::string& effect : owner.m_faults.Apply(request, reply)) {
+    for (const std::string& effect : m_owner.m_faults.Apply(request, reply)) {
       Say("fault " + effect + " hit " + ToHex(request.frame));
     }
   }
-  Tap(DIRECTION::kRequest, lastByte, request.frame);
+  Tap(DIRECTION::kRequest, m_lastByte, request.frame);
   Count([&reply](COUNTERS& counters) { ++(reply.empty() ? counters.silences : counters.replies); });
-  due.Add(reply, due.Carry(request.frame.size(), lastByte));
+  m_due.Add(reply, m_due.Carry(request.frame.size(), m_lastByte));
 }
 
 void ADAPTER::THREAD::Send(const Bytes& bytes) {
-  due.Add({{std::chrono::microseconds(0), bytes}}, Now());
+  m_due.Add({{std::chrono::microseconds(0), bytes}}, Now());
 }
 
 void ADAPTER::THREAD::Reset(std::chrono::milliseconds deaf) {
-  due.Clear();
-  reader.Drop();
-  deafUntil = Now() + deaf;
+  m_due.Clear();
+  m_reader.Drop();
+  m_deafUntil = Now() + deaf;
   Say("controller reset");
-  if (owner.m_rack != nullptr) {
-    owner.m_rack->Reset();
+  if (m_owner.m_rack != nullptr) {
+    m_owner.m_rack->Reset();
   }
 }
 
 void ADAPTER::THREAD::SetChatter(std::chrono::milliseconds interval) {
-  chatter = interval;
-  nextChatter = Now() + interval;
+  m_chatter = interval;
+  m_nextChatter = Now() + interval;
 }
 
 void ADAPTER::THREAD::ChatterDue(TIME now) {
   constexpr std::size_t kMostBytes = 8;
-  if (chatter.count() <= 0 || now < nextChatter) {
+  if (m_chatter.count() <= 0 || now < m_nextChatter) {
     return;
   }
-  nextChatter = now + chatter;
-  Bytes bytes(1 + random() % kMostBytes);
+  m_nextChatter = now + m_chatter;
+  Bytes bytes(1 + m_random() % kMostBytes);
   for (std::uint8_t& byte : bytes) {
-    byte = static_cast<std::uint8_t>(random());
+    byte = static_cast<std::uint8_t>(m_random());
   }
-  due.Add({{std::chrono::microseconds(0), std::move(bytes)}}, now);
+  m_due.Add({{std::chrono::microseconds(0), std::move(bytes)}}, now);
 }
 
 void ADAPTER::THREAD::DropPartial(TIME now) {
-  if (reader.Waiting() == 0 || now < lastByte + kFrameGap) {
+  if (m_reader.Waiting() == 0 || now < m_lastByte + kFrameGap) {
     return;
   }
-  const Bytes dropped = reader.Drop();
+  const Bytes dropped = m_reader.Drop();
   Tap(DIRECTION::kRequest, now, dropped);
   Count([](COUNTERS& counters) { ++counters.partialFrames; });
-  Say("adapter " + pty.LinkPath() + " dropped an unfinished request: " + ToHex(dropped));
+  Say("adapter " + m_pty.LinkPath() + " dropped an unfinished request: " + ToHex(dropped));
 }
 
 void ADAPTER::THREAD::WriteDue(TIME now) {
-  while (const std::optional<Bytes> bytes = due.Take(now)) {
+  while (const std::optional<Bytes> bytes = m_due.Take(now)) {
     Write(*bytes);
     Tap(DIRECTION::kAnswer, now, *bytes);
   }
@@ -437,17 +437,17 @@ void ADAPTER::THREAD::WriteDue(TIME now) {
 
 /// A serial port that nobody has open receives nothing.
 bool ADAPTER::THREAD::SomebodyListens() {
-  if (!near.IsOpen()) {
+  if (!m_near.IsOpen()) {
     ReadOpenings();  // one that came after the last look
   }
-  return near.IsOpen();
+  return m_near.IsOpen();
 }
 
 /// What does not fit into the near end's buffer is lost, as on a line whose reader is too slow.
 void ADAPTER::THREAD::Write(const Bytes& bytes) {
   std::size_t sent = 0;
-  while (pty.Plugged() && SomebodyListens() && sent < bytes.size()) {
-    const ssize_t count = write(pty.Master(), bytes.data() + sent, bytes.size() - sent);
+  while (m_pty.Plugged() && SomebodyListens() && sent < bytes.size()) {
+    const ssize_t count = write(m_pty.Master(), bytes.data() + sent, bytes.size() - sent);
     if (count < 0 && errno == EINTR) {
       continue;
     }
@@ -463,13 +463,13 @@ void ADAPTER::THREAD::Write(const Bytes& bytes) {
 }
 
 void ADAPTER::THREAD::Say(const std::string& line) {
-  if (const auto listener = Lent(owner.m_listener)) {
+  if (const auto listener = Lent(m_owner.m_listener)) {
     (*listener)(line);
   }
 }
 
 void ADAPTER::THREAD::Tap(DIRECTION direction, TIME when, const Bytes& bytes) {
-  if (const auto taps = Lent(owner.m_taps)) {
+  if (const auto taps = Lent(m_owner.m_taps)) {
     for (const TAP& tap : *taps) {
       tap(direction, when, bytes);
     }

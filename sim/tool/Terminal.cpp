@@ -68,12 +68,12 @@ winsize Needed(const std::vector<std::string>& picture) {
 
 }  // namespace
 
-TERMINAL* TERMINAL::s_instance = nullptr;
+TERMINAL* TERMINAL::instance = nullptr;
 
 TERMINAL::TERMINAL(LINE_TAKER takeLine, COMPLETER complete)
     : m_takeLine(std::move(takeLine)), m_complete(std::move(complete)) {
   constexpr int kHistory = 1000;
-  s_instance = this;
+  instance = this;
   using_history();
   stifle_history(kHistory);
   rl_attempted_completion_function = &TERMINAL::OnComplete;
@@ -83,7 +83,7 @@ TERMINAL::TERMINAL(LINE_TAKER takeLine, COMPLETER complete)
 TERMINAL::~TERMINAL() {
   rl_callback_handler_remove();
   Write(std::string(kSaveCursor) + kWholeScreenScrolls + kRestoreCursor + "\n");
-  s_instance = nullptr;
+  instance = nullptr;
 }
 
 void TERMINAL::ReadInput() {
@@ -91,7 +91,7 @@ void TERMINAL::ReadInput() {
 }
 
 void TERMINAL::OnLine(char* line) {
-  TERMINAL& terminal = *s_instance;
+  TERMINAL& terminal = *instance;
   if (line == nullptr) {
     terminal.m_ended = true;
     return;
@@ -109,7 +109,7 @@ void TERMINAL::OnLine(char* line) {
 }
 
 char** TERMINAL::OnComplete(const char* word, int begin, int /*end*/) {
-  TERMINAL& terminal = *s_instance;
+  TERMINAL& terminal = *instance;
   rl_attempted_completion_over = 1;  // never names of files
   terminal.m_matches.clear();
   const std::string before(rl_line_buffer, static_cast<std::size_t>(begin));
@@ -123,7 +123,7 @@ char** TERMINAL::OnComplete(const char* word, int begin, int /*end*/) {
 
 /// The line editor frees what it gets.
 char* TERMINAL::NextMatch(const char* /*word*/, int state) {
-  TERMINAL& terminal = *s_instance;
+  TERMINAL& terminal = *instance;
   if (state == 0) {
     terminal.m_nextMatch = 0;
   }

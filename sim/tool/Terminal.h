@@ -38,7 +38,7 @@ class TERMINAL {
   static char* NextMatch(const char* word, int state);
   void Arrange(std::size_t pictureLines);
 
-  static TERMINAL* s_instance;  // the line editor calls plain functions
+  static TERMINAL* instance;  // the line editor calls plain functions
 
   const LINE_TAKER m_takeLine;
   const COMPLETER m_complete;
