@@ -33,10 +33,10 @@ std::uint32_t Seed() {
 
 /// A different state for each thread, never zero.
 std::uint32_t FirstState() {
-  static const std::uint32_t seed = Seed();
+  static const std::uint32_t kSeed = Seed();
   static std::atomic<std::uint32_t> threads{0};
   constexpr std::uint32_t kSpread = 0x9E3779B9;
-  return (seed * 2 + 1) * kSpread + threads.fetch_add(1, std::memory_order_relaxed) * 2;
+  return (kSeed * 2 + 1) * kSpread + threads.fetch_add(1, std::memory_order_relaxed) * 2;
 }
 
 /// Xorshift: no lock, no division, and a thread's own.

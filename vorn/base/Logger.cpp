@@ -66,7 +66,7 @@ void Append(FILE* stream, const char* text) {
 /// Held shared by all who look at the log's end and write, who so do not exclude one another. The
 /// kernel shows a line that crosses a page for a moment as half of one, and two may find the same
 /// half: who has found one looks again alone, and ends it alone.
-std::shared_mutex g_writing;
+std::shared_mutex writing;
 static_assert(
     std::is_trivially_destructible_v<std::shared_mutex>);  // exit runs while workers write
 
@@ -75,13 +75,13 @@ void AppendLine(FILE* stream, const std::string& fileName, const char* lineFeedA
   const int file = fileno(stream);
   const char* const line = lineFeedAndLine + 1;
   {
-    const std::shared_lock together(g_writing);
+    const std::shared_lock together(writing);
     if (!EndsInMidLine(file, fileName)) {
       Append(stream, line);
       return;
     }
   }
-  const std::unique_lock alone(g_writing);
+  const std::unique_lock alone(writing);
   Append(stream, EndsInMidLine(file, fileName) ? lineFeedAndLine : line);
 }
 

@@ -15,8 +15,8 @@ void PrintByte(std::uint8_t byte) {
   std::printf(":%d|", byte);
 }
 
-template <class Iterator>
-void PrintBytes(Iterator begin, Iterator end) {
+template <class ITERATOR>
+void PrintBytes(ITERATOR begin, ITERATOR end) {
   for (; begin != end; ++begin) {
     PrintByte(static_cast<std::uint8_t>(*begin));
   }

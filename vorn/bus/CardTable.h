@@ -31,10 +31,10 @@ class CARD_TABLE {
   ~CARD_TABLE() = default;
 
   /// Calls action(PERIFCARD&) on one record under the lock and returns its result, by value.
-  template <class Action>
-  auto With(std::size_t address, Action&& action) {
+  template <class ACTION>
+  auto With(std::size_t address, ACTION&& action) {
     const std::lock_guard lock(m_lock);
-    return std::forward<Action>(action)(m_cards.at(address));
+    return std::forward<ACTION>(action)(m_cards.at(address));
   }
 
  private:

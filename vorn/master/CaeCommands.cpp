@@ -53,15 +53,15 @@ bool ShowIoExamples(CAE_CONTEXT& context, const CAE_LINE&) {
 
 // --- polling ---
 
-template <bool on>
+template <bool ON>
 bool SwitchCard(CAE_CONTEXT& context, const CAE_LINE& line) {
-  context.cards.With(line.Address(), [](PERIFCARD& card) { card.pollFlag = on ? 1 : 0; });
+  context.cards.With(line.Address(), [](PERIFCARD& card) { card.pollFlag = ON ? 1 : 0; });
   return true;
 }
 
-template <bool on>
+template <bool ON>
 bool SwitchAll(CAE_CONTEXT& context, const CAE_LINE&) {
-  context.daemon.SetPolling(on);
+  context.daemon.SetPolling(ON);
   return true;
 }
 
@@ -125,9 +125,9 @@ bool ForceDiscover(CAE_CONTEXT& context, const CAE_LINE&) {
 
 // --- the table ----------------------------------------------------------------------------------
 
-template <CARD_CODE type>
+template <CARD_CODE TYPE>
 bool Is(const PERIFCARD& card) {
-  return card.typeCode == type;
+  return card.typeCode == TYPE;
 }
 
 bool Reports(const PERIFCARD& card) {
