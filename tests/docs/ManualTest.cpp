@@ -101,8 +101,8 @@ TEST(Manual, WritesTheCaeCommandsAsTheHelpDoes) {
   const NAMES listed = Heads("vorn-cae.7", "COMMANDS", "Ic");
   std::size_t commands = 0;
   for (const char* line : QuickHelp()) {
-    static const support::PATTERN entry(R"( - (\S+) +\S.*)");
-    const std::vector<std::string> match = entry.Match(line);
+    static const support::PATTERN kEntry(R"( - (\S+) +\S.*)");
+    const std::vector<std::string> match = kEntry.Match(line);
     if (!match.empty()) {
       ++commands;
       EXPECT_TRUE(listed.contains(match[1])) << line;
@@ -138,19 +138,19 @@ TEST(Manual, ListsEveryIoCommandOfTheHelp) {
   NAMES forms;
   bool io = false;
   for (const char* line : QuickHelp()) {
-    static const support::PATTERN command(R"( - (EXIT) .*)");
-    static const support::PATTERN block(R"(- Example: (aAbBdDD))");
-    static const support::PATTERN stream(R"(    - (\S+) +.*)");
+    static const support::PATTERN kCommand(R"( - (EXIT) .*)");
+    static const support::PATTERN kBlock(R"(- Example: (aAbBdDD))");
+    static const support::PATTERN kStream(R"(    - (\S+) +.*)");
     io = io || std::string(line).find("OF IO INTERFACE") != std::string::npos;
     if (!io) {
       continue;
     }
-    for (const support::PATTERN* whole : {&command, &block}) {
+    for (const support::PATTERN* whole : {&kCommand, &kBlock}) {
       if (const auto match = whole->Match(line); !match.empty()) {
         forms.insert(match[1]);
       }
     }
-    if (const auto match = stream.Match(line); !match.empty()) {
+    if (const auto match = kStream.Match(line); !match.empty()) {
       forms.insert("aA" + match[1]);
     }
   }
@@ -189,8 +189,8 @@ class LCD_CODES {
 TEST(Manual, ListsEveryLcdCode) {
   std::map<std::string, int> listed;
   for (const MANUAL_ITEM& item : ManualItems("vorn-io.7")) {
-    static const support::PATTERN row("([A-Z]{2}) Ta ([0-9]+)");
-    const std::vector<std::string> match = row.Match(item.head);
+    static const support::PATTERN kRow("([A-Z]{2}) Ta ([0-9]+)");
+    const std::vector<std::string> match = kRow.Match(item.head);
     if (item.subsection == "Codes on the bus" && !match.empty()) {
       listed[match[1]] = std::stoi(match[2]);
     }

@@ -169,8 +169,8 @@ class OPERATOR final : private DAEMON_CONTROL {
     }
   }
 
-  template <class Wanted>
-  static void AddAddresses(const std::string& begin, Wanted&& wanted, LINES& expected) {
+  template <class WANTED>
+  static void AddAddresses(const std::string& begin, WANTED&& wanted, LINES& expected) {
     for (std::size_t address = 0; address < bus::kAddresses; ++address) {
       if (wanted(address)) {
         expected.push_back(begin + "0123456789ABCDEF"[address] + ":*");

@@ -191,8 +191,8 @@ class CLIENT {
 
  private:
   static const std::array<std::string, 4>& Separators() {
-    static const std::array<std::string, 4> separators = {"\r\n", "\n", "", "a5"};
-    return separators;
+    static const std::array<std::string, 4> kSeparators = {"\r\n", "\n", "", "a5"};
+    return kSeparators;
   }
 
   std::vector<std::string> Commands(std::string text) const {

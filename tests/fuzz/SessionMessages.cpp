@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view kEnd = "\r\n\r";
 
 bool IsOperatorsText(std::string_view text) {
-  static const std::set<std::string_view> whole = [] {
+  static const std::set<std::string_view> kWhole = [] {
     std::set<std::string_view> texts = {">", "DISCOVER LIST:", "FORCED DISCOVER LIST:", kFarewell,
                                         "CIE: UNKNOWN COMMAND \r\n>"};
     for (const auto& lines : {QuickHelp(), IoExamples()}) {
@@ -35,15 +35,15 @@ bool IsOperatorsText(std::string_view text) {
       "DTI:0x", "PTI:0x", "RBT:0x",
       "AMS:0x", "AMV:0x", "SPS:0x",
       "SPG:0x", "MPS:0x", "MSR"};
-  return whole.count(text) != 0 ||
+  return kWhole.count(text) != 0 ||
          std::any_of(kBegins.begin(), kBegins.end(),
                      [&](std::string_view begin) { return text.starts_with(begin); });
 }
 
 /// Whether the stream is made of messages: each position from which one begins is found, and from
 /// it those behind every message that can begin there.
-template <class Lengths>
-void RequireMessages(const RECEIVED& received, std::string_view name, Lengths&& lengthsAt) {
+template <class LENGTHS>
+void RequireMessages(const RECEIVED& received, std::string_view name, LENGTHS&& lengthsAt) {
   const std::string_view stream = received.bytes;
   std::vector<bool> begins(stream.size() + 1);
   begins[0] = true;

@@ -55,14 +55,14 @@ constexpr int kPassesBetweenQuestions = 400;
 
 /// The configuration, in memory: one file for all runs.
 std::string ConfigurationPath() {
-  static const int file = [] {
+  static const int kFile = [] {
     const int descriptor = memfd_create("configuration", MFD_CLOEXEC);
     Require(write(descriptor, kConfiguration.data(), kConfiguration.size()) ==
                 static_cast<ssize_t>(kConfiguration.size()),
             "there is a configuration");
     return descriptor;
   }();
-  return "/proc/self/fd/" + std::to_string(file);
+  return "/proc/self/fd/" + std::to_string(kFile);
 }
 
 /// "\r", "\n" and "\xHH" of a step become the bytes that they stand for.

@@ -13,13 +13,13 @@
 
 namespace {
 
-std::atomic<bool> g_stop{false};
+std::atomic<bool> stop{false};
 
 /// Ctrl-C ends the run early, with all figures so far. The process that waits for the private one
 /// goes on waiting.
 void StopOnInterrupt() {
   struct sigaction action {};
-  action.sa_handler = [](int) { g_stop = true; };
+  action.sa_handler = [](int) { stop = true; };
   action.sa_flags = SA_RESTART;
   sigaction(SIGINT, &action, nullptr);
 }
@@ -40,7 +40,7 @@ int Run(int argc, char** argv) {
   if (const int status = support::RunPrivately(argc, argv); status >= 0) {
     return status;
   }
-  const std::vector<std::string> failures = soak::SOAK(options).Run(g_stop);
+  const std::vector<std::string> failures = soak::SOAK(options).Run(stop);
   std::fputs(support::ReadFile(options.folder + "/summary.txt").c_str(), stdout);
   return failures.empty() ? 0 : 1;
 }

@@ -32,11 +32,11 @@ constexpr const char* kProgram = "/nonexistent/vorn";
 #endif
 
 /// For the handler below; one daemon at a time.
-std::atomic<pid_t> g_running{0};
+std::atomic<pid_t> running{0};
 
 /// The test is to end at once (its time-out): the daemon, a session of its own, must not stay.
 void OnTermination(int) {
-  const pid_t pid = g_running.load();
+  const pid_t pid = running.load();
   if (pid > 0) {
     kill(pid, SIGKILL);
   }
@@ -205,12 +205,12 @@ int DAEMON::Start(const START& start) {
     execve(kProgram, argumentPointers.data(), environmentPointers.data());
     _exit(126);
   }
-  g_running = starter;
+  running = starter;
   int status = 0;
   if (waitpid(starter, &status, 0) != starter) {
     throw std::runtime_error("the started process cannot be waited for");
   }
-  g_running = 0;
+  running = 0;
   m_status.reset();
   for (const pid_t child : Children(getpid())) {
     bool isNew = true;
@@ -219,7 +219,7 @@ int DAEMON::Start(const START& start) {
     }
     if (isNew) {
       m_pid = child;
-      g_running = child;
+      running = child;
     }
   }
   return status;
@@ -255,7 +255,7 @@ std::optional<int> DAEMON::WaitForEnd(milliseconds limit) {
   if (m_pid > 0 && !m_status) {
     int status = 0;
     if (WaitUntil([&] { return waitpid(m_pid, &status, WNOHANG) == m_pid; }, limit)) {
-      g_running = 0;
+      running = 0;
       m_status = status;
     }
   }

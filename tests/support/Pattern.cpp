@@ -16,10 +16,10 @@ PATTERN::~PATTERN() {
 }
 
 std::string PATTERN::Quoted(const std::string& text) {
-  static const std::string special = R"(.^$|()[]{}*+?\)";
+  static const std::string kSpecial = R"(.^$|()[]{}*+?\)";
   std::string quoted;
   for (const char c : text) {
-    if (special.find(c) != std::string::npos) {
+    if (kSpecial.find(c) != std::string::npos) {
       quoted += '\\';
     }
     quoted += c;

@@ -9,12 +9,12 @@ namespace sim {
 namespace {
 
 using namespace std::chrono_literals;
-using Words = std::vector<std::string>;
+using WORDS = std::vector<std::string>;
 
 TEST(Arguments, SplitAtBlanksAndKeepQuotedWordsWhole) {
-  EXPECT_EQ(SplitWords("press 3.6\t3.7\r"), (Words{"press", "3.6", "3.7"}));
-  EXPECT_EQ(SplitWords("name 3 \"my keys\""), (Words{"name", "3", "my keys"}));
-  EXPECT_EQ(SplitWords("name 3 \"\""), (Words{"name", "3", ""}));
+  EXPECT_EQ(SplitWords("press 3.6\t3.7\r"), (WORDS{"press", "3.6", "3.7"}));
+  EXPECT_EQ(SplitWords("name 3 \"my keys\""), (WORDS{"name", "3", "my keys"}));
+  EXPECT_EQ(SplitWords("name 3 \"\""), (WORDS{"name", "3", ""}));
   EXPECT_TRUE(SplitWords("  ").empty());
   EXPECT_THROW(SplitWords("name 3 \"my keys"), ARGUMENT_ERROR);
 }
@@ -35,7 +35,7 @@ TEST(Arguments, AreReadWholeOrNotAtAll) {
   EXPECT_EQ(ReadCardType("2A"), 0x2A);
   const struct {
     void (*read)(const std::string& word);
-    Words wrong;
+    WORDS wrong;
   } kReaders[] = {
       {[](const std::string& word) { ReadAddress(word); }, {"", "10", "G", "-1"}},
       {[](const std::string& word) { ReadPlace(word); }, {"", "3", "3.", ".6", "33.6"}},

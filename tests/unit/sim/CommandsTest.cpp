@@ -14,7 +14,7 @@
 namespace sim {
 namespace {
 
-using Lines = std::vector<std::string>;
+using LINES = std::vector<std::string>;
 
 class RackCommands : public ::testing::Test {
  protected:
@@ -44,7 +44,7 @@ class RackCommands : public ::testing::Test {
     EXPECT_TRUE(result.ok) << line << ": " << result.text;
     return result.text;
   }
-  Lines Events() { return simulation.Events().Take(); }
+  LINES Events() { return simulation.Events().Take(); }
   std::string Link(int number) { return folder.File("ttyUSB" + std::to_string(number)); }
 
   vorn::unit::FOLDER folder;
@@ -74,7 +74,7 @@ TEST_F(RackCommands, AreListedByHelpAndRefuseTooFewAndTooManyArgumentsByTheTable
 
 TEST_F(RackCommands, AreCompletedByWhatTheirHelpNames) {
   const auto completes = [](const std::string& before, const std::string& word) {
-    const Lines words = Complete(before);
+    LINES words = Complete(before);
     return std::find(words.begin(), words.end(), word) != words.end();
   };
   for (const char* before : {"", "  ", "pres", "help "}) {
@@ -88,8 +88,8 @@ TEST_F(RackCommands, AreCompletedByWhatTheirHelpNames) {
   EXPECT_FALSE(completes("fault ", "KIND"));
   EXPECT_TRUE(completes("plug 3 ", "servo"));
   EXPECT_TRUE(completes("param ", "endA"));
-  EXPECT_EQ(Complete("adapter 1 "), (Lines{"silent", "chatter", "off"}));
-  EXPECT_EQ(Complete("show 3 "), Lines{"--json"});
+  EXPECT_EQ(Complete("adapter 1 "), (LINES{"silent", "chatter", "off"}));
+  EXPECT_EQ(Complete("show 3 "), LINES{"--json"});
   EXPECT_TRUE(Complete("bogus ").empty());
 }
 
@@ -188,7 +188,7 @@ TEST_F(RackCommands, OrderListAndClearFaults) {
 
 /// A fault is told as it was ordered.
 TEST_F(RackCommands, OrderEachKindOfFault) {
-  Lines orders{"no-answer",  "late 5",     "cut 2",    "split 5",   "trailing AA", "leading AA BB",
+  LINES orders{"no-answer",  "late 5",     "cut 2",    "split 5",   "trailing AA", "leading AA BB",
                "garbage AA", "address FF", "error 77", "length 55", "duplicate"};
   for (const LENGTH_WORD& row : kLengthWords) {
     orders.push_back(std::string("length ") + row.keyword);
@@ -230,7 +230,7 @@ TEST_F(RackCommands, UnplugReplugAndAddAdapters) {
   Converse(R"(
       adapter 1 off | adapter 1 off -> error: there is no silent or chattering adapter 1)");
   EXPECT_TRUE(near.WaitForHangUp());
-  EXPECT_EQ(Events(), (Lines{"adapter " + Link(0) + " unplugged", "adapter " + Link(4) + " ready",
+  EXPECT_EQ(Events(), (LINES{"adapter " + Link(0) + " unplugged", "adapter " + Link(4) + " ready",
                              "adapter " + Link(4) + " unplugged", "adapter " + Link(4) + " ready",
                              "adapter " + Link(1) + " ready", "adapter " + Link(1) + " opened",
                              "adapter " + Link(1) + " unplugged"}));
@@ -251,8 +251,7 @@ TEST_F(RackCommands, SendAndCount) {
 
 TEST_F(RackCommands, AnyBytesAsACommandDoNoHarm) {
   std::minstd_rand random;
-  const Lines words{"press", "fault",  "set", "show", "help", "0.1",
-                    "F",     "--json", "\"",  "on",   "FF"};
+  LINES words{"press", "fault", "set", "show", "help", "0.1", "F", "--json", "\"", "on", "FF"};
   for (int i = 0; i < 20000; ++i) {
     std::string line;
     for (auto n = random() % 6; n > 0; --n) {
@@ -281,7 +280,7 @@ TEST_F(RackCommands, ThePictureHasAHeadAndKnowsItsEdges) {
   Response("> 10 09 18 17 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16 17 18 19 20 21 22 23");
   EXPECT_EQ(
       Picture(simulation, kAsciiGlyphs),
-      (Lines{Link(0) + "   0 requests",
+      (LINES{Link(0) + "   0 requests",
              "1 motor        0 ---------| +100%   1 -----|----   +0%   2 |--------- -100%",
              "8 keys         key 12   encoder 0",
              "9 ir           sent 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16 17 18 19 ...",

@@ -19,12 +19,12 @@ namespace sim {
 namespace {
 
 using vorn::docs::ReadFile;
-using Lines = vorn::docs::LINES;
+using LINES = vorn::docs::LINES;
 
 /// A fenced block of a document: what stands behind the opening fence, and the lines.
 struct BLOCK {
   std::string kind;
-  Lines lines;
+  LINES lines;
 };
 
 std::vector<BLOCK> Blocks(const std::string& document) {
@@ -99,7 +99,7 @@ TEST_F(Documents, SimulatorsRackExamplesAndPicturesAreTrue) {
       ++examples;
     }
     if (block.kind == "picture") {
-      Lines picture = Picture(simulation, kUtf8Glyphs);
+      LINES picture = Picture(simulation, kUtf8Glyphs);
       ReplaceAll(picture[0], folder.Path(), ".");
       EXPECT_EQ(picture, block.lines);
       ++pictures;
@@ -126,13 +126,13 @@ TEST_F(Documents, ReadmeShowsThePictureAsTheRackDrawsIt) {
     if (block.kind != "picture") {
       continue;
     }
-    Lines shown = block.lines;
+    LINES shown = block.lines;
     const auto rule = std::find(shown.begin(), shown.end(), std::string(78, '-'));
     ASSERT_NE(rule, shown.end());
     shown.erase(rule, shown.end());  // below it are the lines and the prompt
-    const Lines drawn = Picture(simulation, kUtf8Glyphs);
+    LINES drawn = Picture(simulation, kUtf8Glyphs);
     EXPECT_TRUE(shown[0].starts_with("/dev/ttyUSB0   ") && shown[0].ends_with(" requests"));
-    EXPECT_EQ(Lines(shown.begin() + 1, shown.end()), Lines(drawn.begin() + 1, drawn.end()));
+    EXPECT_EQ(LINES(shown.begin() + 1, shown.end()), LINES(drawn.begin() + 1, drawn.end()));
     ++pictures;
   }
   EXPECT_EQ(pictures, 1);
