@@ -12,10 +12,10 @@ namespace bench {
 
 namespace {
 
-volatile sig_atomic_t g_isInterrupted = 0;
+volatile sig_atomic_t isInterrupted = 0;
 
 void NoteSignal(int /*number*/) {
-  g_isInterrupted = 1;
+  isInterrupted = 1;
 }
 
 }  // namespace
@@ -93,7 +93,7 @@ bool LOOP::Run(TIME until, const std::function<bool()>& done) {
     m_limit.Set(until);
     std::array<epoll_event, 8> ready{};
     const int count = epoll_wait(m_events.Get(), ready.data(), static_cast<int>(ready.size()), -1);
-    if (g_isInterrupted != 0) {
+    if (isInterrupted != 0) {
       throw FAILURE("interrupted");
     }
     for (int i = 0; i < count; ++i) {
