@@ -11,7 +11,7 @@
 namespace support {
 
 PAUSES::PAUSES(std::string folder) : m_folder(std::move(folder)) {
-  SetLength(1, milliseconds(kInstrumented ? 800 : 300));
+  SetLength(1, milliseconds(800));  // in which a card must have answered
   SetLength(2, milliseconds(60));
   SetLength(3, milliseconds(60));
 }
