@@ -175,6 +175,12 @@ POLLING MeasurePolling(SUBJECT& subject, NANOSECONDS time) {
   const std::chrono::duration<double> line = subject.Bus().LineTime(kBaud) - lineBefore;
   const std::chrono::duration<double> processor =
       subject.Process().ProcessorTime() - processorBefore;
+  if (!subject.Polls()) {
+    // The last answer is not to stand before the first line of the next measurement.
+    subject.Loop().Run(CLOCK::now() + kLostAfter,
+                       [&] { return subject.Client().Received().size() >= kAnswerSize; });
+    subject.Client().DropAll();
+  }
   return {line / took, processor / took * 100};
 }
 
