@@ -37,6 +37,7 @@ enum class MARK : std::uint8_t {
   kPollingPauses,
   kOperatorWaitsForLines,
   kLinesAreLost,
+  kFarewellIsNotMade,
   kLinesWaitForIo,
   kCopiesAreNotMade,
   kReportsAreNotMade,
@@ -53,7 +54,7 @@ struct BUDGET_ROW {
 };
 
 // clang-format off
-constexpr std::array<BUDGET_ROW, 12> kBudget = {{
+constexpr std::array<BUDGET_ROW, 13> kBudget = {{
     // mark                          queue                     queues  shares
     {MARK::kOperatorIsHeldBack,      QUEUE_KIND::kCaeInput,     1,   4,
      "messages from a CAE client",
@@ -79,6 +80,9 @@ constexpr std::array<BUDGET_ROW, 12> kBudget = {{
     {MARK::kLinesAreLost,            QUEUE_KIND::kInputLines,   1,  32,
      "the same, with those of cards that report without a poll",
      "further ones are dropped, and the log says so"},
+    {MARK::kFarewellIsNotMade,       QUEUE_KIND::kIoOutput,     1,  20,
+     "the farewell to an IO client that does not read",
+     "it is closed without one"},
     {MARK::kLinesWaitForIo,          QUEUE_KIND::kIoOutput,     1,  24,
      "input lines for an IO client that does not read",
      "they wait for the master loop, until that pauses the polling"},

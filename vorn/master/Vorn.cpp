@@ -167,7 +167,10 @@ void VORN::EndIoConnection(VOQUEUE::NUMBER number) {
   if (m_io->IsLeftBehind(number)) {
     return;
   }
-  m_io->OutputQueue().ToQueue(Convert_String2QList(kFarewell + m_config.io.outSeparator));
+  // Behind lines that nobody reads it would be for the next client, with those of all before.
+  if (m_io->OutputQueue().Bytes() < BytesAt(MARK::kFarewellIsNotMade)) {
+    m_io->OutputQueue().ToQueue(Convert_String2QList(kFarewell + m_config.io.outSeparator));
+  }
   PauseSeconds(kFarewellWaitS);
   m_io->CloseByCommandOf(number);
 }

@@ -67,6 +67,30 @@ TEST_F(Vorn, PausesPollingWhile24KibOfLinesWaitForAnIoClientThatDoesNotRead) {
 
 // --- the IO interface ---------------------------------------------------------------------------
 
+TEST_F(Vorn, NoFarewellIsKeptForAClientThatDoesNotReadItsLines) {
+  config.speedPercent = "100";
+  config.io.outSeparator = std::string(200, '-') + "\n";
+  Start();
+  TCP_CLIENT cae = ConnectCae();
+  WaitForCards(cae);
+  TCP_CLIENT io(config.io.port, {.smallBuffers = true});
+  EXPECT_TRUE(io.Receives(kIoGreeting));
+  changesAtEachPoll = true;
+  Ask(cae, "ENABLEPOLL", {"CIA: GLOBAL POLLING IS ENABLED"});
+  EXPECT_TRUE(WaitUntil([&] {
+    const int before = changes;
+    return before >= (24 * 1024 / 209 + 24 * 1024 / 8) / 2 &&
+           !WaitUntil([&] { return changes > before; }, 5 * support::kSilence);
+  }));
+  io.Send("EXIT\n");
+  EXPECT_TRUE(
+      WaitUntil([&] { return Logged("[INF] connection is closed by command on IO interface"); }));
+  TCP_CLIENT next(config.io.port);
+  const std::string waited = next.ReadUntil(kIoGreeting);
+  EXPECT_GE(waited.size(), 8U * 1024);
+  EXPECT_EQ(waited.find("Bye"), std::string::npos);
+}
+
 TEST_F(Vorn, AnIoCommandReachesItsCardOrTheOperatorAndTheMonitorAsTyped) {
   CLIENTS all = StartWithAll();
   all.io.Send("a5b1dFB\n");
