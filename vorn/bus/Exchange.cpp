@@ -37,7 +37,7 @@ bool EXCHANGE::Send(const QList& body) {
   const std::size_t length = body.size() + 1;
   for (std::size_t written = 0; written < length;) {
     const ssize_t count = m_line.Write(frame.data() + written, length - written);
-    if (count == -1) {
+    if (count <= 0) {
       return false;
     }
     written += static_cast<std::size_t>(count);

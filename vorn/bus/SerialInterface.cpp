@@ -190,9 +190,13 @@ void SERIAL_INTERFACE::QueueQuestion(std::size_t number, const QList& body) {
 
 /// For a message that has left its queue. Those that somebody else has queued are not counted.
 void SERIAL_INTERFACE::ForgetQuestion(std::size_t number, const QList& body) {
-  std::atomic<std::size_t>& waiting = m_questionsWaiting.at(number);
-  if (bus::IsQuestion(body) && waiting > 0) {
-    --waiting;
+  if (!bus::IsQuestion(body)) {
+    return;
+  }
+  // In one step: who drops the oldest forgets as well, on the master loop's thread.
+  std::atomic<std::size_t>& count = m_questionsWaiting.at(number);
+  std::size_t waiting = count;
+  while (waiting > 0 && !count.compare_exchange_weak(waiting, waiting - 1)) {
   }
 }
 
