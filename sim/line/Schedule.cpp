@@ -36,7 +36,9 @@ std::optional<Bytes> SCHEDULE::Take(TIME now) {
   if (m_due.empty() || m_due.begin()->first > now) {
     return std::nullopt;
   }
-  return std::move(m_due.extract(m_due.begin()).mapped());
+  Bytes bytes = std::move(m_due.begin()->second);
+  m_due.erase(m_due.begin());
+  return bytes;
 }
 
 }  // namespace sim

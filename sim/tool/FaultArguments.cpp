@@ -71,21 +71,29 @@ struct SCOPE {
   bool hasValue;
   void (*apply)(FAULT& fault, const std::string& value);
 };
+void TakeAddress(FAULT& fault, const std::string& value) {
+  fault.address = static_cast<std::uint8_t>(ReadAddress(value));
+}
+void TakeCode(FAULT& fault, const std::string& value) {
+  fault.code = ReadRequestCode(value);
+}
+void HappenOnce(FAULT& fault, const std::string& /*value*/) {
+  fault.times = 1;
+}
+void HappenTimes(FAULT& fault, const std::string& value) {
+  fault.times = ReadTimes(value);
+}
+void LastFor(FAULT& fault, const std::string& value) {
+  fault.times.reset();
+  fault.lasts = ReadSeconds(value);
+}
+void HappenAlways(FAULT& fault, const std::string& /*value*/) {
+  fault.times.reset();
+}
+
 constexpr SCOPE kScopes[] = {
-    {"on", true,
-     [](FAULT& fault, const std::string& value) {
-       fault.address = static_cast<std::uint8_t>(ReadAddress(value));
-     }},
-    {"code", true,
-     [](FAULT& fault, const std::string& value) { fault.code = ReadRequestCode(value); }},
-    {"once", false, [](FAULT& fault, const std::string& /*value*/) { fault.times = 1; }},
-    {"times", true, [](FAULT& fault, const std::string& value) { fault.times = ReadTimes(value); }},
-    {"for", true,
-     [](FAULT& fault, const std::string& value) {
-       fault.times.reset();
-       fault.lasts = ReadSeconds(value);
-     }},
-    {"always", false, [](FAULT& fault, const std::string& /*value*/) { fault.times.reset(); }},
+    {"on", true, TakeAddress},    {"code", true, TakeCode}, {"once", false, HappenOnce},
+    {"times", true, HappenTimes}, {"for", true, LastFor},   {"always", false, HappenAlways},
 };
 
 }  // namespace

@@ -98,6 +98,18 @@ std::string Nothing() {
   return {};
 }
 
+std::string ErrorCodeLines() {
+  return Listed("error codes", Keywords(kErrorCodes));
+}
+
+WORDS TypeWords() {
+  return Keywords(kCardTypes);
+}
+
+std::string TypeLines() {
+  return Listed("types", TypeWords());
+}
+
 /// What may stand for a placeholder, and what 'help' and the command say of it.
 struct PLACEHOLDER {
   const char* name;
@@ -105,11 +117,8 @@ struct PLACEHOLDER {
   std::string (*details)();
 };
 constexpr PLACEHOLDER kPlaceholders[] = {
-    {"COMMAND", CommandWords, Nothing},
-    {"KIND", FaultWords, FaultLines},
-    {"CODE", CodeWords, [] { return Listed("error codes", Keywords(kErrorCodes)); }},
-    {"TYPE", [] { return Keywords(kCardTypes); },
-     [] { return Listed("types", Keywords(kCardTypes)); }},
+    {"COMMAND", CommandWords, Nothing},  {"KIND", FaultWords, FaultLines},
+    {"CODE", CodeWords, ErrorCodeLines}, {"TYPE", TypeWords, TypeLines},
     {"NAME", ParameterWords, Nothing},
 };
 

@@ -59,10 +59,13 @@ class BusFaults : public FAULT_FIXTURE {
     adapter.Faults().Add(fault);
     // Asked for again where it has not been made: what an earlier fault left on the line can have
     // stood for the answer whose absence was to cost the link.
-    ASSERT_TRUE(support::WaitUntil([&] {
-      Trigger(*fault.code);
-      return support::WaitUntil([this] { return adapter.Faults().List().empty(); }, kHitLimit);
-    })) << sim::Describe(fault);
+    ASSERT_TRUE(support::WaitUntil(
+        [&] {
+          Trigger(*fault.code);
+          return support::WaitUntil([this] { return adapter.Faults().List().empty(); }, kHitLimit);
+        },
+        3 * kLimit))
+        << sim::Describe(fault);
   }
 
   /// Sees to it that the request is made; polls are made all the time.

@@ -63,6 +63,7 @@ TEST(Thread, IsDownAfterAStopWhoseEventIsRefusedWhenTheThreadHasEndedAlready) {
     beforeMutexLock = [&] { EXPECT_TRUE(thread.WaitForState(kThreadDown)); };
   };
   thread.Stop();
+  beforeMutexLock = nullptr;
   EXPECT_EQ(thread.ErrorFlags(), 0x10U);
   EXPECT_EQ(thread.ThreadState(), kThreadDown);
 }
