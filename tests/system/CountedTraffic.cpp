@@ -3,7 +3,9 @@
 #include "sim/rack/Bytes.h"
 #include "sim/rack/Protocol.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -15,6 +17,15 @@ constexpr std::size_t kAddressAt = 2;
 constexpr std::size_t kValuesAt = 4;
 
 constexpr int kInputCard = 3;
+
+/// What the rack's identification tells of its slots.
+constexpr std::uint8_t kCards[] = {
+    sim::type::kServo,        sim::type::kMotor, sim::type::kEmpty,
+    sim::type::kDigitalInput, sim::type::kEmpty, sim::type::kDigitalOutput,
+    sim::type::kEmpty,        sim::type::kEmpty, sim::type::kKeys,
+    sim::type::kIr,           sim::type::kEmpty, sim::type::kEmpty,
+    sim::type::kEmpty,        sim::type::kEmpty, sim::type::kLcd,
+    sim::type::kAnalogue};
 
 /// Beside the row by so much no frame of it comes near.
 constexpr int kBeside = 100;
@@ -97,10 +108,12 @@ struct BUS_WATCH::STATE {
   std::mutex mutex;  // guards all below
   bool areInputsCounted = false;
   bool areInputsStill = false;
+  bool isIdentifying = false;
   bool isSilent = false;
   int inputs = 0;
   std::array<std::vector<sim::Bytes>, sim::kSlots> outputs;
   std::array<int, sim::kSlots> polls{};
+  std::size_t longestPoll = 0;
 };
 
 BUS_WATCH::BUS_WATCH(sim::ADAPTER& adapter)
@@ -125,8 +138,13 @@ std::optional<sim::REPLY> BUS_WATCH::OnRequest(STATE& state, const sim::Bytes& f
   sim::Bytes answer;
   if (frame[kRequestAt] == sim::request::kOutput) {
     state.outputs.at(address).push_back(frame);
+    if (state.isIdentifying) {
+      answer = {sim::reply::kIdentified};
+      answer.insert(answer.end(), std::begin(kCards), std::end(kCards));
+    }
   } else if (frame[kRequestAt] == sim::request::kPoll) {
     ++state.polls.at(address);
+    state.longestPoll = std::max(state.longestPoll, frame.size());
     if (address == kInputCard && state.areInputsCounted) {
       state.inputs += state.areInputsStill || state.isSilent ? 0 : 1;
       answer = {sim::reply::kInput, kInputCard, static_cast<std::uint8_t>(state.inputs), 0};
@@ -159,6 +177,11 @@ void BUS_WATCH::BeSilent(bool isSilent) {
   m_state->isSilent = isSilent;
 }
 
+void BUS_WATCH::IdentifyAtOutputs() {
+  const std::lock_guard lock(m_state->mutex);
+  m_state->isIdentifying = true;
+}
+
 std::vector<sim::Bytes> BUS_WATCH::Outputs(int address) const {
   const std::lock_guard lock(m_state->mutex);
   return m_state->outputs.at(static_cast<std::size_t>(address));
@@ -178,6 +201,11 @@ sim::Bytes BUS_WATCH::LastOutput(int address) const {
 int BUS_WATCH::CountPolls(int address) const {
   const std::lock_guard lock(m_state->mutex);
   return m_state->polls.at(static_cast<std::size_t>(address));
+}
+
+std::size_t BUS_WATCH::LongestPoll() const {
+  const std::lock_guard lock(m_state->mutex);
+  return m_state->longestPoll;
 }
 
 std::string InputLine(int input) {

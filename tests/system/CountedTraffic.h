@@ -77,6 +77,9 @@ class BUS_WATCH {
   /// While it is so, nothing is answered.
   void BeSilent(bool isSilent);
 
+  /// From now on each output is answered with an identification of the rack's cards.
+  void IdentifyAtOutputs();
+
   /// Frames of outputs to that address so far, the oldest first.
   std::vector<sim::Bytes> Outputs(int address) const;
   std::size_t CountOutputs(int address) const;
@@ -84,6 +87,8 @@ class BUS_WATCH {
   sim::Bytes LastOutput(int address) const;
 
   int CountPolls(int address) const;
+  /// Of the longest poll so far, in bytes, its length byte included.
+  std::size_t LongestPoll() const;
 
  private:
   struct STATE;

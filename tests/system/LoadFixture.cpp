@@ -1,5 +1,25 @@
 #include "tests/system/LoadFixture.h"
 
+bool LOAD_FIXTURE::SendOneByOne(TCP_CLIENT& client, const std::vector<std::string>& messages) {
+  bool isRead = true;
+  for (const std::string& message : messages) {
+    client.Send(message);
+    isRead = isRead && support::WaitUntil([&] { return client.IsAllRead(); });
+  }
+  return isRead;
+}
+
+void LOAD_FIXTURE::ExpectOutputs(const COUNTED_CARD& card, int count) {
+  support::WaitUntil(
+      [&] { return bus.CountOutputs(card.Address()) >= static_cast<std::size_t>(count); });
+  int number = 0;
+  for (const sim::Bytes& output : bus.Outputs(card.Address())) {
+    ASSERT_EQ(sim::ToHex(output), sim::ToHex(card.Frame(number))) << "of command " << number;
+    ++number;
+  }
+  EXPECT_EQ(number, count);
+}
+
 void LOAD_FIXTURE::ExpectOutputsAndEnd(const COUNTED_CARD& card, int count) {
   ASSERT_TRUE(support::WaitUntil(
       [&] { return bus.LastOutput(card.Address()) == card.EndFrame(count); }, 2 * kLoadLimit));
