@@ -114,13 +114,7 @@ TEST_F(Vorn, KeepsNoMoreThan336KibOfAnswersForOperatorsWhoAskAndGoAndSaysSoOnce)
 }
 
 TEST_F(Vorn, TakesNoCommandWhile28KibOfLinesWaitThatTheOperatorHasAskedFor) {
-  config.speedPercent = "100";
-  config.io.outSeparator = std::string(200, '-') + "\n";  // long lines fill the connection sooner
-  Start();
-  TCP_CLIENT cae = ConnectCae();
-  WaitForCards(cae);
-  TCP_CLIENT io(config.io.port, {.smallBuffers = true});
-  EXPECT_TRUE(io.Receives(kIoGreeting));
+  auto [cae, io] = StartWithADeafIoClient();
   const std::string question = "GETLASTINPST:3=0";
   const LINES answer = {"CIA: LAST INPUT STATE SENT ON IO INTERFACE"};
   // Lines of 209 bytes for the client, 24 KiB of them, and 28 KiB of eight for the master loop: up

@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace vorn {
@@ -82,6 +83,31 @@ class Vorn : public testing::Test {
     ASSERT_TRUE(vorn->InitProgramData());
     vorn->InitInterfaces();
     loop = std::thread([this] { vorn->MasterThread(); });
+  }
+
+  /// An operator, with the cards in the table, and an IO client that does not read lines of 209
+  /// bytes: of eight without their separator.
+  std::pair<TCP_CLIENT, TCP_CLIENT> StartWithADeafIoClient() {
+    config.speedPercent = "100";
+    config.io.outSeparator = std::string(200, '-') + "\n";  // fills the connection sooner
+    Start();
+    TCP_CLIENT cae = ConnectCae();
+    WaitForCards(cae);
+    TCP_CLIENT io(config.io.port, {.smallBuffers = true});
+    EXPECT_TRUE(io.Receives(kIoGreeting));
+    return {std::move(cae), std::move(io)};
+  }
+
+  /// Polls, of which each makes two lines, pause since 24 KiB of them wait for that client, and 24
+  /// without separator for the master loop.
+  bool PausesPolling(TCP_CLIENT& cae) {
+    changesAtEachPoll = true;
+    Ask(cae, "ENABLEPOLL", {"CIA: GLOBAL POLLING IS ENABLED"});
+    return support::WaitUntil([&] {
+      const int before = changes;
+      return before >= (24 * 1024 / 209 + 24 * 1024 / 8) / 2 &&
+             !support::WaitUntil([&] { return changes > before; }, 5 * support::kSilence);
+    });
   }
 
   void Stop(int signalNumber) {
