@@ -11,7 +11,7 @@
 namespace support {
 
 PAUSES::PAUSES(std::string folder) : m_folder(std::move(folder)) {
-  SetLength(1, milliseconds(800));  // in which a card must have answered
+  SetLength(1, milliseconds(1500));  // a card must have answered in it, however busy the machine
   SetLength(2, milliseconds(60));
   SetLength(3, milliseconds(60));
 }
