@@ -21,6 +21,7 @@ struct CONNECTION {
   int localPort = 0;
   int peerPort = 0;
   int state = 0;
+  long unacknowledged = 0;
   long unread = 0;
   unsigned long inode = 0;
 };
@@ -33,13 +34,15 @@ std::vector<CONNECTION> Connections() {
     unsigned localPort = 0;
     unsigned peerPort = 0;
     unsigned state = 0;
+    unsigned long unacknowledged = 0;
     unsigned long unread = 0;
     unsigned long inode = 0;
     // slot: local peer state tx:rx timer retransmissions uid time-out inode
-    if (std::sscanf(line.c_str(), " %*d: %*x:%x %*x:%x %x %*x:%lx %*s %*s %*s %*s %lu", &localPort,
-                    &peerPort, &state, &unread, &inode) == 5) {
+    if (std::sscanf(line.c_str(), " %*d: %*x:%x %*x:%x %x %lx:%lx %*s %*s %*s %*s %lu", &localPort,
+                    &peerPort, &state, &unacknowledged, &unread, &inode) == 6) {
       all.push_back({static_cast<int>(localPort), static_cast<int>(peerPort),
-                     static_cast<int>(state), static_cast<long>(unread), inode});
+                     static_cast<int>(state), static_cast<long>(unacknowledged),
+                     static_cast<long>(unread), inode});
     }
   }
   return all;
@@ -93,6 +96,15 @@ long UnreadBytes(int localPort, int peerPort) {
   for (const CONNECTION& connection : Connections()) {
     if (connection.localPort == localPort && connection.peerPort == peerPort) {
       return connection.unread;
+    }
+  }
+  return -1;
+}
+
+long UnacknowledgedBytes(int localPort, int peerPort) {
+  for (const CONNECTION& connection : Connections()) {
+    if (connection.localPort == localPort && connection.peerPort == peerPort) {
+      return connection.unacknowledged;
     }
   }
   return -1;

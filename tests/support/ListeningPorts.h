@@ -17,4 +17,7 @@ std::vector<int> ListeningPorts(pid_t pid);
 /// and whose peer's is peerPort. -1 when there is no such connection.
 long UnreadBytes(int localPort, int peerPort);
 
+/// Bytes that the one side has written and the other has not acknowledged, named and refused alike.
+long UnacknowledgedBytes(int localPort, int peerPort);
+
 }  // namespace support
