@@ -1,7 +1,7 @@
 #include "checkconf/MachineChecks.h"
 
 #include "checkconf/Quoting.h"
-#include "vorn/base/UniqueFd.h"
+#include "thread/UniqueFd.h"
 #include "vorn/base/Values.h"
 #include "vorn/config/ConfigTables.h"
 

@@ -1,6 +1,6 @@
 #include "vorn/base/Logger.h"
 
-#include "vorn/base/UniqueFd.h"
+#include "thread/UniqueFd.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vorn/base/UniqueFd.h"
+#include "thread/UniqueFd.h"
 #include "vorn/bus/Line.h"
 
 #include <unistd.h>

@@ -6,7 +6,7 @@
 #include "vorn/base/Logger.h"
 #include "vorn/base/QList.h"
 #include "vorn/base/SharedField.h"
-#include "vorn/base/UniqueFd.h"
+#include "thread/UniqueFd.h"
 #include "vorn/base/VoQueue.h"
 #include "vorn/config/ConfigDescriptor.h"
 #include "vorn/tcp/DeliveryWatch.h"

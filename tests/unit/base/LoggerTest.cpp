@@ -2,8 +2,8 @@
 #include "tests/support/ProcessInfo.h"
 #include "tests/support/Text.h"
 #include "tests/support/unit/Folder.h"
+#include "thread/UniqueFd.h"
 #include "vorn/base/Logger.h"
-#include "vorn/base/UniqueFd.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 
 #include "checkconf/Loading.h"
 #include "tests/unit/checkconf/Checked.h"
-#include "vorn/base/UniqueFd.h"
+#include "thread/UniqueFd.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

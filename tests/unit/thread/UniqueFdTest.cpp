@@ -1,4 +1,4 @@
-#include "vorn/base/UniqueFd.h"
+#include "thread/UniqueFd.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "vorn/base/UniqueFd.h"
+#include "thread/UniqueFd.h"
 
 #include <unistd.h>
 
