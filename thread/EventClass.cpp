@@ -15,7 +15,7 @@ CEventClass::~CEventClass() {
 }
 
 void CEventClass::Set() {
-  MakeMeetingNoise();
+  MakeScheduleNoise();
   if (m_holder.load(std::memory_order_relaxed) == pthread_self()) {
     ++m_sets;
   } else {
@@ -46,7 +46,7 @@ bool CEventClass::Wait(const std::function<bool()>& alreadyDue) {
 void CEventClass::Reset() {
   m_holder.store(0, std::memory_order_relaxed);
   pthread_mutex_unlock(&m_mutex);
-  MakeMeetingNoise();
+  MakeScheduleNoise();
 }
 
 }  // namespace vorn

@@ -1,7 +1,5 @@
 #include "thread/Pause.h"
 
-#include "thread/Pauses.h"
-
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -19,22 +17,17 @@ void Sleep(unsigned int n) {
   nanosleep(&request, nullptr);
 }
 
-namespace {
-
-/// Runs the command and waits for it; true when it ran and ended well.
-bool RunSleepCommand(int seconds) {
+FILE* StartSleepCommand(int seconds) {
   char command[100];
   std::snprintf(command, sizeof command, "sleep %d", seconds);
   // "e": the pipe's own end must not reach the children of other threads' pauses.
-  FILE* const pipe = popen(command, "re");
-  return pipe != nullptr && pclose(pipe) == 0;
+  return popen(command, "re");
 }
-
-}  // namespace
 
 void sleepsec(int seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  if (!RunSleepCommand(seconds)) {
+  FILE* const command = StartSleepCommand(seconds);
+  if (command == nullptr || pclose(command) != 0) {
     std::this_thread::sleep_until(end);
   }
 }
@@ -47,14 +40,6 @@ void PauseUs(std::int32_t delayUs) {
   request.tv_sec = delayUs / 1'000'000;
   request.tv_nsec = static_cast<decltype(request.tv_nsec)>(delayUs % 1'000'000) * 1000;
   nanosleep(&request, nullptr);
-}
-
-void SYSTEM_PAUSES::DelayUs(std::int32_t delayUs) {
-  PauseUs(delayUs);
-}
-
-void SYSTEM_PAUSES::Seconds(int seconds) {
-  sleepsec(seconds);
 }
 
 }  // namespace vorn

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 namespace vorn {
 
@@ -12,6 +13,10 @@ void Sleep(unsigned int n);
 /// such child can be started, or it ends in failure, the rest of the time is waited here: a caller
 /// paced by this pause never spins.
 void sleepsec(int seconds);
+
+/// The same command, under way: a pipe that is at its end when it has ended, for pclose. Null where
+/// none can be started.
+FILE* StartSleepCommand(int seconds);
 
 /// Pauses a thread delay in microseconds; 0 or less is no pause. A signal ends the pause early.
 void PauseUs(std::int32_t delayUs);

@@ -114,14 +114,24 @@ bool CThread::Start() {
 }
 
 void CThread::RequestStop() {
-  MakeMeetingNoise();
-  const CScopedLock lock(m_lock);
-  m_running = false;
-  m_stopRequested.store(true, std::memory_order_relaxed);
+  MakeScheduleNoise();
+  {
+    const CScopedLock lock(m_lock);
+    m_running = false;
+    m_stopRequested.store(true, std::memory_order_relaxed);
+  }
+  WakeUp();
+}
+
+void CThread::WakeUp() {
+  BELL* const bell = m_bell.load(std::memory_order_relaxed);
+  if (bell != nullptr) {
+    bell->RingThrough();
+  }
 }
 
 void CThread::Stop() {
-  MakeMeetingNoise();
+  MakeScheduleNoise();
   {
     // In one step: a thread that ends as soon as it is asked was running all the same, and gets its
     // event.
@@ -132,6 +142,7 @@ void CThread::Stop() {
       return;
     }
   }
+  WakeUp();
   // An interval-driven thread refuses this, which leaves the fault state until its next pass.
   Event(static_cast<void*>(nullptr));
   for (;;) {
@@ -341,11 +352,12 @@ void CThread::Kernel() {
     if (holdsEvent) {
       m_event.Reset();
     }
-    if (goOn && m_type.load(std::memory_order_relaxed) == kIntervalDriven) {
+    if (goOn && m_type.load(std::memory_order_relaxed) == kIntervalDriven &&
+        m_bell.load(std::memory_order_relaxed) == nullptr) {
       Sleep(static_cast<unsigned int>(m_idle.load(std::memory_order_relaxed)));
     }
   }
-  MakeMeetingNoise();  // whoever stops it waits for this
+  MakeScheduleNoise();  // whoever stops it waits for this
   const CScopedLock lock(m_lock);
   m_state = kThreadDown;
   m_running = false;

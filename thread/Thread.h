@@ -1,5 +1,6 @@
 #pragma once
 
+#include "thread/Bell.h"
 #include "thread/EventClass.h"
 #include "thread/MutexClass.h"
 #include "thread/Task.h"
@@ -98,6 +99,10 @@ class CThread {
 
  protected:
   bool StopRequested() const { return m_stopRequested.load(std::memory_order_relaxed); }
+  /// For a worker whose passes begin with a rest, into which the idle time counts: an
+  /// interval-driven loop makes no pause of its own between them then, and who asks it to stop
+  /// rings the bell by which it rests. Before SetThreadType; the bell is the worker's own.
+  void KeepOwnPace(BELL& bell) { m_bell.store(&bell, std::memory_order_relaxed); }
   /// Stops the thread and waits until it is gone. For the first line of a derived destructor.
   void StopAndJoin();
 
@@ -107,6 +112,7 @@ class CThread {
   // The thread function; the name is the framework's own.
   friend void* _THKERNEL(void* thread);  // NOLINT(bugprone-reserved-identifier)
   void Kernel();
+  void WakeUp();
   void SetState(ThreadState_t state);
   bool Running();
   bool FaultUnlessEventDriven();
@@ -122,7 +128,8 @@ class CThread {
   // The loop reads idle time and type without the lock, one word each; their order does not matter.
   std::atomic<std::int32_t> m_idle{100};
   std::atomic<ThreadType_t> m_type{kEventDriven};
-  std::int32_t m_stackSize = 0;  // bytes; 0: the system's default
+  std::atomic<BELL*> m_bell{nullptr};  // of a worker that keeps its own pace
+  std::int32_t m_stackSize = 0;        // bytes; 0: the system's default
   std::uint32_t m_errorFlags = 0;
   bool m_joinable = false;  // a thread was created and not joined yet
   bool m_ended = false;     // its function has finished

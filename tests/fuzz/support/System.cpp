@@ -54,6 +54,12 @@ void SYSTEM::Seconds(int seconds) {
   Pause(std::int64_t{seconds} * 1'000'000'000);
 }
 
+void SYSTEM::SecondsUnless(int seconds, const std::function<bool()>& isOver) {
+  if (!isOver()) {
+    Seconds(seconds);
+  }
+}
+
 }  // namespace fuzz
 
 using fuzz::SYSTEM;

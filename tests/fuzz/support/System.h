@@ -33,8 +33,10 @@ class SYSTEM : public PAUSES {
   /// A pause of the daemon, on whatever worker's or loop's behalf.
   virtual void Pause(std::int64_t nanoseconds) { static_cast<void>(nanoseconds); }
 
+  void Rest(REST& rest) final { DelayUs(rest.delayUs()); }
   void DelayUs(std::int32_t delayUs) final;
   void Seconds(int seconds) final;
+  void SecondsUnless(int seconds, const std::function<bool()>& isOver) final;
   CLOCK::time_point Now() final { return m_now; }
 
   // For the replaced calls.

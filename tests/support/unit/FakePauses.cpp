@@ -8,6 +8,21 @@ namespace vorn {
 
 namespace unit {
 
+void FAKE_PAUSES::Rest(REST& rest) {
+  if (m_restsForReal) {
+    m_real.Rest(rest);
+    return;
+  }
+  DelayUs(rest.delayUs());
+  if (m_longestDelayUs > 0) {
+    PauseUs(1);  // where the delay is none, too
+  }
+}
+
+void FAKE_PAUSES::SecondsUnless(int seconds, const std::function<bool()>& /*isOver*/) {
+  Seconds(seconds);
+}
+
 void FAKE_PAUSES::DelayUs(std::int32_t delayUs) {
   if (delayUs <= 0) {
     return;
@@ -34,6 +49,9 @@ void FAKE_PAUSES::Seconds(int seconds) {
 }
 
 PAUSES::CLOCK::time_point FAKE_PAUSES::Now() {
+  if (m_restsForReal) {
+    return CLOCK::now();
+  }
   const std::lock_guard lock(m_lock);
   return m_now[std::this_thread::get_id()];
 }
