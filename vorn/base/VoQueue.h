@@ -1,5 +1,6 @@
 #pragma once
 
+#include "thread/Bell.h"
 #include "thread/MutexClass.h"
 #include "vorn/base/QList.h"
 
@@ -17,10 +18,20 @@ namespace vorn {
 /// same to the queue; most have two. There is no bound here: nothing is refused, and nothing is
 /// dropped unless a producer asks for it; the queue counts what waits in it, and Budget.h has the
 /// bounds. The mutex guards every operation and is never held while calling out.
+///
+/// It wakes who takes from it where a message comes, and who fills it where there is room again;
+/// their bells are lent, and outlive the last message.
 class VOQUEUE {
  public:
   /// Messages are numbered in the order they come, from 0 on.
   using NUMBER = std::uint64_t;
+
+  /// Who takes from here rests by this bell. Before the first message.
+  void WakeTakerBy(BELL& bell);
+  /// A producer that is held back while `markBytes` or more wait rests by this bell.
+  void WakeProducerBy(BELL& bell, std::size_t markBytes);
+  /// Wakes who takes: whether it can go on depends on more than this queue, and that has changed.
+  void WakeTaker();
 
   /// Appends a copy of the message at the back.
   void ToQueue(QList message);
@@ -48,9 +59,13 @@ class VOQUEUE {
   NUMBER NextToGo();
 
  private:
+  void Append(QList message);
   QList TakeFront();
 
   CMutexClass m_mutex;
+  BELL* m_taker = nullptr;
+  BELL* m_producer = nullptr;
+  std::size_t m_producerMark = 0;  // bytes
   std::deque<QList> m_messages;
   std::size_t m_bytes = 0;
   NUMBER m_came = 0;

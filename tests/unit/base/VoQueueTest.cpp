@@ -1,6 +1,7 @@
 #include "vorn/base/VoQueue.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <memory>
 #include <string>
@@ -14,6 +15,23 @@ namespace {
 QList Message(const std::string& text) {
   return {text.begin(), text.end()};
 }
+
+/// A loop that rests, with nobody who does.
+class RESTING {
+ public:
+  /// It has been rung for since the last look; it rests again.
+  bool IsWoken() {
+    pollfd event = {m_bell.Descriptor(), POLLIN, 0};
+    const bool isWoken = poll(&event, 1, 0) > 0;
+    m_bell.Clear();
+    m_bell.Arm(BELL::kResting);
+    return isWoken;
+  }
+  BELL& Bell() { return m_bell; }
+
+ private:
+  BELL m_bell;
+};
 
 }  // namespace
 
@@ -124,6 +142,51 @@ TEST(VoQueue, HasNoBound) {
   for (int i = 0; i < kMany; ++i) {
     ASSERT_EQ(queue.DeQueue(), Message(std::to_string(i)));
   }
+}
+
+TEST(VoQueue, WakesWhoTakesForEachMessage) {
+  VOQUEUE queue;
+  RESTING taker;
+  queue.ToQueue(Message("before"));
+  queue.WakeTakerBy(taker.Bell());
+  EXPECT_FALSE(taker.IsWoken());
+  queue.ToQueue(Message("first"));
+  EXPECT_TRUE(taker.IsWoken());
+  EXPECT_FALSE(taker.IsWoken());
+  queue.ToQueue(Message("second"));
+  EXPECT_TRUE(taker.IsWoken());
+  queue.ToQueueLatest(Message("third"), 1);
+  EXPECT_TRUE(taker.IsWoken());
+  queue.DeQueue();
+  EXPECT_FALSE(taker.IsWoken());
+  queue.WakeTaker();
+  EXPECT_TRUE(taker.IsWoken());
+}
+
+TEST(VoQueue, WakesWhoIsHeldBackWhereItComesBelowTheMark) {
+  VOQUEUE queue;
+  RESTING producer;
+  constexpr std::size_t kMark = 8;  // two messages of three, with one more for each
+  queue.WakeProducerBy(producer.Bell(), kMark);
+  EXPECT_FALSE(producer.IsWoken());
+  for (int i = 0; i < 4; ++i) {
+    queue.ToQueue(Message("abc"));
+  }
+  EXPECT_FALSE(producer.IsWoken());
+  queue.DeQueue();
+  queue.DeQueue();
+  EXPECT_FALSE(producer.IsWoken());  // just at it
+  queue.DeQueue();
+  EXPECT_TRUE(producer.IsWoken());
+  queue.DeQueue();
+  EXPECT_FALSE(producer.IsWoken());
+}
+
+TEST(VoQueue, WithoutABellWakesNobody) {
+  VOQUEUE queue;
+  queue.WakeTaker();
+  queue.ToQueue(Message("A"));
+  EXPECT_EQ(queue.DeQueue(), Message("A"));
 }
 
 TEST(VoQueue, DestroysTheMessagesLeftInIt) {
