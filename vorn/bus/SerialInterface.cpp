@@ -24,6 +24,10 @@ constexpr std::int32_t kPauseBeforeHandshakeUs = 200;
 constexpr const char* kTimeoutReply = "TME";
 constexpr const char* kEmptyRequestReply = "LCE";
 
+bool IsPolled(const PERIFCARD& card) {
+  return card.stateWord == kInputCard && card.pollFlag != 0;
+}
+
 }  // namespace
 
 SERIAL_INTERFACE::SERIAL_INTERFACE(const std::string& devicePath, PORT_SELECTION selection,
@@ -42,6 +46,14 @@ SERIAL_INTERFACE::SERIAL_INTERFACE(const std::string& devicePath, PORT_SELECTION
       m_cards(cards),
       m_polling(polling),
       m_autoDiscover(autoDiscover) {
+  m_rest.delayUs = [this] { return ThreadDelayUs(); };
+  m_rest.isOver = [this] { return StopRequested(); };
+  m_rest.hasWork = [this] { return HasWork(); };
+  for (VOQUEUE& queue : m_busQueues) {
+    queue.WakeTakerBy(m_rest.bell);
+  }
+  m_inboundQueue.WakeProducerBy(m_rest.bell, BytesAt(MARK::kPollingPauses));
+  KeepOwnPace(m_rest.bell);
   SetThreadType(kIntervalDriven, 1);
 }
 
@@ -52,8 +64,27 @@ SERIAL_INTERFACE::~SERIAL_INTERFACE() {
 
 // --- the pass -----------------------------------------------------------------------------------
 
+/// Without a link every pass looks for one; with a card to poll every pass polls. An open port that
+/// is no link is left alone.
+bool SERIAL_INTERFACE::HasWork() {
+  if (m_closeRequested) {
+    return m_linkStatus != kNotConnected;
+  }
+  if (m_linkStatus != kControllerFound) {
+    return m_linkStatus == kNotConnected;
+  }
+  return std::any_of(m_busQueues.begin(), m_busQueues.end(),
+                     [](VOQUEUE& queue) { return !queue.IsEmpty(); }) ||
+         (IsPolling() && HasPolledCard());
+}
+
+/// Two noisy analogue cards can outrun the master loop, which takes one line a pass, for good.
+bool SERIAL_INTERFACE::IsPolling() {
+  return m_polling && m_inboundQueue.Bytes() < BytesAt(MARK::kPollingPauses);
+}
+
 bool SERIAL_INTERFACE::OnTask() {
-  m_pauses.DelayUs(m_threadDelayUs);
+  m_pauses.Rest(m_rest);
   if (m_closeRequested) {
     LoseLink();
     return true;
@@ -65,8 +96,7 @@ bool SERIAL_INTERFACE::OnTask() {
     return true;
   }
   ServeBusQueues();
-  // Two noisy analogue cards can outrun the master loop, which takes one line a pass, for good.
-  if (m_polling && m_inboundQueue.Bytes() < BytesAt(MARK::kPollingPauses)) {
+  if (IsPolling()) {
     QueuePollFrames();
   }
   return true;
@@ -167,11 +197,20 @@ void SERIAL_INTERFACE::WriteToQueue(const std::uint8_t* reply) {
   }
 }
 
+bool SERIAL_INTERFACE::HasPolledCard() {
+  for (std::size_t address = 0; address < bus::kAddresses; ++address) {
+    if (m_cards.With(address, IsPolled)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void SERIAL_INTERFACE::QueuePollFrames() {
   for (std::size_t address = 0; address < bus::kAddresses; ++address) {
     bool polled = false;
     const QList frame = m_cards.With(address, [&](const PERIFCARD& card) {
-      polled = card.stateWord == kInputCard && card.pollFlag != 0;
+      polled = IsPolled(card);
       return polled ? card.pollFrame : QList();
     });
     const std::size_t waiting = m_questionsWaiting.at(address);
@@ -218,6 +257,12 @@ void SERIAL_INTERFACE::QueueRequest(std::size_t number, QList body) {
   }
   if (!dropped.empty() && !m_isLossTold.Exchange(true)) {
     m_logger.WriteLog(kErr, "too many messages wait for the card bus, the oldest are lost");
+  }
+}
+
+void SERIAL_INTERFACE::WakeProducerBy(BELL& bell) {
+  for (VOQUEUE& queue : m_busQueues) {
+    queue.WakeProducerBy(bell, BytesAt(MARK::kBusIsBehind));
   }
 }
 
@@ -309,6 +354,7 @@ void SERIAL_INTERFACE::LoseLink() {
   m_linkStatus = kNotConnected;
   if (m_isServing.Exchange(false)) {
     m_isLossTold = false;
+    m_inboundQueue.WakeTaker();  // the master loop does not wait for a link that is lost
   }
 }
 

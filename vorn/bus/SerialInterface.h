@@ -1,6 +1,7 @@
 #pragma once
 
 #include "thread/Pauses.h"
+#include "thread/Rest.h"
 #include "thread/Thread.h"
 #include "vorn/base/Backlog.h"
 #include "vorn/base/Logger.h"
@@ -88,16 +89,33 @@ class SERIAL_INTERFACE final : public CThread {
   /// The link serves, and so much waits in one of the bus queues that who fills them has to wait.
   bool IsBehind();
   bool Polling() const { return m_polling; }
-  void SetPolling(bool on) { m_polling = on; }
+  void SetPolling(bool on) {
+    m_polling = on;
+    LookAgain();
+  }
+  /// There may be something to poll that was not polled before.
+  void LookAgain() { m_rest.bell.Ring(); }
+  /// Who fills the bus queues, and waits where this worker is behind, rests by this bell.
+  void WakeProducerBy(BELL& bell);
   std::int32_t ThreadDelayUs() const { return m_threadDelayUs; }
-  /// Microseconds at the top of every pass; 0 or less is none.
-  void SetThreadDelayUs(std::int32_t delayUs) { m_threadDelayUs = delayUs; }
+  /// Microseconds at the top of every pass; 0 or less is none. In force at once.
+  void SetThreadDelayUs(std::int32_t delayUs) {
+    m_threadDelayUs = delayUs;
+    m_rest.bell.RingThrough();
+  }
   LINK_STATUS LinkStatus() const { return m_linkStatus; }
   LOGGER& Logger() { return m_logger; }
   /// Asks the worker to close the port and not to open one again: the daemon is stopping.
-  void ClosePort() { m_closeRequested = true; }
+  void ClosePort() {
+    m_closeRequested = true;
+    m_rest.bell.RingThrough();
+  }
 
  private:
+  bool HasWork();
+  bool IsPolling();
+  bool HasPolledCard();
+
   // The stages of a pass.
   void Connect();
   void ServeBusQueues();
@@ -138,6 +156,7 @@ class SERIAL_INTERFACE final : public CThread {
   SHARED_FIELD<std::int32_t> m_threadDelayUs = kDefaultThreadDelayUs;
   bool m_autoDiscover;
   SHARED_FIELD<bool> m_closeRequested = false;
+  REST m_rest;
 };
 
 }  // namespace vorn

@@ -25,6 +25,13 @@ VORN::VORN(const SIGNAL_FLAG& signalFlag, LINE& line, PAUSES& pauses, const std:
       m_configPath(configPath),
       m_monitorBacklog(BytesAt(MARK::kCopiesAreNotMade)),
       m_operatorBacklog(BytesAt(MARK::kOperatorWaitsForAnswers)) {
+  m_rest.delayUs = [this] { return m_config.threadDelayUs; };
+  m_rest.isOver = [this] { return IsStopped(); };
+  m_rest.hasWork = [this] { return HasWork(); };
+  m_rest.takesSignals = true;
+  for (VOQUEUE* const queue : {&m_serialQueue, &m_ioQueue, &m_caeQueue}) {
+    queue->WakeTakerBy(m_rest.bell);
+  }
 }
 
 VORN::~VORN() {
@@ -79,6 +86,10 @@ void VORN::InitInterfaces() {
                                                 m_config.autoDiscover, m_line, m_pauses);
   m_serial->SetThreadDelayUs(m_config.threadDelayUs);
 
+  m_serial->WakeProducerBy(m_rest.bell);
+  m_io->OutputQueue().WakeProducerBy(m_rest.bell, BytesAt(MARK::kLinesWaitForIo));
+  m_cae->OutputQueue().WakeProducerBy(m_rest.bell, BytesAt(MARK::kOperatorWaitsForAnswers));
+
   m_caeInterpreter = std::make_unique<CAE_INTERPRETER>(
       m_config.cae, m_cae->OutputQueue(),
       [this](QList body) {
@@ -102,7 +113,7 @@ std::unique_ptr<SOCKET_INTERFACE> VORN::StartSocketInterface(const INTERFACE_DES
 
 void VORN::MasterThread() {
   for (;;) {
-    m_pauses.DelayUs(m_config.threadDelayUs);
+    m_pauses.Rest(m_rest);
     if (StoppedBySignal()) {
       return;
     }
@@ -110,6 +121,17 @@ void VORN::MasterThread() {
     ServeIo();
     ServeCae();
   }
+}
+
+bool VORN::IsStopped() const {
+  const std::int32_t signalNumber = m_signalFlag.load(std::memory_order_relaxed);
+  return signalNumber == SIGINT || signalNumber == SIGTERM;
+}
+
+/// A signal is told in every pass once it has come.
+bool VORN::HasWork() {
+  return m_signalFlag.load(std::memory_order_relaxed) != kNoSignal || HasCardInput() ||
+         HasIoMessage() || HasCaeMessage(m_cae->IsConnected());
 }
 
 bool VORN::StoppedBySignal() {
@@ -122,18 +144,22 @@ bool VORN::StoppedBySignal() {
   m_mon->mf_SIGhandler(signalNumber);
   m_serial->Logger().WriteLog(kInf, "signal " + ITOA(signalNumber) + " on serial interface");
   m_serial->ClosePort();
-  if (signalNumber != SIGINT && signalNumber != SIGTERM) {
+  if (!IsStopped()) {
     return false;
   }
   m_logger.WriteLog(kInf, "vorn is stopped by SIGTERM or SIGINT");
   return true;
 }
 
+bool VORN::HasCardInput() {
+  return !m_serialQueue.IsEmpty() &&
+         (!m_io->IsConnected() || m_io->OutputQueue().Bytes() < BytesAt(MARK::kLinesWaitForIo));
+}
+
 /// The monitor sees card input only while an IO client is connected; without one the line is
 /// dropped.
 void VORN::ForwardCardInput() {
-  if (m_serialQueue.IsEmpty() ||
-      (m_io->IsConnected() && m_io->OutputQueue().Bytes() >= BytesAt(MARK::kLinesWaitForIo))) {
+  if (!HasCardInput()) {
     return;
   }
   QList line = m_serialQueue.DeQueue();
@@ -148,8 +174,12 @@ void VORN::ForwardCardInput() {
 
 /// While the bus is behind no message is taken: the IO worker then stops reading, and TCP holds the
 /// client back. Without a link IO goes on: each card keeps the latest of what waits for it.
+bool VORN::HasIoMessage() {
+  return !m_ioQueue.IsEmpty() && !m_serial->IsBehind();
+}
+
 void VORN::ServeIo() {
-  if (m_ioQueue.IsEmpty() || m_serial->IsBehind()) {
+  if (!HasIoMessage()) {
     return;
   }
   const VOQUEUE::NUMBER number = m_ioQueue.NextToGo();
@@ -189,19 +219,22 @@ void VORN::CopyToMonitor(const QList& message) {
 }
 
 /// An operator who does not read his answers, or an IO client that does not read what he asks for,
-/// keeps him waiting: the CAE worker then stops reading, and TCP holds him back. An operator who
-/// has gone cannot be held back: his commands run, and further answers to them are not kept.
+/// keeps him waiting: the CAE worker then stops reading, and TCP holds him back.
+bool VORN::HasCaeMessage(bool isOperatorThere) {
+  return !m_caeQueue.IsEmpty() && m_serialQueue.Bytes() < BytesAt(MARK::kOperatorWaitsForLines) &&
+         (!isOperatorThere ||
+          m_cae->OutputQueue().Bytes() < BytesAt(MARK::kOperatorWaitsForAnswers));
+}
+
+/// An operator who has gone cannot be held back: his commands run, and further answers to them are
+/// not kept.
 void VORN::ServeCae() {
-  if (m_caeQueue.IsEmpty() || m_serialQueue.Bytes() >= BytesAt(MARK::kOperatorWaitsForLines)) {
-    return;
-  }
   const bool isThere = m_cae->IsConnected();
-  const std::size_t waiting = m_cae->OutputQueue().Bytes();
-  if (isThere && waiting >= BytesAt(MARK::kOperatorWaitsForAnswers)) {
+  if (!HasCaeMessage(isThere)) {
     return;
   }
   if (!isThere) {
-    m_operatorBacklog.Note(waiting);
+    m_operatorBacklog.Note(m_cae->OutputQueue().Bytes());
     if (m_operatorBacklog.HasJustFilled()) {
       m_logger.WriteLog(kErr, "too many messages wait on CAE interface, answers are not kept");
     }
@@ -211,6 +244,15 @@ void VORN::ServeCae() {
   const std::string text = Convert_QList2String(m_caeQueue.DeQueue());
   if (!IsExit(text, m_config.cae) || !m_cae->IsLeftBehind(m_caeNumber)) {
     m_caeInterpreter->InterpretCaeCommand(text);
+    m_serial->LookAgain();  // a card may be one to poll now
+  }
+}
+
+/// A stop cuts it short; what the pause was for is then not told any more.
+void VORN::PauseSeconds(int seconds) {
+  m_pauses.SecondsUnless(seconds, m_rest.isOver);
+  if (IsStopped()) {
+    m_caeInterpreter->Mute(true);
   }
 }
 

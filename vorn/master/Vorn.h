@@ -1,6 +1,7 @@
 #pragma once
 
 #include "thread/Pauses.h"
+#include "thread/Rest.h"
 #include "vorn/base/Backlog.h"
 #include "vorn/base/Logger.h"
 #include "vorn/base/VoQueue.h"
@@ -48,6 +49,13 @@ class VORN final : private DAEMON_CONTROL {
   static constexpr const char* kConfigPath = "/etc/vorn/vornconf.xml";
 
  private:
+  bool IsStopped() const;
+  // What the next pass has to do.
+  bool HasWork();
+  bool HasCardInput();
+  bool HasIoMessage();
+  bool HasCaeMessage(bool isOperatorThere);
+
   // The stages of a pass.
   bool StoppedBySignal();
   void ForwardCardInput();
@@ -65,7 +73,7 @@ class VORN final : private DAEMON_CONTROL {
   bool Polling() override { return m_serial->Polling(); }
   void SetPolling(bool on) override { m_serial->SetPolling(on); }
   void CloseCaeConnection() override { m_cae->CloseByCommandOf(m_caeNumber); }
-  void PauseSeconds(int seconds) override { m_pauses.Seconds(seconds); }
+  void PauseSeconds(int seconds) override;
 
   const SIGNAL_FLAG& m_signalFlag;
   LINE& m_line;
@@ -74,7 +82,8 @@ class VORN final : private DAEMON_CONTROL {
   LOGGER m_logger;
   CONFIG_DESCRIPTOR m_config;
   // What is declared last is released first: the two that borrow the workers' queues, the queues
-  // inbound to the master loop, the workers, whose threads have ended by then, the cards.
+  // inbound to the master loop, the workers, whose threads have ended by then, the cards, the bell.
+  REST m_rest;
   CARD_TABLE m_cards;
   std::unique_ptr<SERIAL_INTERFACE> m_serial;
   std::unique_ptr<SOCKET_INTERFACE> m_mon;

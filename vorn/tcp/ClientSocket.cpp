@@ -44,6 +44,11 @@ void PrepareClientSocket(int client) {
   SetOption(client, SOL_SOCKET, SO_SNDTIMEO, kSendTimeout);
 }
 
+bool IsReadable(int client) {
+  pollfd state = {client, POLLIN, 0};
+  return poll(&state, 1, 0) > 0;
+}
+
 bool HasLeft(int client) {
   pollfd state = {client, POLLRDHUP, 0};
   return poll(&state, 1, 0) > 0;

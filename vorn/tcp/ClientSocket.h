@@ -15,6 +15,8 @@ namespace vorn {
 /// nothing of gives up after 10 s.
 void PrepareClientSocket(int client);
 
+/// Something that it has sent waits to be read.
+bool IsReadable(int client);
 /// The client has closed or lost the connection, whatever it has sent before.
 bool HasLeft(int client);
 /// The same, and nothing can be written to it any more: not the client that only stopped sending.

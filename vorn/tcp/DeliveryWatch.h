@@ -19,9 +19,9 @@ class DELIVERY_WATCH {
   /// A new connection, over which nothing has gone.
   void Begin(TIME now);
   /// So many bytes more were handed to the kernel.
-  void Written(std::size_t bytes) { m_written += bytes; }
-  /// To be asked in each pass; what follows costs a call of the system, so it is due once a second.
-  bool IsDue(TIME now) const { return now >= m_nextLook; }
+  void Written(std::size_t bytes, TIME now);
+  /// When the next look is due: once a second while something is under way, else TIME::max().
+  TIME NextLook() const { return m_nextLook; }
   /// A look at the connection, of which `underWay` bytes of what was written are not acknowledged:
   /// true when that has been so, without one more acknowledged, for half a minute.
   bool IsGivenUp(std::uint64_t underWay, TIME now);
@@ -30,7 +30,7 @@ class DELIVERY_WATCH {
   std::uint64_t m_written = 0;       // bytes
   std::uint64_t m_acknowledged = 0;  // bytes, at the last look
   TIME m_latest{};                   // the latest look that saw progress, or nothing under way
-  TIME m_nextLook{};
+  TIME m_nextLook = TIME::max();
 };
 
 }  // namespace vorn

@@ -1,6 +1,5 @@
 #include "vorn/tcp/MessageCutter.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace vorn {
@@ -8,9 +7,7 @@ namespace vorn {
 namespace {
 
 constexpr std::size_t kReceiveLimit = 255;
-/// Counted in passes, of at least the least.
-constexpr std::int32_t kStreamUs = 200'000;
-constexpr std::int32_t kLeastPassUs = 100;
+constexpr std::chrono::milliseconds kStream{200};
 
 }  // namespace
 
@@ -18,16 +15,19 @@ std::size_t MESSAGE_CUTTER::Room() const {
   return kReceiveLimit - m_rest.size();
 }
 
-std::string MESSAGE_CUTTER::Take(const std::string& bytes, bool isText, std::int32_t passUs) {
+std::string MESSAGE_CUTTER::Take(const std::string& bytes, bool isText, TIME now) {
+  if (m_streams && now >= m_streamsUntil) {
+    m_streamsUntil = now + kStream;  // nobody has looked meanwhile
+  }
   m_rest += bytes;
-  const std::size_t length = End(isText, passUs);
+  const std::size_t length = End(isText, now);
   std::string message = m_rest.substr(0, length);
   m_rest.erase(0, length);
   return message;
 }
 
 /// The separators are found from the front, as lines are cut.
-std::size_t MESSAGE_CUTTER::End(bool isText, std::int32_t passUs) {
+std::size_t MESSAGE_CUTTER::End(bool isText, TIME now) {
   if (!isText || m_separator.empty()) {
     return m_rest.size();
   }
@@ -37,17 +37,19 @@ std::size_t MESSAGE_CUTTER::End(bool isText, std::int32_t passUs) {
     end = at + m_separator.size();
   }
   if (m_rest.size() == kReceiveLimit) {
-    m_streamPasses = kStreamUs / std::max(kLeastPassUs, passUs);
+    m_streams = true;
+    m_streamsUntil = now + kStream;
     return end > 0 ? end : m_rest.size();
   }
-  return m_streamPasses > 0 && end < m_rest.size() ? 0 : m_rest.size();
+  return m_streams && end < m_rest.size() ? 0 : m_rest.size();
 }
 
-std::string MESSAGE_CUTTER::TakeLate() {
-  if (m_streamPasses > 0) {
-    --m_streamPasses;
+std::string MESSAGE_CUTTER::TakeLate(TIME now) {
+  if (m_streams && now < m_streamsUntil) {
+    return {};
   }
-  return m_streamPasses == 0 ? TakeRest() : std::string();
+  m_streams = false;
+  return TakeRest();
 }
 
 std::string MESSAGE_CUTTER::TakeRest() {
@@ -56,7 +58,7 @@ std::string MESSAGE_CUTTER::TakeRest() {
 
 void MESSAGE_CUTTER::Clear() {
   m_rest.clear();
-  m_streamPasses = 0;
+  m_streams = false;
 }
 
 }  // namespace vorn

@@ -5,6 +5,7 @@
 #include "vorn/tcp/ClientSocket.h"
 #include "vorn/tcp/InterfaceRoles.h"
 
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 
@@ -19,7 +20,6 @@ namespace {
 
 /// A worker configured under this name is parked for good after its first pass.
 constexpr const char* kParkedName = "DMI";
-constexpr std::int32_t kParkedPauseUs = 500;
 constexpr int kBacklog = 1;
 /// A port that is taken is asked for again for a quarter of a second. Who has it may be on the way
 /// out: a daemon that was told to stop, or a child that it was just starting when it ended.
@@ -67,6 +67,13 @@ SOCKET_INTERFACE::SOCKET_INTERFACE(const INTERFACE_DESCRIPTOR& descriptor, const
       m_cutter(descriptor.inpSeparator),
       m_inputQueue(inputQueue),
       m_pauses(pauses) {
+  m_rest.delayUs = [this] { return ThreadDelayUs(); };
+  m_rest.isOver = [this] { return StopRequested(); };
+  m_rest.hasWork = [this] { return HasWork(); };
+  m_rest.source = [this] { return Source(); };
+  m_outputQueue.WakeTakerBy(m_rest.bell);
+  m_inputQueue.WakeProducerBy(m_rest.bell, BytesAt(RoleOf(m_descriptor.name).heldBack));
+  KeepOwnPace(m_rest.bell);
   SetThreadType(kIntervalDriven, 1);
   m_pauses.DelayUs(kPauseAfterConstructionUs);
 }
@@ -114,6 +121,7 @@ bool SOCKET_INTERFACE::Init() {
   m_listener = std::move(listener);
   m_firstMessage = m_inputQueue.NextToCome();
   SetState(kListening);
+  m_rest.bell.Ring();
   return true;
 }
 
@@ -147,7 +155,7 @@ std::uint16_t SOCKET_INTERFACE::BoundPort() {
 // --- the pass -----------------------------------------------------------------------------------
 
 bool SOCKET_INTERFACE::OnTask() {
-  m_pauses.DelayUs(ThreadDelayUs());
+  m_pauses.Rest(m_rest);
   if (State() == kListening) {
     AcceptClient();
   }
@@ -161,6 +169,47 @@ bool SOCKET_INTERFACE::OnTask() {
     ParkForGood();
   }
   return true;
+}
+
+/// Beside what its source tells.
+bool SOCKET_INTERFACE::HasWork() {
+  switch (State()) {
+    case kListening:
+    case kClosed:
+      return true;
+    case kConnected:
+      return !SelectCanHold(m_client.Get()) || !m_outputQueue.IsEmpty();
+    case kIdle:
+    case kAccepting:
+      break;
+  }
+  return m_descriptor.name == kParkedName;
+}
+
+/// A client that is held back is looked at for its end only, and for what was kept of its last line
+/// where the rest of that has not come.
+REST::SOURCE SOCKET_INTERFACE::Source() {
+  if (State() != kConnected) {
+    return {};
+  }
+  const int client = m_client.Get();
+  REST::SOURCE source;
+  source.descriptor = client;
+  source.latest = m_delivery.NextLook();
+  if (IsHeldBack()) {
+    source.events = POLLRDHUP;
+    if (!IsReadable(client)) {
+      source.latest = std::min(source.latest, m_cutter.LateFrom());
+    }
+  } else {
+    source.events = POLLIN;
+    source.latest = std::min(source.latest, m_cutter.LateFrom());
+  }
+  return source;
+}
+
+bool SOCKET_INTERFACE::IsHeldBack() {
+  return m_inputQueue.Bytes() >= BytesAt(RoleOf(m_descriptor.name).heldBack);
 }
 
 void SOCKET_INTERFACE::AcceptClient() {
@@ -190,7 +239,7 @@ void SOCKET_INTERFACE::AcceptClient() {
 /// Makes the connection the served one and queues its greeting (none where the accept failed),
 /// unless it was closed by command meanwhile: false then, and the connection stays the caller's.
 bool SOCKET_INTERFACE::Adopt(UNIQUE_FD& client) {
-  MakeMeetingNoise();
+  MakeScheduleNoise();
   const std::lock_guard lock(m_socketLock);
   if (State() != kAccepting) {
     return false;
@@ -234,7 +283,7 @@ void SOCKET_INTERFACE::ServeClient() {
 /// Cuts off a client that takes nothing any more. What it has sent before is read to its end.
 void SOCKET_INTERFACE::WatchDelivery() {
   const auto now = m_pauses.Now();
-  if (!m_delivery.IsDue(now) || !m_delivery.IsGivenUp(BytesUnderWay(m_client.Get()), now)) {
+  if (now < m_delivery.NextLook() || !m_delivery.IsGivenUp(BytesUnderWay(m_client.Get()), now)) {
     return;
   }
   CutOff(m_client.Get());
@@ -256,8 +305,10 @@ void SOCKET_INTERFACE::Reopen() {
 
 void SOCKET_INTERFACE::ParkForGood() {
   LogInfo("On task " + m_descriptor.name + " interface");
+  m_rest.hasWork = [] { return false; };
+  m_rest.source = nullptr;  // a client that is there is not served any more
   while (!StopRequested()) {
-    m_pauses.DelayUs(kParkedPauseUs);
+    m_pauses.Rest(m_rest);
   }
 }
 
@@ -284,7 +335,7 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::ReadClient() {
     return INPUT::kGoesOn;
   }
   if (ready == 0 || !FD_ISSET(client, &readable)) {
-    QueueInput(m_cutter.TakeLate());
+    QueueInput(m_cutter.TakeLate(m_pauses.Now()));
     return INPUT::kGoesOn;
   }
   const INTERFACE_ROLE& role = RoleOf(m_descriptor.name);
@@ -321,7 +372,7 @@ SOCKET_INTERFACE::INPUT SOCKET_INTERFACE::Receive() {
     return INPUT::kEnd;
   }
   bytes.resize(static_cast<std::size_t>(count));
-  QueueInput(m_cutter.Take(bytes, m_transferMode == kTextMode, ThreadDelayUs()));
+  QueueInput(m_cutter.Take(bytes, m_transferMode == kTextMode, m_pauses.Now()));
   return INPUT::kGoesOn;
 }
 
@@ -365,7 +416,7 @@ void SOCKET_INTERFACE::WriteNextMessage(bool clientLeft) {
 bool SOCKET_INTERFACE::WriteMessage(const QList& message) {
   const std::string bytes = Framed(message, m_transferMode);
   const std::size_t sent = SendAll(m_client.Get(), bytes);
-  m_delivery.Written(sent);
+  m_delivery.Written(sent, m_pauses.Now());
   m_tornMessage = sent > 0 && sent < bytes.size();
   return sent == bytes.size();
 }
@@ -379,6 +430,7 @@ bool SOCKET_INTERFACE::CloseAfterClient() {
   }
   LogInfo("connection is closed by client on " + m_descriptor.name + " interface");
   CloseSockets();
+  m_inputQueue.WakeTaker();  // which waits for nobody who has left
   return true;
 }
 
@@ -403,7 +455,7 @@ void SOCKET_INTERFACE::CloseByCommandOf(VOQUEUE::NUMBER number) {
 /// Before anything is closed: the line is there before the client, or the worker, can notice.
 void SOCKET_INTERFACE::LogClosedByCommand() {
   LogInfo("connection is closed by command on " + m_descriptor.name + " interface");
-  MakeMeetingNoise();
+  MakeScheduleNoise();
 }
 
 /// Under the lock. What has been read of the client so far can end no connection any more.
@@ -413,6 +465,7 @@ void SOCKET_INTERFACE::MarkClosedByCommand() {
   m_firstMessage = m_inputQueue.NextToCome();
   shutdown(m_listener.Get(), SHUT_RDWR);
   shutdown(m_client.Get(), SHUT_RDWR);
+  m_rest.bell.Ring();
 }
 
 bool SOCKET_INTERFACE::IsLeftBehind(VOQUEUE::NUMBER number) const {
@@ -438,7 +491,7 @@ bool SOCKET_INTERFACE::SocketsOpen() {
 }
 
 bool SOCKET_INTERFACE::Replace(CONNECTION_STATE expected, CONNECTION_STATE state) {
-  MakeMeetingNoise();
+  MakeScheduleNoise();
   const std::lock_guard lock(m_socketLock);
   return m_descriptor.state.Replace(expected, state);
 }

@@ -2,11 +2,12 @@
 
 #include "thread/Lock.h"
 #include "thread/Pauses.h"
+#include "thread/Rest.h"
 #include "thread/Thread.h"
+#include "thread/UniqueFd.h"
 #include "vorn/base/Logger.h"
 #include "vorn/base/QList.h"
 #include "vorn/base/SharedField.h"
-#include "thread/UniqueFd.h"
 #include "vorn/base/VoQueue.h"
 #include "vorn/config/ConfigDescriptor.h"
 #include "vorn/tcp/DeliveryWatch.h"
@@ -82,8 +83,11 @@ class SOCKET_INTERFACE final : public CThread {
 
   bool IsConnected() const { return State() == kConnected; }
   CONNECTION_STATE State() const { return static_cast<CONNECTION_STATE>(m_descriptor.state.Get()); }
-  /// Microseconds at the top of every pass; 0 or less is none.
-  void SetThreadDelayUs(std::int32_t delayUs) { m_descriptor.threadDelayUs = delayUs; }
+  /// Microseconds at the top of every pass; 0 or less is none. In force at once.
+  void SetThreadDelayUs(std::int32_t delayUs) {
+    m_descriptor.threadDelayUs = delayUs;
+    m_rest.bell.RingThrough();
+  }
   std::int32_t ThreadDelayUs() const { return m_descriptor.threadDelayUs; }
   /// For the master loop's messages to the client. What is queued while no client is connected
   /// waits for the next one.
@@ -105,6 +109,9 @@ class SOCKET_INTERFACE final : public CThread {
   bool BindToPort(int listener) const;
   UNIQUE_FD WaitForClient(sockaddr_in& peer);
   bool Adopt(UNIQUE_FD& client);
+  bool HasWork();
+  REST::SOURCE Source();
+  bool IsHeldBack();
   INPUT ReadClient();
   INPUT Receive();
   INPUT LeaveUnread();
@@ -135,6 +142,7 @@ class SOCKET_INTERFACE final : public CThread {
   // Of the output, the worker's thread only.
   bool m_tornMessage = false;  // a write failed in mid-message
   DELIVERY_WATCH m_delivery;
+  REST m_rest;
   VOQUEUE m_outputQueue;
   VOQUEUE& m_inputQueue;
   PAUSES& m_pauses;

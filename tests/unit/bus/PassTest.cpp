@@ -4,6 +4,7 @@
 #include "tests/unit/bus/SerialFixture.h"
 
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -29,12 +30,12 @@ TEST_F(SerialPass, HasSeventeenEmptyQueues) {
 }
 
 TEST_F(SerialPass, BeginsWithTheThreadDelayWhichIsThatOfOnePercentAtFirst) {
-  EXPECT_EQ(RunWorker()->ThreadDelayUs(), 5000);
   SERIAL_INTERFACE& worker = MakeWorker();
   worker.SetThreadDelayUs(2525);
   EXPECT_EQ(worker.ThreadDelayUs(), 2525);
   EXPECT_TRUE(worker.OnTask());
   EXPECT_EQ(pauses.ThreadsThatDelayed(2525), 1U);
+  EXPECT_EQ(RunWorker()->ThreadDelayUs(), 5000);
 }
 
 TEST_F(SerialPass, WithAPortThatIsOpenAndUnconfirmedDoesNothing) {
@@ -331,6 +332,8 @@ class SerialThread : public SERIAL_FIXTURE {
     line.List({line.Path()});
     MakePolled(3);
   }
+
+  std::atomic<int> m_polls{0};
 };
 
 TEST_F(SerialThread, ConnectsAndServes) {
@@ -375,6 +378,60 @@ TEST_F(SerialThread, CanBeReleasedWhileItWaitsForTheControllerOrACard) {
   worker.reset();
   EXPECT_EQ(line.Requests()[before + 1], Hex("03 20 03 02"));
   EXPECT_EQ(line.Openings(), 0);
+}
+
+TEST_F(SerialThread, ThatRestsIsWokenByWhatThereIsToDoAndByNothingElse) {
+  AnswerWith("04 21 03 40 00");
+  const auto worker = RunWorker();
+  const auto asks = [&](std::size_t times) {
+    return support::WaitUntil([&] { return line.Requests().size() >= times; });
+  };
+  ASSERT_TRUE(asks(1));  // the handshake
+  worker->BusQueue(3).ToQueue(HexList("20 03 02"));
+  ASSERT_TRUE(asks(2));
+  EXPECT_FALSE(support::WaitUntil([&] { return line.Requests().size() > 2; }, support::kSilence));
+  worker->SetPolling(true);
+  ASSERT_TRUE(asks(20));
+  cards.With(3, [](PERIFCARD& card) { card.pollFlag = 0; });
+  std::size_t before = 0;
+  EXPECT_TRUE(support::WaitUntil([&] {
+    before = line.Requests().size();
+    return !support::WaitUntil([&] { return line.Requests().size() > before; }, support::kSilence);
+  }));
+  cards.With(3, [](PERIFCARD& card) { card.pollFlag = 1; });
+  worker->LookAgain();
+  ASSERT_TRUE(asks(before + 20));
+  worker->ClosePort();
+  EXPECT_TRUE(support::WaitUntil([&] { return worker->LinkStatus() == 0; }));
+}
+
+TEST_F(SerialThread, PollsAgainWhenTheMasterLoopHasTakenOfWhatItReports) {
+  AnswerWith([this] {
+    const auto value = static_cast<std::uint8_t>(m_polls++);
+    return BYTES{4, 0x21, 3, value, static_cast<std::uint8_t>(~value)};
+  });
+  const auto worker = RunWorker();
+  worker->SetThreadDelayUs(0);
+  worker->SetPolling(true);
+  EXPECT_TRUE(support::WaitUntil([&] { return inbound.Bytes() >= 24U * 1024; }));
+  std::size_t before = 0;
+  EXPECT_TRUE(support::WaitUntil([&] {
+    before = line.Requests().size();
+    return !support::WaitUntil([&] { return line.Requests().size() > before; }, support::kSilence);
+  }));
+  TakeLines();
+  EXPECT_TRUE(support::WaitUntil([&] { return line.Requests().size() > before; }));
+}
+
+TEST_F(SerialThread, TakesAnotherDelayAtOnce) {
+  AnswerWith("04 21 03 40 00");
+  const auto worker = RunWorker();
+  ASSERT_TRUE(support::WaitUntil([&] { return worker->LinkStatus() == 3; }));
+  worker->SetThreadDelayUs(2'000'000'000);
+  worker->BusQueue(3).ToQueue(HexList("20 03 02"));
+  EXPECT_FALSE(support::WaitUntil([&] { return line.Requests().size() > 1; }, support::kSilence));
+  worker->SetThreadDelayUs(1);
+  EXPECT_TRUE(support::WaitUntil([&] { return line.Requests().size() > 1; }));
 }
 
 TEST_F(SerialThread, ThatIsToldToCloseWhileItListsDevicesTriesNoneOfThem) {

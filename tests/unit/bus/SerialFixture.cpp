@@ -37,7 +37,7 @@ SERIAL_INTERFACE& SERIAL_FIXTURE::MakeUnconnected(OPTIONS options) {
 }
 
 std::unique_ptr<SERIAL_INTERFACE> SERIAL_FIXTURE::RunWorker() {
-  pauses.SetLongestDelayUs(100);
+  pauses.RestForReal();
   return std::make_unique<SERIAL_INTERFACE>("", kSearchDevices, kNotConnected, logger, inbound,
                                             cards, false, false, line, pauses);
 }

@@ -9,7 +9,6 @@ namespace vorn {
 
 namespace {
 
-constexpr std::chrono::milliseconds kMillisecond{1};
 constexpr std::chrono::seconds kSecond{1};
 
 /// One look a second, as the worker does it.
@@ -34,30 +33,46 @@ class DeliveryWatch : public testing::Test {
 
 }  // namespace
 
-TEST_F(DeliveryWatch, IsDueOnceASecond) {
-  EXPECT_FALSE(m_watch.IsDue(m_now + kSecond - kMillisecond));
-  EXPECT_TRUE(m_watch.IsDue(m_now + kSecond));
+TEST_F(DeliveryWatch, LooksOnceASecondWhileSomethingIsUnderWay) {
+  constexpr auto kNever = DELIVERY_WATCH::TIME::max();
+  EXPECT_EQ(m_watch.NextLook(), kNever);
+  m_watch.Written(0, m_now);
+  EXPECT_EQ(m_watch.NextLook(), kNever);
+  m_watch.Written(100, m_now);
+  EXPECT_EQ(m_watch.NextLook(), m_now + kSecond);
+  m_watch.Written(100, m_now + kSecond / 2);
+  EXPECT_EQ(m_watch.NextLook(), m_now + kSecond);
   m_now += 7 * kSecond;
-  EXPECT_FALSE(m_watch.IsGivenUp(0, m_now));
-  EXPECT_FALSE(m_watch.IsDue(m_now + kSecond - kMillisecond));
-  EXPECT_TRUE(m_watch.IsDue(m_now + kSecond));
+  EXPECT_FALSE(m_watch.IsGivenUp(1, m_now));
+  EXPECT_EQ(m_watch.NextLook(), m_now + kSecond);
+  EXPECT_FALSE(m_watch.IsGivenUp(0, m_now + kSecond));
+  EXPECT_EQ(m_watch.NextLook(), kNever);
+}
+
+TEST_F(DeliveryWatch, CountsFromTheWriteThatEndsALongRest) {
+  m_watch.Written(100, m_now);
+  EXPECT_FALSE(IsGivenUpWithin(1, 0));
+  m_now += 1000 * kSecond;
+  m_watch.Written(100, m_now);
+  EXPECT_FALSE(IsGivenUpWithin(29, 100));
+  EXPECT_TRUE(IsGivenUpWithin(1, 100));
 }
 
 TEST_F(DeliveryWatch, LeavesAnIdleClientAlone) {
   EXPECT_FALSE(IsGivenUpWithin(1000, 0));
-  m_watch.Written(100);
+  m_watch.Written(100, m_now);
   EXPECT_FALSE(IsGivenUpWithin(1000, 0));
 }
 
 TEST_F(DeliveryWatch, GivesUpAClientThatAcknowledgesNothingForHalfAMinute) {
   EXPECT_FALSE(IsGivenUpWithin(100, 0));
-  m_watch.Written(100);
+  m_watch.Written(100, m_now);
   EXPECT_FALSE(IsGivenUpWithin(29, 100));
   EXPECT_TRUE(IsGivenUpWithin(1, 100));
 }
 
 TEST_F(DeliveryWatch, CountsFromTheLatestProgressHoweverLittle) {
-  m_watch.Written(100);
+  m_watch.Written(100, m_now);
   for (std::uint64_t underWay = 100; underWay > 1; --underWay) {
     EXPECT_FALSE(IsGivenUpWithin(29, underWay));
   }
@@ -66,18 +81,18 @@ TEST_F(DeliveryWatch, CountsFromTheLatestProgressHoweverLittle) {
 }
 
 TEST_F(DeliveryWatch, TakesMoreThatIsWrittenForNoProgress) {
-  m_watch.Written(100);
+  m_watch.Written(100, m_now);
   EXPECT_FALSE(IsGivenUpWithin(20, 100));
-  m_watch.Written(50);
+  m_watch.Written(50, m_now);
   EXPECT_FALSE(IsGivenUpWithin(9, 150));
   EXPECT_TRUE(IsGivenUpWithin(1, 150));
 }
 
 TEST_F(DeliveryWatch, BeginsAnewWithTheNextConnection) {
-  m_watch.Written(100);
+  m_watch.Written(100, m_now);
   EXPECT_FALSE(IsGivenUpWithin(29, 100));
   m_watch.Begin(m_now);
-  m_watch.Written(100);
+  m_watch.Written(100, m_now);
   EXPECT_FALSE(IsGivenUpWithin(29, 100));
   EXPECT_TRUE(IsGivenUpWithin(1, 100));
 }

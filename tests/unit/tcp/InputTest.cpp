@@ -11,6 +11,7 @@
 namespace vorn {
 
 using support::kSilence;
+using support::milliseconds;
 using support::TCP_CLIENT;
 using support::WaitUntil;
 
@@ -206,6 +207,54 @@ TEST_F(SocketInterface, HoldsAClientBackWhileItsInputQueueIsLong) {
     EXPECT_EQ(NextInput(), "waiting");
   }
   EXPECT_EQ(NextInput(), "later");
+}
+
+TEST_F(SocketInterface, MakesNoPassForAClientThatIsSilentOrHeldBack) {
+  TCP_CLIENT client = StartWithClient();
+  for (const bool isHeldBack : {false, true}) {
+    SCOPED_TRACE(isHeldBack);
+    if (isHeldBack) {
+      for (std::size_t i = 0; i < kWaitingThatHoldBack; ++i) {
+        m_input.ToQueue(Message("waiting"));
+      }
+      client.Send("later");
+    }
+    // Once the last look at what was written to it is over.
+    EXPECT_TRUE(WaitUntil([&] {
+      const int before = socketCalls.select.Begun();
+      return !WaitUntil([&] { return socketCalls.select.Begun() > before; }, milliseconds(1100));
+    }));
+  }
+}
+
+TEST_F(SocketInterface, TakesHalfALineOfAStreamAsItIsAlsoWhereItsClientIsHeldBackMeanwhile) {
+  TCP_CLIENT client = StartWithClient();
+  const std::string full = std::string(253, 'x') + "\r\n";
+  SendToBeReadTogether(client, full + "half");
+  EXPECT_EQ(NextInput(), full);
+  for (std::size_t i = 0; i < kWaitingThatHoldBack; ++i) {
+    m_input.ToQueue(Message("waiting"));
+  }
+  EXPECT_TRUE(WaitUntil([&] { return m_input.Size() > kWaitingThatHoldBack; }));
+}
+
+TEST_F(SocketInterface, EndsNoStreamInTheTimeInWhichItsClientIsHeldBack) {
+  TCP_CLIENT client = StartWithClient();
+  const std::string full = std::string(253, 'x') + "\r\n";
+  for (std::size_t i = 0; i < kWaitingThatHoldBack - 1; ++i) {
+    m_input.ToQueue(Message("waiting"));
+  }
+  SendToBeReadTogether(client, full + "half");
+  client.Send(" a line\r\nand ha");
+  EXPECT_FALSE(WaitUntil([&] { return m_input.Size() > kWaitingThatHoldBack; },
+                         milliseconds(200) + kSilence));
+  for (std::size_t i = 0; i < kWaitingThatHoldBack - 1; ++i) {
+    EXPECT_EQ(NextInput(), "waiting");
+  }
+  EXPECT_EQ(NextInput(), full);
+  EXPECT_TRUE(WaitUntil([&] { return client.IsAllRead(); }));
+  client.Send("lf\r\n");
+  EXPECT_EQ(NextInput(), "half a line\r\nand half\r\n");
 }
 
 TEST_F(SocketInterface, HoldsAnIoClientBackOnlyWhere40KibWait) {

@@ -50,6 +50,7 @@ int DescriptorOfListener(int port) {
 
 SocketInterface::SocketInterface() {
   socketCalls.Reset();
+  m_pauses.RestForReal();
   for (const int seconds : {2, 3}) {
     m_pauses.SetLength(seconds, milliseconds(1));
   }
@@ -148,8 +149,8 @@ void SocketInterface::SendToBeReadTogether(TCP_CLIENT& client, const std::string
   m_gates.push_back(std::make_unique<unit::GATE>());
   unit::GATE& gate = *m_gates.back();
   socketCalls.select.HoldAt(&gate);
-  EXPECT_TRUE(gate.WaitUntilReached());
   client.Send(text);
+  EXPECT_TRUE(gate.WaitUntilReached());
   const auto size = static_cast<long>(text.size());
   EXPECT_TRUE(WaitUntil([&] { return support::UnreadBytes(Port(), client.LocalPort()) == size; }));
   socketCalls.select.HoldAt(nullptr);

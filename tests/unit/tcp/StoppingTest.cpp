@@ -115,6 +115,15 @@ TEST_F(SocketInterface, TerminateEndsTheThreadAndLeavesTheObject) {
   EXPECT_EQ(Count("[INF] signal 15 on CAE interface"), 1);
 }
 
+TEST_F(SocketInterface, EndsFromItsRestByStopAndByRequestStop) {
+  TCP_CLIENT client = StartWithClient();
+  m_worker->Stop();
+  EXPECT_EQ(m_worker->ThreadState(), kThreadDown);
+  Make();
+  m_worker->RequestStop();
+  EXPECT_TRUE(WaitUntil([&] { return m_worker->ThreadState() == kThreadDown; }));
+}
+
 TEST_F(SocketInterface, TouchesItsInputQueueNoMoreAfterTerminate) {
   Make();
   auto input = std::make_unique<VOQUEUE>();
