@@ -2,8 +2,11 @@
 
 #include "vorn/bus/CardBus.h"
 
+#include <sched.h>
+
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstddef>
 
 namespace vorn {
@@ -15,6 +18,13 @@ namespace {
 constexpr std::uint32_t kReplyReads = 150000;
 /// Identification and handshake make the controller ask all cards, or wake up.
 constexpr std::uint32_t kLongReplyReads = 300000;
+
+/// Between so many reads that bring nothing whoever else wants to run may: on a board of one core
+/// the clients' commands would else wait until the scheduler takes it away. Some 5 us.
+constexpr std::uint32_t kReadsPerYield = 16;
+/// Who is away so long has met somebody who computes all the time. That one is to get no more than
+/// the scheduler gives it: the reads take as long first.
+constexpr std::chrono::milliseconds kLongYield{1};
 
 constexpr std::size_t kReadSize = 255;
 
@@ -53,6 +63,7 @@ ANSWER EXCHANGE::Await(const SHARED_FIELD<bool>& isGivenUp) {
   std::array<std::uint8_t, kReadSize> chunk{};
   std::size_t total = 0;  // those not kept included
   std::uint32_t reads = 0;
+  m_keptSince = std::chrono::steady_clock::now();
   while (total <= received[0] && reads < m_readLimit && !isGivenUp) {
     const ssize_t count = m_line.Read(chunk.data(), chunk.size());
     ++reads;
@@ -61,6 +72,8 @@ ANSWER EXCHANGE::Await(const SHARED_FIELD<bool>& isGivenUp) {
       const std::size_t kept = std::min(static_cast<std::size_t>(count), received.size() - used);
       std::copy_n(chunk.begin(), kept, received.begin() + static_cast<std::ptrdiff_t>(used));
       total += static_cast<std::size_t>(count);
+    } else if (reads % kReadsPerYield == 0) {
+      LetOthersRun();
     }
   }
   const std::uint8_t length = received[0];
@@ -76,6 +89,20 @@ ANSWER EXCHANGE::Await(const SHARED_FIELD<bool>& isGivenUp) {
     answer.outcome = error == kTimeout ? OUTCOME::kTimeout : OUTCOME::kRefused;
   }
   return answer;
+}
+
+void EXCHANGE::LetOthersRun() {
+  const auto now = std::chrono::steady_clock::now();
+  m_debt -= std::min(m_debt, now - m_keptSince);
+  m_keptSince = now;
+  if (m_debt.count() > 0) {
+    return;
+  }
+  sched_yield();
+  m_keptSince = std::chrono::steady_clock::now();
+  if (m_keptSince - now >= kLongYield) {
+    m_debt = m_keptSince - now;
+  }
 }
 
 }  // namespace vorn

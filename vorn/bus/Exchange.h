@@ -4,6 +4,7 @@
 #include "vorn/base/SharedField.h"
 #include "vorn/bus/Line.h"
 
+#include <chrono>
 #include <cstdint>
 
 namespace vorn {
@@ -35,8 +36,13 @@ class EXCHANGE {
   ANSWER Await(const SHARED_FIELD<bool>& isGivenUp);
 
  private:
+  void LetOthersRun();
+
   LINE& m_line;
   std::uint32_t m_readLimit = 0;  // of the request sent last; 0: nothing was sent
+  // What a long yield has given away, less what the reads have taken since: none before it is paid.
+  std::chrono::steady_clock::duration m_debt{};
+  std::chrono::steady_clock::time_point m_keptSince{};
 };
 
 }  // namespace vorn
