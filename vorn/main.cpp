@@ -6,6 +6,7 @@
 #include "vorn/master/Vorn.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/prctl.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -48,6 +49,12 @@ void KeepTimersExact() {
   prctl(PR_SET_TIMERSLACK, 1UL);  // nanosecond; the workers' threads inherit it
 }
 
+/// One heap for all threads: what each of them would else keep back for itself adds up, and none
+/// of them asks for memory often.
+void KeepOneHeap() {
+  mallopt(M_ARENA_MAX, 1);
+}
+
 /// Arms the stop flag. The signals come where the main thread waits, and nowhere else: between a
 /// look at the flag and a wait one would be missed.
 void InstallSignalHandling(SIGNAL_FLAG& flag) {
@@ -75,6 +82,7 @@ int RunDaemon(SIGNAL_FLAG& signalFlag) {
 
   InstallSignalHandling(signalFlag);
   KeepTimersExact();
+  KeepOneHeap();
 
   SERIAL_PORT port;
   SYSTEM_PAUSES pauses;

@@ -21,11 +21,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kThreads = 5;
-/// How much waits at once in a flood, and how its lists come to lie in the heap, differs a little
-/// from one flood to the next: so the memory may grow by a 32nd of what it was, and by so much. Up
-/// to 396 kB were seen in ten minutes, of 21.6 MB.
 constexpr long kMemoryGrowthKiB = 64;
-constexpr long kMemoryGrowthShare = 32;
 /// A busy machine can be too late with an answer, which costs a link that no fault has touched: one
 /// in so many calms between two faults may be lost so, and one more.
 constexpr int kCalmsToALostLink = 20;
@@ -330,8 +326,7 @@ void SOAK::Judge() {
   if (rest.residentKiB == 0 && m_failures.empty()) {
     Fail("it ended before growth could be looked for");
   }
-  if (rest.residentKiB - measure.residentKiB >
-      kMemoryGrowthKiB + measure.residentKiB / kMemoryGrowthShare) {
+  if (rest.residentKiB - measure.residentKiB > kMemoryGrowthKiB) {
     Fail("the memory grew by " + std::to_string(rest.residentKiB - measure.residentKiB) +
          " kB after the first tenth");
   }
