@@ -17,6 +17,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -180,13 +181,22 @@ class TURN {
 };
 
 /// All rounds; what others took of the machine meanwhile, in percent of one processor.
-double RunRounds(const bench::PLACES& places, const EFFORT& effort, int rounds, FIGURES& figures) {
+double RunRounds(const bench::PLACES& places, const EFFORT& effort, int rounds, bool movesKernel,
+                 FIGURES& figures) {
   const cpu_set_t all = bench::AllowedProcessors();
+  std::optional<bench::KERNEL_WORKERS> kernel;
+  if (movesKernel) {
+    kernel.emplace();
+  }
   double mostOthers = 0;
   for (int round = 1; round <= rounds; ++round) {
     for (const char* placement : {"one core", "free"}) {
       std::fprintf(stderr, "round %d of %d, %s\n", round, rounds, placement);
-      bench::RunOn(std::string_view(placement) == "one core" ? bench::OneOf(all) : all);
+      const cpu_set_t here = std::string_view(placement) == "one core" ? bench::OneOf(all) : all;
+      bench::RunOn(here);
+      if (kernel) {
+        kernel->RunOn(here);
+      }
       for (const auto make : {bench::MakeFloor, bench::MakeStub}) {
         const std::unique_ptr<SUBJECT> subject = make(places);
         TURN(*subject, effort, figures, placement, round).Run();
@@ -201,7 +211,7 @@ double RunRounds(const bench::PLACES& places, const EFFORT& effort, int rounds, 
   return mostOthers;
 }
 
-int Compare(const bench::PLACES& places, const EFFORT& effort, int rounds) {
+int Compare(const bench::PLACES& places, const EFFORT& effort, int rounds, bool movesKernel) {
   bench::CatchSignals();
   bench::BecomeReaper();
   const double load = bench::Load();
@@ -210,7 +220,7 @@ int Compare(const bench::PLACES& places, const EFFORT& effort, int rounds) {
   const double othersBefore = others.Percent();
 
   FIGURES figures;
-  const double othersDuring = RunRounds(places, effort, rounds, figures);
+  const double othersDuring = RunRounds(places, effort, rounds, movesKernel, figures);
   figures.WriteRounds(places.folder + "/rounds.tsv");
   figures.WriteMedians(places.folder + "/medians.tsv");
 
@@ -237,15 +247,17 @@ int Compare(const bench::PLACES& places, const EFFORT& effort, int rounds) {
 
 int main(int argc, char** argv) {
   const std::vector<std::string> words(argv, argv + argc);
-  const long rounds = words.size() == 5 ? std::strtol(words[3].c_str(), nullptr, 10) : 0;
+  const bool movesKernel = words.size() == 6 && words[5] == "kernel";
+  const long rounds =
+      words.size() == 5 || movesKernel ? std::strtol(words[3].c_str(), nullptr, 10) : 0;
   if (rounds < 1 || rounds > 99 || (words[4] != "thorough" && words[4] != "quick")) {
-    std::fputs("usage: bench_compare DAEMON FOLDER ROUNDS thorough|quick\n", stderr);
+    std::fputs("usage: bench_compare DAEMON FOLDER ROUNDS thorough|quick [kernel]\n", stderr);
     return 2;
   }
   const std::string beside = words[0].substr(0, words[0].rfind('/') + 1);
   try {
     return Compare({beside + "bench_relay", beside + "bench_stub", words[1], words[2]},
-                   words[4] == "quick" ? kQuick : kThorough, static_cast<int>(rounds));
+                   words[4] == "quick" ? kQuick : kThorough, static_cast<int>(rounds), movesKernel);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "bench: %s\n", failure.what());
     return 2;

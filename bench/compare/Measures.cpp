@@ -18,7 +18,7 @@ using std::chrono::seconds;
 constexpr std::uint8_t kCard = 9;
 constexpr seconds kLostAfter{2};
 constexpr seconds kFloodStalled{4};
-constexpr milliseconds kBeforeIdling{300};
+constexpr milliseconds kBeforeIdling{1300};
 
 double Microseconds(NANOSECONDS time) {
   return std::chrono::duration<double, std::micro>(time).count();

@@ -7,8 +7,12 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <thread>
 
 namespace bench {
@@ -146,6 +150,54 @@ cpu_set_t OneOf(const cpu_set_t& processors) {
     }
   }
   return one;
+}
+
+// --- the kernel's own ---------------------------------------------------------------------------
+
+namespace {
+
+constexpr const char* kWorkersMask = "/sys/devices/virtual/workqueue/cpumask";
+
+void WriteMask(const std::string& mask) {
+  std::ofstream file(kWorkersMask);
+  file << mask << std::flush;
+  if (!file) {
+    throw std::runtime_error(std::string("the kernel's workers cannot be moved: ") + kWorkersMask);
+  }
+}
+
+}  // namespace
+
+KERNEL_WORKERS::KERNEL_WORKERS() {
+  std::ifstream file(kWorkersMask);
+  file >> m_before;
+}
+
+KERNEL_WORKERS::~KERNEL_WORKERS() {
+  try {
+    WriteMask(m_before);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "bench: %s\n", failure.what());
+  }
+}
+
+void KERNEL_WORKERS::RunOn(const cpu_set_t& processors) {
+  // Words of 32 processors each, the highest first.
+  constexpr std::size_t kWord = 32;
+  std::string mask;
+  for (std::size_t word = std::min<std::size_t>(CPU_SETSIZE, 256) / kWord; word-- > 0;) {
+    std::uint32_t bits = 0;
+    for (std::size_t bit = 0; bit < kWord; ++bit) {
+      bits |= CPU_ISSET(word * kWord + bit, &processors) ? 1U << bit : 0U;
+    }
+    if (bits == 0 && mask.empty() && word > 0) {
+      continue;
+    }
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), mask.empty() ? "%x" : ",%08x", bits);
+    mask += text.data();
+  }
+  WriteMask(mask);
 }
 
 // --- others -------------------------------------------------------------------------------------

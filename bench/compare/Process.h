@@ -50,6 +50,20 @@ void RunOn(const cpu_set_t& processors);
 /// One of them: the last, since interrupts mostly go to the first.
 cpu_set_t OneOf(const cpu_set_t& processors);
 
+/// Where the kernel runs what it does for programs aside, as it does to bring the bytes from one
+/// end of a pseudo-terminal to the other; put back at the end. Needs root.
+class KERNEL_WORKERS {
+ public:
+  KERNEL_WORKERS();
+  ~KERNEL_WORKERS();
+  KERNEL_WORKERS(const KERNEL_WORKERS&) = delete;
+  KERNEL_WORKERS& operator=(const KERNEL_WORKERS&) = delete;
+  void RunOn(const cpu_set_t& processors);
+
+ private:
+  std::string m_before;
+};
+
 /// How much of the machine others take: all processor time that is neither this process's nor the
 /// subject's. Meant for times in which these two do little: the kernel's own work for them counts
 /// as others'.
