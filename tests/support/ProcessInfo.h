@@ -20,6 +20,12 @@ void KillChildren();
 /// Threads, without those that a sanitizer's runtime has started in the daemon.
 int ThreadCount(pid_t pid);
 
+/// How often its threads have gone to sleep so far.
+long Sleeps(pid_t pid);
+/// What those that a sanitizer's runtime or an emulator has started add to that in a second, at
+/// most.
+extern const long kForeignSleepsPerSecond;
+
 /// Resident memory in KiB.
 long ResidentKiB(pid_t pid);
 

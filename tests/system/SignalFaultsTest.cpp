@@ -148,8 +148,8 @@ TEST_F(SystemFaults, AStopAContinueAndASignalEndItInEveryState) {
       if (!comesWhileItIsStopped) {
         daemon.Signal(signal);
       }
-      state.leave();
       ExpectEnd();
+      state.leave();
       EXPECT_EQ(log.Count("[INF] vorn is stopped by SIGTERM or SIGINT"), 1);
       stuck.reset();
       cae.reset();
