@@ -6,7 +6,7 @@
 namespace vorn {
 
 /// The stop flag: the number of the last SIGINT or SIGTERM, -1 while none has come. Written by the
-/// signal handler on the main thread, polled there by the master loop. Atomic and lock-free, so
+/// signal handler on the main thread, looked at there by the master loop. Atomic and lock-free, so
 /// that a handler may write it; relaxed, because nothing else is published through it.
 using SIGNAL_FLAG = std::atomic<std::int32_t>;
 static_assert(SIGNAL_FLAG::is_always_lock_free);

@@ -152,7 +152,7 @@ TEST_F(VornReleased, AWorkerThatReadsItsClientStillHasItsQueue) {
     vorn->InitInterfaces();
     TCP_CLIENT client =
         Connect(interface->port, interface == &config.cae ? kCaeGreeting : kIoGreeting);
-    client.Send("HELP\r\n");  // taken after the pause of the pass that has just begun
+    client.Send("HELP\r\n");  // taken after the delay of the pass that has just begun
     vorn.reset();
     EXPECT_TRUE(TCP_CLIENT::IsRefused(interface->port));
   }
