@@ -111,9 +111,19 @@ void SOAK::Faults(const std::atomic<bool>& stop) {
     if (isOver()) {
       return;
     }
-    m_sampler.TakeSettledDescriptors(m_fewestDescriptors);
+    LookAtDescriptors();
     MakeFault();
   }
+}
+
+/// In a moment without a command of the operator's: one pause after the other has its pipe open,
+/// and hardly a look falls between two of them.
+void SOAK::LookAtDescriptors() {
+  m_operator.Stall(true);
+  Await([this] { return m_operator.IsIdle(); }, "the operator does not come to its rest");
+  Look();
+  m_operator.Stall(false);
+  m_sampler.TakeSettledDescriptors(m_fewestDescriptors);
 }
 
 void SOAK::MakeFault() {

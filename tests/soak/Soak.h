@@ -49,6 +49,7 @@ class SOAK {
   };
 
   void Faults(const std::atomic<bool>& stop);
+  void LookAtDescriptors();
   void MakeFault();
   /// From its first line until nobody is stalled or away any more; the last lines are on their way.
   void MakeFlood(const FAULT& fault);
