@@ -2,6 +2,7 @@
 #include "tests/unit/tcp/SocketFixture.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -172,6 +173,20 @@ TEST_F(SocketInterface, CloseByCommandNeverLosesWhatIsQueuedAfterIt) {
     m_worker->CloseByCommand();
     Send(">");
   }
+}
+
+TEST_F(SocketInterface, WakesTheMasterControlWhereItsClientHasLeft) {
+  BELL bell;
+  m_input.WakeTakerBy(bell);
+  TCP_CLIENT client = StartWithClient();
+  bell.Arm(BELL::kResting);
+  client.Close();
+  EXPECT_TRUE(WaitUntil([&] {
+    pollfd event = {bell.Descriptor(), POLLIN, 0};
+    return poll(&event, 1, 0) > 0;
+  }));
+  EXPECT_FALSE(m_worker->IsConnected());
+  m_worker.reset();
 }
 
 TEST_F(SocketInterface, CloseByCommandWhileIdleOpensTheInterface) {
