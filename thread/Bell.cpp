@@ -9,23 +9,30 @@
 
 namespace vorn {
 
+namespace {
+
+/// Refused only where there is none, or nobody has cleared it for ages.
+void Write(const UNIQUE_FD& event) {
+  const std::uint64_t one = 1;
+  static_cast<void>(!write(event.Get(), &one, sizeof one));
+}
+
+}  // namespace
+
 BELL::BELL() : m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 }
 
 void BELL::Ring() {
   MakeScheduleNoise();
   if ((m_state.fetch_and(~static_cast<unsigned>(kResting)) & kResting) != 0) {
-    const std::uint64_t one = 1;
-    // cppcheck-suppress ignoredReturnErrorCode ; refused only where nobody has cleared it for ages
-    static_cast<void>(!write(m_event.Get(), &one, sizeof one));
+    Write(m_event);
   }
 }
 
 void BELL::RingThrough() {
   MakeScheduleNoise();
   if (m_state.exchange(kAwake) != kAwake) {
-    const std::uint64_t one = 1;
-    static_cast<void>(!write(m_event.Get(), &one, sizeof one));
+    Write(m_event);
   }
 }
 
