@@ -306,8 +306,8 @@ TEST_F(SocketInterface, HandsNoSocketToAChild) {
 }
 
 TEST_F(SocketInterface, IsNotDisturbedByAnInterruptedAccept) {
-  Start();
   socketCalls.accept.Fail(EINTR, 3);
+  Start();
   TCP_CLIENT client = ConnectAndGreet();
   EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
   EXPECT_EQ(socketCalls.accept.Begun(), 4);
@@ -315,8 +315,10 @@ TEST_F(SocketInterface, IsNotDisturbedByAnInterruptedAccept) {
 
 TEST_F(SocketInterface, ClosesAndReopensAfterAFailedAccept) {
   socketCalls.accept.Fail(EMFILE);
+  m_pauses.Hold(3);
   Start();
-  TCP_CLIENT refused = Connect();
+  TCP_CLIENT refused = Connect();  // before that accept, which waits for nobody
+  m_pauses.Release(3);
   ASSERT_TRUE(m_log.WaitForLine("[INF] CAE interface is waiting for incoming connection", 2));
   EXPECT_TRUE(refused.IsClosed());
   EXPECT_EQ(Log(),
@@ -352,11 +354,10 @@ TEST_F(SocketInterface, ServesAgainAfterDescriptorsHadRunOut) {
   getrlimit(RLIMIT_NOFILE, &before);
   rlimit none = before;
   none.rlim_cur = 0;
-  // The pause's end by hand: nothing can be opened meanwhile.
   unit::GATE accepted;
   socketCalls.accept.HoldAt(&accepted);
-  m_pauses.Release(3);
   setrlimit(RLIMIT_NOFILE, &none);
+  m_pauses.Release(3);
   const bool isReached = accepted.WaitUntilReached();
   setrlimit(RLIMIT_NOFILE, &before);
   socketCalls.accept.HoldAt(nullptr);
