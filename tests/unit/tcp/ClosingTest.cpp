@@ -147,10 +147,12 @@ TEST_F(SocketInterface, CloseByCommandEndsTheConnection) {
 
 TEST_F(SocketInterface, CloseByCommandIsSeenAtOnce) {
   TCP_CLIENT client = StartWithClient();
+  m_pauses.Hold(2);  // it would listen again soon
   m_worker->CloseByCommand();
   EXPECT_EQ(m_worker->State(), kClosed);
   EXPECT_FALSE(m_worker->IsConnected());
   EXPECT_EQ(Count(kByCommand), 1);
+  m_pauses.Release(2);
 }
 
 TEST_F(SocketInterface, WhatIsQueuedAfterCloseByCommandIsTheNextClientsFirst) {
