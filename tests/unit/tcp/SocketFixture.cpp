@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <stdexcept>
+#include <thread>
 
 namespace vorn {
 
@@ -105,6 +106,15 @@ bool SocketInterface::WaitUntilListening(int count) {
 
 bool SocketInterface::WaitForState(CONNECTION_STATE state) {
   return WaitUntil([&] { return m_worker->State() == state; });
+}
+
+void SocketInterface::DestroyInHeldPause(int seconds) {
+  SOCKET_INTERFACE& worker = *m_worker;
+  std::thread destroyer([this] { m_worker.reset(); });
+  // Of the event by which it is told.
+  EXPECT_TRUE(WaitUntil([&] { return (worker.ErrorFlags() & kIllegalEvent) != 0; }));
+  m_pauses.Release(seconds);
+  destroyer.join();
 }
 
 std::string SocketInterface::NextInput() {

@@ -49,6 +49,9 @@ class SocketInterface : public testing::Test {
   /// Waits until the worker listens for the count-th time.
   bool WaitUntilListening(int count);
   bool WaitForState(CONNECTION_STATE state);
+  /// Destroys the worker, which stands in a pause that is held; the pause ends when the worker has
+  /// been told to end.
+  void DestroyInHeldPause(int seconds);
 
   /// Sends the text and lets the worker read only when all of it has arrived.
   void SendToBeReadTogether(support::TCP_CLIENT& client, const std::string& text);

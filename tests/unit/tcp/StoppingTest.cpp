@@ -32,11 +32,11 @@ TEST_F(SocketInterface, IsDestroyedRightAfterInit) {
 }
 
 TEST_F(SocketInterface, IsDestroyedInThePauseBeforeAccept) {
-  m_pauses.SetLength(3, support::milliseconds(500));
+  m_pauses.Hold(3);
   Start();
   ASSERT_TRUE(m_pauses.WaitUntilBegun(3));
   TCP_CLIENT client = Connect();
-  m_worker.reset();
+  DestroyInHeldPause(3);
   EXPECT_TRUE(client.IsClosed());
   EXPECT_TRUE(m_log.LinesWith("[ERR]").empty());
 }
@@ -66,11 +66,11 @@ TEST_F(SocketInterface, IsDestroyedWhileBlockedInSend) {
 }
 
 TEST_F(SocketInterface, IsDestroyedInThePauseAfterAClose) {
-  m_pauses.SetLength(2, support::milliseconds(50));
+  m_pauses.Hold(2);
   TCP_CLIENT client = StartWithClient();
   client.Close();
   ASSERT_TRUE(m_pauses.WaitUntilBegun(2));
-  m_worker.reset();
+  DestroyInHeldPause(2);
   EXPECT_EQ(m_log.LinesWith("listening").size(), 1U);
 }
 
