@@ -49,11 +49,16 @@ void FAKE_PAUSES::Seconds(int seconds) {
 }
 
 PAUSES::CLOCK::time_point FAKE_PAUSES::Now() {
-  if (m_restsForReal) {
-    return CLOCK::now();
-  }
   const std::lock_guard lock(m_lock);
+  if (m_restsForReal) {
+    return m_stoppedAt.value_or(CLOCK::now());
+  }
   return m_now[std::this_thread::get_id()];
+}
+
+void FAKE_PAUSES::StopClock() {
+  const std::lock_guard lock(m_lock);
+  m_stoppedAt = CLOCK::now();
 }
 
 void FAKE_PAUSES::SetLength(int seconds, std::chrono::milliseconds length) {

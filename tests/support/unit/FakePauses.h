@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 #include <utility>
@@ -31,6 +32,8 @@ class FAKE_PAUSES final : public PAUSES {
 
   /// Before the first rest.
   void RestForReal() { m_restsForReal = true; }
+  /// From now on the machine's clock stands still for who asks here: nothing becomes late by it.
+  void StopClock();
 
   /// Else only the delay: a loop looks by itself whether there is something to do, pass after pass.
   void Rest(REST& rest) override;
@@ -63,6 +66,7 @@ class FAKE_PAUSES final : public PAUSES {
   mutable std::mutex m_lock;
   mutable std::condition_variable m_changed;
   std::map<std::thread::id, CLOCK::time_point> m_now;
+  std::optional<CLOCK::time_point> m_stoppedAt;
   std::int32_t m_longestDelayUs;
   std::map<int, std::chrono::milliseconds> m_lengths;
   std::set<int> m_held;
