@@ -348,8 +348,8 @@ TEST_F(SocketInterface, WritesButDoesNotReadWhenSelectFails) {
   TCP_CLIENT client = StartWithClient();
   unit::GATE gate;
   socketCalls.select.HoldAt(&gate);
-  ASSERT_TRUE(gate.WaitUntilReached());
   client.Send("read later");
+  ASSERT_TRUE(gate.WaitUntilReached());
   Send("written now");
   unit::GATE next;
   socketCalls.select.Fail(ENOMEM);

@@ -38,8 +38,8 @@ TEST_F(SocketInterface, WritesOneMessagePerPass) {
   TCP_CLIENT client = StartWithClient();
   unit::GATE gate;
   socketCalls.select.HoldAt(&gate);
-  ASSERT_TRUE(gate.WaitUntilReached());
   Send("first");
+  ASSERT_TRUE(gate.WaitUntilReached());
   Send("second");
   unit::GATE next;
   socketCalls.select.HoldAt(&next);
@@ -217,12 +217,12 @@ TEST_F(SocketInterface, LosesOneMessageToAResetHoweverMuchOfTheClientsIsStillUnr
   TCP_CLIENT client = StartWithClient();
   unit::GATE gate;
   socketCalls.select.HoldAt(&gate);
-  ASSERT_TRUE(gate.WaitUntilReached());
   std::string expected;
   for (int i = 0; i < 40; ++i) {
     Send(std::to_string(i) + ".");
     expected += i == 0 ? "" : std::to_string(i) + ".\r";
   }
+  ASSERT_TRUE(gate.WaitUntilReached());
   // Ten reads of it, at least.
   const std::string commands(2550, 'x');
   client.Send(commands);
@@ -246,8 +246,8 @@ TEST_F(SocketInterface, LosesTheMessageOfThePassInWhichTheClientLeft) {
   TCP_CLIENT client = StartWithClient();
   unit::GATE gate;
   socketCalls.select.HoldAt(&gate);
-  ASSERT_TRUE(gate.WaitUntilReached());
   client.Close();
+  ASSERT_TRUE(gate.WaitUntilReached());
   Send("lost");
   Send("kept");
   socketCalls.select.HoldAt(nullptr);
