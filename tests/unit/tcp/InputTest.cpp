@@ -88,11 +88,15 @@ TEST_F(SocketInterface, EndsAFullReadBehindTheLastLineInIt) {
 
 TEST_F(SocketInterface, WaitsForTheRestOfALineThatAStreamIsCutIn) {
   TCP_CLIENT client = StartWithClient();
-  m_worker->SetThreadDelayUs(5000);
   m_pauses.StopClock();  // the rest comes in time
   const std::string full = std::string(253, 'x') + "\r\n";
   SendToBeReadTogether(client, full + "a5b1");
   EXPECT_EQ(NextInput(), full);
+  EXPECT_TRUE(WaitUntil([&] { return client.IsAllRead(); }));
+  // A message in each pass: the second finds nothing to read.
+  Send("two");
+  Send("passes");
+  EXPECT_TRUE(client.Receives("two\rpasses\r"));
   client.SendAndWaitUntilRead("dFB\r\n");
   EXPECT_EQ(NextInput(), "a5b1dFB\r\n");
   // Whole lines are taken at once, and kept apart.
