@@ -133,7 +133,11 @@ TEST_F(Vorn, TakesNoCommandWhile28KibOfLinesWaitThatTheOperatorHasAskedFor) {
   bool waits = false;
   for (int i = 0; i < kMoreThanTheConnectionHolds && !waits; ++i) {
     cae.Send(question + "\r\n");
-    waits = cae.ReadUntil(">\r\n\r", support::kSilence).empty();
+    const std::string got = cae.ReadUntil(">\r\n\r", support::kSilence);
+    waits = got.empty();
+    if (!waits && !got.ends_with(">\r\n\r")) {
+      EXPECT_TRUE(cae.ReadUntil(">\r\n\r").ends_with(">\r\n\r"));
+    }
   }
   EXPECT_TRUE(waits);
   io.Close();
