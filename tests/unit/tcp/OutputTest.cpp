@@ -228,6 +228,8 @@ TEST_F(SocketInterface, LosesOneMessageToAResetHoweverMuchOfTheClientsIsStillUnr
   client.Send(commands);
   ASSERT_TRUE(WaitUntil([&] { return support::UnreadBytes(Port(), client.LocalPort()) == 2550; }));
   client.Reset();
+  // It has come when the kernel knows the connection no more.
+  ASSERT_TRUE(WaitUntil([&] { return support::UnreadBytes(Port(), client.LocalPort()) == -1; }));
   socketCalls.select.HoldAt(nullptr);
   gate.Open();
   ASSERT_TRUE(WaitUntilListening(2));
