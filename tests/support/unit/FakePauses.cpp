@@ -61,6 +61,11 @@ void FAKE_PAUSES::StopClock() {
   m_stoppedAt = CLOCK::now();
 }
 
+void FAKE_PAUSES::RunClock() {
+  const std::lock_guard lock(m_lock);
+  m_stoppedAt.reset();
+}
+
 void FAKE_PAUSES::SetLength(int seconds, std::chrono::milliseconds length) {
   const std::lock_guard lock(m_lock);
   m_lengths[seconds] = length;

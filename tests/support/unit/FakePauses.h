@@ -32,8 +32,10 @@ class FAKE_PAUSES final : public PAUSES {
 
   /// Before the first rest.
   void RestForReal() { m_restsForReal = true; }
-  /// From now on the machine's clock stands still for who asks here: nothing becomes late by it.
+  /// From now on the machine's clock stands still for who asks here: nothing becomes late by it,
+  /// until RunClock.
   void StopClock();
+  void RunClock();
 
   /// Else only the delay: a loop looks by itself whether there is something to do, pass after pass.
   void Rest(REST& rest) override;

@@ -234,12 +234,16 @@ TEST_F(SocketInterface, MakesNoPassForAClientThatIsSilentOrHeldBack) {
 
 TEST_F(SocketInterface, TakesHalfALineOfAStreamAsItIsAlsoWhereItsClientIsHeldBackMeanwhile) {
   TCP_CLIENT client = StartWithClient();
+  m_pauses.StopClock();
   const std::string full = std::string(253, 'x') + "\r\n";
   SendToBeReadTogether(client, full + "half");
   EXPECT_EQ(NextInput(), full);
+  EXPECT_TRUE(WaitUntil([&] { return client.IsAllRead(); }));
   for (std::size_t i = 0; i < kWaitingThatHoldBack; ++i) {
     m_input.ToQueue(Message("waiting"));
   }
+  EXPECT_EQ(m_input.Size(), kWaitingThatHoldBack);
+  m_pauses.RunClock();
   EXPECT_TRUE(WaitUntil([&] { return m_input.Size() > kWaitingThatHoldBack; }));
 }
 
