@@ -1,0 +1,5 @@
+#include "client/CaeRequest.h"
+
+namespace client {
+
+}  // namespace client

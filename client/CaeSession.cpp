@@ -1,0 +1,5 @@
+#include "client/CaeSession.h"
+
+namespace client {
+
+}  // namespace client

@@ -1,0 +1,5 @@
+#include "client/Cards.h"
+
+namespace client {
+
+}  // namespace client

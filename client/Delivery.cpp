@@ -1,0 +1,5 @@
+#include "client/Delivery.h"
+
+namespace client {
+
+}  // namespace client

@@ -1,0 +1,5 @@
+#include "client/IoLine.h"
+
+namespace client {
+
+}  // namespace client

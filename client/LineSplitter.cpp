@@ -1,0 +1,5 @@
+#include "client/LineSplitter.h"
+
+namespace client {
+
+}  // namespace client

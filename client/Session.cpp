@@ -1,0 +1,5 @@
+#include "client/Session.h"
+
+namespace client {
+
+}  // namespace client

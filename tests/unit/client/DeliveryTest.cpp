@@ -1,0 +1,9 @@
+#include "client/Delivery.h"
+
+#include <gtest/gtest.h>
+
+namespace client {
+namespace {
+
+}  // namespace
+}  // namespace client
