@@ -85,7 +85,7 @@ enum class PARAMETER : std::uint8_t {
 struct CARD_PARAMETER {
   PARAMETER parameter;
   CARD_KIND kind;
-  const char* name;  ///< "mask", "endA": with the channel's number behind it where there are several
+  const char* name;  ///< "mask", "endA": the channel's number comes behind, if there are several
   int channels;      ///< 1: the card as a whole
   std::uint8_t largest;
   bool canBeRead;
@@ -115,13 +115,14 @@ int ReadDigit(char digit);
 /// Two digits, upper case: what the daemon reads. (It takes a lower-case digit for 0.)
 std::string HexByte(std::uint8_t value);
 
-// A channel's value between the byte and what a person says.
+// A channel's value between the byte and what a person says. Each throws BAD_VALUE for a form that
+// has no such values.
 
 /// In percent, 0 to 100 for kPosition, -100 to 100 for kSpeed; 80 counts as 81 there.
 double PercentOf(VALUE_FORM form, std::uint8_t raw);
 /// The nearest byte. Throws BAD_VALUE outside the range.
 std::uint8_t RawOf(VALUE_FORM form, double percent);
-/// A bit's state: on or off. `bit` is 0 to 7.
+/// A bit's state: on or off. Throws BAD_VALUE for a bit that is not 0 to 7; WithBit does, too.
 bool IsOn(VALUE_FORM form, std::uint8_t block, int bit);
 /// The block with that bit on or off.
 std::uint8_t WithBit(VALUE_FORM form, std::uint8_t block, int bit, bool on);
