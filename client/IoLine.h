@@ -12,7 +12,8 @@
 /// separators. Each maker throws BAD_VALUE for what the daemon would refuse or misread.
 namespace client {
 
-/// What a read of the daemon's takes, the separator's two characters left out: a longer line is cut.
+/// What a read of the daemon's takes, the separator's two characters left out: a longer line is
+/// cut.
 constexpr std::size_t kLongestIoLine = 253;
 constexpr std::size_t kLongestLcdText = 31;
 constexpr std::size_t kLongestIrStream = 23;
@@ -30,12 +31,13 @@ enum class LCD_ACTION : std::uint8_t {
   kBlinkOff,
 };
 std::string LcdLine(int address, LCD_ACTION action);
-/// Column and row are counted from 0, at most 255; at most 31 characters, none of them a zero byte, a
-/// carriage return or a line feed.
+/// Column and row are counted from 0, at most 255; at most 31 characters, none of them a zero byte,
+/// a carriage return or a line feed.
 std::string LcdTextLine(int address, int column, int row, std::string_view text);
 /// 1 to 23 bytes.
 std::string IrLine(int address, const std::vector<std::uint8_t>& bytes);
-/// As typed: no line end or zero byte in it, not empty.
+/// As typed: not empty, at most kLongestIoLine characters, none of them a zero byte, a carriage
+/// return or a line feed.
 std::string TypedIoLine(std::string_view line);
 constexpr std::string_view kIoExit = "EXIT";
 
@@ -45,7 +47,7 @@ struct BLOCK_VALUE {
   int block = 0;
   std::uint8_t value = 0;
 };
-/// "a3b0d40", exactly; nothing for any other line.
+/// "a3b0d40", exactly, with its digits in upper case; nothing for any other line.
 std::optional<BLOCK_VALUE> ReadBlockLine(std::string_view line);
 
 }  // namespace client
