@@ -27,9 +27,18 @@ class LINE_SPLITTER {
   void Clear();
 
  private:
-  std::vector<std::string> m_separators;
-  std::string m_rest;
-  bool m_isCut = false;
+  struct FOUND {
+    std::size_t size = 0;  ///< of the longest separator that is there; 0: none
+    bool mayGrow = false;  ///< a longer one is there as far as the bytes go
+  };
+
+  FOUND FindAt(std::size_t at) const;
+  void Keep(char character);
+  void EndLine(std::vector<LINE>& lines);
+
+  std::vector<std::string> m_separators;  // the longer ones first
+  LINE m_line;                            // what has come of it
+  std::string m_unread;                   // a separator, or the beginning of one, perhaps
 };
 
 }  // namespace client
