@@ -75,7 +75,7 @@ CAE_REQUEST AskHelp();
 CAE_REQUEST AskIoExamples();
 CAE_REQUEST EndCae();
 /// As typed, at most kLongestCaeLine characters. Throws BAD_VALUE for a longer one, and one with a
-/// zero byte.
+/// zero byte, a carriage return or a line feed.
 CAE_REQUEST TypedCae(std::string_view line);
 
 /// What a read of the daemon's takes, the separator's two characters left out.
@@ -94,8 +94,10 @@ enum class OUTCOME : std::uint8_t {
 using CARD_LIST = std::array<CARD_KIND, kAddresses>;
 
 struct POLL_STATE {
-  bool enabled = false;          ///< for all
+  bool enabled = false;         ///< for all
   std::map<int, bool> cards{};  ///< by the address of each input card
+
+  bool operator==(const POLL_STATE& other) const = default;
 };
 
 struct CAE_RESULT {
@@ -105,23 +107,30 @@ struct CAE_RESULT {
   /// A byte of a card, a version, the slots, the poll state; nothing where the answer has none.
   std::variant<std::monostate, std::uint8_t, std::string, CARD_LIST, POLL_STATE> value;
 
-  /// The daemon's words, without "CIA: " or "CIE: "; for people.
+  /// The daemon's words for people: without "CIA: " or "CIE: " and the lines for programs behind
+  /// it; where there is neither, all lines, with line feeds between them.
   std::string Text() const;
 };
 
-/// Collects the lines of the answer to one request. Lines of another answer, left by an earlier
-/// client, are skipped up to their prompt. Bounded: an answer has at most so many lines as HELP.
+/// Collects the lines of the answer to one request. An answer that is not of this request, whole
+/// and with its parameters in it, was left by an earlier one: it is skipped, up to its prompt.
+/// Bounded: an answer keeps 128 lines, each of at most 4096 characters; what is more is dropped.
 class CAE_ANSWER {
  public:
-  explicit CAE_ANSWER(CAE_COMMAND command) : m_command(command) {}
+  explicit CAE_ANSWER(CAE_REQUEST request);
 
-  /// Takes a line. True when the answer is complete: then Result() holds it.
+  /// Takes a line. True when the answer is complete: then Result() holds it. Lines after that are
+  /// not taken.
   bool Take(std::string_view line);
   const CAE_RESULT& Result() const { return m_result; }
 
  private:
-  CAE_COMMAND m_command;
+  /// Whether the lines are the answer; fills the result in, then.
+  bool Judge();
+
+  CAE_REQUEST m_request;
   CAE_RESULT m_result;
+  bool m_isComplete = false;
 };
 
 /// What an IO client has sent and the daemon refused, as it tells the operator.
