@@ -1,9 +1,9 @@
 #pragma once
 
 #include "client/Descriptor.h"
+#include "client/Endpoint.h"
+#include "client/Interface.h"
 #include "client/LineSplitter.h"
-
-#include <sys/socket.h>
 
 #include <chrono>
 #include <cstdint>
@@ -16,21 +16,6 @@ namespace client {
 
 using CLOCK = std::chrono::steady_clock;
 using TIME = CLOCK::time_point;
-
-enum class INTERFACE : std::uint8_t { kCae, kIo, kMon };
-/// "CAE", "IO", "MON".
-const char* NameOf(INTERFACE interface);
-/// 5000, 5001, 5002: those of the daemon's example configuration.
-int DefaultPort(INTERFACE interface);
-
-/// Where a session may connect to.
-struct ENDPOINT {
-  sockaddr_storage address{};
-  socklen_t size = 0;
-};
-/// The addresses of a host, by name or number, IPv4 only: the daemon listens on no other. Blocks
-/// while a name is looked up; a number never blocks. Throws std::runtime_error with the reason.
-std::vector<ENDPOINT> Resolve(const std::string& host, int port);
 
 /// What ends a line, as the daemon is configured.
 struct SEPARATORS {
