@@ -2,12 +2,15 @@
 
 #include "client/Descriptor.h"
 #include "client/Endpoint.h"
+#include "client/Greeting.h"
 #include "client/Interface.h"
 #include "client/LineSplitter.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +20,10 @@ namespace client {
 using CLOCK = std::chrono::steady_clock;
 using TIME = CLOCK::time_point;
 
+/// What poll() is to be told, in milliseconds, rounded up: 0 where the deadline has passed, -1
+/// where it is TIME::max(); a day at most.
+int PollTimeout(TIME deadline, TIME now);
+
 /// What ends a line, as the daemon is configured.
 struct SEPARATORS {
   std::string inp = "\r\n";  ///< of lines to the daemon
@@ -24,7 +31,7 @@ struct SEPARATORS {
 };
 
 struct SESSION_SETTINGS {
-  std::vector<ENDPOINT> endpoints;  ///< tried in turn
+  std::vector<ENDPOINT> endpoints;  ///< tried in turn; one at least
   std::string inpSeparator = "\r\n";
   /// Lines from the daemon end at any of these: MON's end with those of IO.
   std::vector<std::string> outSeparators = {"\r\n"};
@@ -40,33 +47,41 @@ enum class SESSION_STATE : std::uint8_t {
   kWaiting,     ///< connected, no greeting yet
   kPausing,     ///< between two attempts
   kReady,       ///< greeted
+  kFinishing,   ///< by Finish: nothing is sent or delivered any more
   kFailed,      ///< given up: see Trouble
 };
 
 /// Why there is no greeting (yet), as far as one can tell from outside.
 enum class TROUBLE : std::uint8_t {
   kNone,
-  kTaken,       ///< connected, and no greeting in the time that the daemon takes: another client is served
-  kRefused,     ///< the port refuses: it does for 4 s after each client; or there is no daemon
-  kNoDaemon,    ///< it has refused for longer than that
-  kNotReached,  ///< no way to the machine, or no answer from it
-  kNotVorn,     ///< something else listens there
-  kLost,        ///< the daemon has closed a connection that was ready, or it broke
+  /// Connected, and no greeting in the time that the daemon takes: another client is served.
+  kTaken,
+  kRefused,         ///< the port refuses: it does for 4 s after each client; or there is no daemon
+  kNoDaemon,        ///< it has refused for longer than that
+  kNotReached,      ///< no way to the machine, or no answer from it
+  kNotVorn,         ///< something else listens there
+  kOtherInterface,  ///< the daemon does, with another interface
+  kLost,            ///< the daemon has closed a connection that was ready, or it broke
 };
-/// For people: "CAE is taken by another client".
+/// For people: "CAE is taken by another client". SESSION::Explain knows more.
 std::string Describe(INTERFACE interface, TROUBLE trouble);
 
 /// One of the daemon's interfaces, from the first attempt to connect to the end. Without a thread:
 /// the owner's loop waits for Descriptor() and Events() as poll() has them, at most until
-/// Deadline(), and calls Handle(). Nothing here blocks. All calls, and all calls of the handlers, on
-/// the owner's thread. A handler may call Send, and must not destroy the session.
+/// Deadline(), and calls Handle(), for whatever of them has come. Nothing here blocks. All calls,
+/// and all calls of the handlers, on the owner's thread. A handler may call Send, End, Finish and
+/// Start; it must not call Handle, set a handler or destroy the session.
+///
+/// It keeps no clock: what it does in time, it does by the times that it is told.
 class SESSION {
  public:
   /// A whole line, without its end. Not those that were left by an earlier client and come ahead of
   /// the greeting.
   using ON_LINE = std::function<void(std::string_view line)>;
   using ON_STATE = std::function<void(SESSION_STATE state)>;
+  using ON_OVER = std::function<void()>;
 
+  /// Throws std::invalid_argument where there is no endpoint.
   SESSION(INTERFACE interface, SESSION_SETTINGS settings);
   SESSION(const SESSION&) = delete;
   SESSION& operator=(const SESSION&) = delete;
@@ -74,48 +89,92 @@ class SESSION {
 
   void OnLine(ON_LINE handler) { m_onLine = std::move(handler); }
   void OnState(ON_STATE handler) { m_onState = std::move(handler); }
+  /// Who waits for an answer waits in vain: a connection that was ready is over, or the attempts to
+  /// have one are, by whatever it was, End and Finish included. Before OnState.
+  void OnOver(ON_OVER handler) { m_onOver = std::move(handler); }
 
-  /// Begins to connect.
+  /// Begins to connect; anew where it has begun already.
   void Start(TIME now);
   /// Closes at once. What has not been written yet is lost; what the daemon has sent and nobody has
   /// read may reset the connection, and then what it has not read yet is lost as well: see Finish.
   void End();
-  /// Sends no more and reads on until the daemon has closed, then is kIdle: nothing of what was
-  /// sent is lost. After `limit` it closes all the same.
+  /// Sends no more and reads on, for nobody, until the daemon has closed, then is kIdle: nothing of
+  /// what was sent is lost. After `limit` it closes all the same. Where it is not ready: End.
   void Finish(TIME now, CLOCK::duration limit = std::chrono::seconds(2));
 
   /// -1: none at present.
-  int Descriptor() const;
+  int Descriptor() const { return m_socket.Get(); }
   short Events() const;
   /// Handle is wanted then at the latest; TIME::max(): never.
   TIME Deadline() const;
+  /// Reads at most 64 KiB, so that a flood leaves the owner time for others, and writes what waits.
   void Handle(TIME now);
 
   INTERFACE Interface() const { return m_interface; }
   SESSION_STATE State() const { return m_state; }
   TROUBLE Trouble() const { return m_trouble; }
-  /// When it gives up; for "trying for 5 s more".
+  /// The same for people, with what is known of it: "port 5001 is the daemon's IO interface, not
+  /// CAE".
+  std::string Explain() const;
+  /// When it gives up, unless it is greeted before; for "trying for 5 s more". TIME::max(): never.
   TIME GivesUpAt() const { return m_givesUpAt; }
 
   /// Takes a line, without its separator, to be written as soon as the connection takes it: as many
   /// as there are in one write, which ends with a line. False where kMostUnsent bytes wait already,
   /// or the session is not ready: the line is not taken.
+  ///
+  /// It is written by the next Handle, at once by the one whose handler sends it; Events asks for
+  /// POLLOUT meanwhile, so the loop is not held up. Who has other things to do first calls Flush.
   bool Send(std::string_view line);
+  /// Writes what the connection takes now. Calls no handler: what it finds broken, the next Handle
+  /// tells.
+  void Flush();
   std::size_t Unsent() const { return m_unsent.size(); }
   static constexpr std::size_t kMostUnsent = 64U * 1024;
 
  private:
-  INTERFACE m_interface;
-  SESSION_SETTINGS m_settings;
-  LINE_SPLITTER m_splitter;
+  void Connect();
+  void LookAtConnecting();
+  void BeginToWait();
+  void TakeError(int error);
+  void TryNext(TROUBLE trouble);
+  void Pause(CLOCK::duration length);
+  void Read();
+  void Take(std::string_view bytes);
+  void TakeGreeting();
+  void TakeEnd();
+  void WrongPort(TROUBLE trouble);
+  void Expire();
+  void ExpireWaiting();
+  void GiveUp(TROUBLE trouble);
+  void Close();
+  bool Enter(SESSION_STATE state, bool isOver = false);
+  bool IsTrying() const;
+
+  const INTERFACE m_interface;
+  const SESSION_SETTINGS m_settings;
   ON_LINE m_onLine;
   ON_STATE m_onState;
-  DESCRIPTOR m_socket;
+  ON_OVER m_onOver;
+
   SESSION_STATE m_state = SESSION_STATE::kIdle;
+  std::uint64_t m_changes = 0;  // of the state: a handler may have made one
   TROUBLE m_trouble = TROUBLE::kNone;
-  TIME m_givesUpAt{};
+  TIME m_now{};
+  TIME m_givesUpAt = TIME::max();
+  TIME m_until = TIME::max();  // what the state waits for is given up, or looked at, then
+  CLOCK::duration m_pause{};   // before the next round of attempts
+  std::optional<TIME> m_refusedSince;
+  std::size_t m_endpoint = 0;  // that is tried, or is next
+  std::size_t m_tried = 0;     // last
+
+  // Of the connection.
+  DESCRIPTOR m_socket;
+  TIME m_connectedAt{};
+  GREETING_SEARCH m_greeting;
+  LINE_SPLITTER m_splitter;
   std::string m_unsent;
-  // ... the implementation adds what it needs
+  bool m_isShut = false;  // for sending
 };
 
 }  // namespace client
