@@ -1,0 +1,147 @@
+#include "vornctl/Batch.h"
+
+#include "client/Descriptor.h"
+#include "vornctl/Interpreter.h"
+#include "vornctl/Words.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace ctl {
+
+namespace {
+
+/// A line of a batch has a few words; one that is longer than this is none.
+constexpr std::size_t kLongestLine = 65536;
+/// So many lines go by between two looks at what comes back.
+constexpr int kLinesBetweenLooks = 64;
+
+class BATCH {
+ public:
+  BATCH(CONTEXT& context, std::string name, int descriptor, bool keepGoing)
+      : m_context(context),
+        m_interpreter(context, USE::kInSeries),
+        m_name(std::move(name)),
+        m_descriptor(descriptor),
+        m_keepGoing(keepGoing) {}
+
+  EXIT_STATUS Run() {
+    m_context.series.isOn = true;
+    while (!IsEnough() && ReadLine()) {
+      ++m_number;
+      m_context.series.origin = m_name + ":" + std::to_string(m_number);
+      Try([&] { RunLine(); });
+    }
+    if (!IsEnough()) {
+      Try([&] { SettleSeries(m_context, m_context.series.origin); });
+    }
+    m_context.series.isOn = false;
+    return m_status;
+  }
+
+ private:
+  bool IsEnough() const { return m_status != EXIT_STATUS::kDone && !m_keepGoing; }
+
+  template <class DO>
+  void Try(const DO& act) {
+    try {
+      act();
+    } catch (const FAILURE& failure) {
+      m_context.output.Fail(failure, m_context.series.origin);
+      if (m_status == EXIT_STATUS::kDone) {
+        m_status = failure.Status();
+      }
+    }
+  }
+
+  void RunLine() {
+    const std::vector<std::string> words = SplitWords(m_line);
+    if (words.empty()) {
+      return;
+    }
+    m_interpreter.Run(words);
+    if (m_number % kLinesBetweenLooks == 0) {
+      m_context.link.Look();
+    }
+    if (!m_context.refused.empty()) {
+      SettleSeries(m_context, m_context.series.origin);
+    }
+  }
+
+  /// False at the end. While there is nothing to read, what is under way is looked after.
+  bool ReadLine() {
+    for (;;) {
+      const std::size_t end = m_read.find('\n', m_at);
+      if (end != std::string::npos) {
+        m_line.assign(m_read, m_at, end - m_at);
+        m_at = end + 1;
+        return true;
+      }
+      m_read.erase(0, m_at);
+      m_at = 0;
+      if (m_read.size() > kLongestLine) {
+        throw FAILURE(EXIT_STATUS::kUsage, m_name + ": a line has no end: is it a text?");
+      }
+      if (m_isAtEnd) {
+        m_line = std::exchange(m_read, {});
+        return !m_line.empty();
+      }
+      Fill();
+    }
+  }
+
+  void Fill() {
+    pollfd input = {m_descriptor, POLLIN, 0};
+    if (poll(&input, 1, 0) == 0) {
+      Try([&] { SettleSeries(m_context, m_context.series.origin); });
+      if (IsEnough()) {
+        m_isAtEnd = true;
+        return;
+      }
+      bool isThere = false;
+      m_context.link.AddSource({m_descriptor, POLLIN, [&](short /*events*/) { isThere = true; }});
+      m_context.link.RunUntil([&] { return isThere; }, client::TIME::max());
+      m_context.link.ClearSources();
+    }
+    std::array<char, kLongestLine> bytes{};
+    const ssize_t count = read(m_descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno != EINTR && errno != EAGAIN) {
+      throw FAILURE(EXIT_STATUS::kUsage, m_name + ": " + std::strerror(errno));
+    }
+    if (count > 0) {
+      m_read.append(bytes.data(), static_cast<std::size_t>(count));
+    }
+    m_isAtEnd = count == 0;
+  }
+
+  CONTEXT& m_context;
+  INTERPRETER m_interpreter;
+  const std::string m_name;
+  const int m_descriptor;
+  const bool m_keepGoing;
+  std::string m_read;
+  std::size_t m_at = 0;
+  std::string m_line;
+  int m_number = 0;
+  bool m_isAtEnd = false;
+  EXIT_STATUS m_status = EXIT_STATUS::kDone;
+};
+
+}  // namespace
+
+EXIT_STATUS RunBatch(CONTEXT& context, const std::string& file, bool keepGoing) {
+  if (file.empty() || file == "-") {
+    return BATCH(context, "standard input", STDIN_FILENO, keepGoing).Run();
+  }
+  const client::DESCRIPTOR opened(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened) {
+    throw FAILURE(EXIT_STATUS::kUsage, file + ": " + std::strerror(errno));
+  }
+  return BATCH(context, file, opened.Get(), keepGoing).Run();
+}
+
+}  // namespace ctl

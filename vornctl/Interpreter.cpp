@@ -1,0 +1,79 @@
+#include "vornctl/Interpreter.h"
+
+#include "vornctl/commands/Commands.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+namespace ctl {
+
+namespace {
+
+/// "Usage: vornctl set WHAT=VALUE... [OPTIONS]", with what follows the name as in the manual.
+class COMMAND_HELP : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App* app, std::string name) const override {
+    const COMMAND* command = FindCommand(app->get_name());
+    if (command == nullptr) {
+      return CLI::Formatter::make_usage(app, name);
+    }
+    const std::string form = command->form;
+    return "Usage: vornctl " + app->get_name() + (form.empty() ? "" : " " + form) + "\n";
+  }
+};
+
+}  // namespace
+
+void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use) {
+  const auto help = std::make_shared<COMMAND_HELP>();
+  for (const COMMAND& command : CommandTable()) {
+    if (command.use != USE::kAnywhere && command.use != use) {
+      continue;
+    }
+    CLI::App* sub = app.add_subcommand(command.name, command.about);
+    sub->formatter(help);
+    command.declare(*sub, arguments);
+  }
+}
+
+std::string ExplainParseError(const std::string& why, const std::vector<std::string>& words) {
+  const auto isOption = [](const std::string& word) { return word.starts_with("-"); };
+  const auto first = std::find_if_not(words.begin(), words.end(), isOption);
+  if (first != words.end() && FindCommand(*first) == nullptr && *first != "run" &&
+      why.find("not expected") != std::string::npos) {
+    return "no command '" + *first + "'";
+  }
+  std::string text = why;
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
+}
+
+INTERPRETER::INTERPRETER(CONTEXT& context, USE use)
+    : m_context(context), m_app(std::make_unique<CLI::App>("", "vornctl")) {
+  m_app->require_subcommand(1);
+  AddCommands(*m_app, m_arguments, use);
+}
+
+INTERPRETER::~INTERPRETER() = default;
+
+void INTERPRETER::Run(const std::vector<std::string>& words) {
+  m_arguments = {};
+  try {
+    m_app->parse(std::vector<std::string>(words.rbegin(), words.rend()));
+  } catch (const CLI::CallForHelp&) {
+    const std::vector<CLI::App*> chosen = m_app->get_subcommands();
+    std::string help = (chosen.empty() ? m_app.get() : chosen.front())->help();
+    help.erase(help.find_last_not_of('\n') + 1);
+    m_context.output.PutText(help);
+    return;
+  } catch (const CLI::ParseError& error) {
+    throw FAILURE(EXIT_STATUS::kUsage, ExplainParseError(error.what(), words));
+  }
+  const COMMAND& command = *FindCommand(m_app->get_subcommands().front()->get_name());
+  if (m_context.series.isOn && !command.sendsOnly) {
+    SettleSeries(m_context, m_context.series.origin);
+  }
+  command.run(m_context, m_arguments);
+}
+
+}  // namespace ctl

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "vornctl/commands/Command.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace ctl {
+
+/// Reads the words of a command and carries it out: the lines of a batch and of the prompt. The
+/// command line itself is read by the same parser with the program's options added.
+class INTERPRETER {
+ public:
+  /// Commands of this use and those that are of use everywhere.
+  INTERPRETER(CONTEXT& context, USE use);
+  ~INTERPRETER();
+  INTERPRETER(const INTERPRETER&) = delete;
+  INTERPRETER& operator=(const INTERPRETER&) = delete;
+
+  /// Carries the command out. Throws FAILURE.
+  void Run(const std::vector<std::string>& words);
+
+ private:
+  CONTEXT& m_context;
+  ARGUMENTS m_arguments;
+  std::unique_ptr<CLI::App> m_app;
+};
+
+/// Adds the commands of that use to a parser; what they find goes into `arguments`.
+void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use);
+/// What a parser's complaint means to the user.
+std::string ExplainParseError(const std::string& why, const std::vector<std::string>& words);
+
+}  // namespace ctl

@@ -1,0 +1,479 @@
+#include "vornctl/Link.h"
+
+#include "client/BadValue.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace ctl {
+
+namespace {
+
+using client::CLOCK;
+using client::INTERFACE;
+using client::SESSION;
+using client::SESSION_STATE;
+using client::TIME;
+using client::TROUBLE;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr INTERFACE kAll[] = {INTERFACE::kCae, INTERFACE::kIo, INTERFACE::kMon};
+
+/// When the interface that is needed has come, the others have, if they are free: their pauses are
+/// as long, and an attempt is made each second at least.
+constexpr milliseconds kAfterRequired{400};
+constexpr milliseconds kAfterRequiredThatPaused{2000};
+/// To say goodbye where nothing can be lost.
+constexpr milliseconds kGoodbye{1000};
+/// Where nothing says that a line was read, a report of its refusal comes in this time or so.
+constexpr milliseconds kUnprovenRefusal{300};
+/// From so many lines on of which it is not known yet what became of them, that is waited for
+/// first.
+constexpr std::uint64_t kMostUnsettled = 4096;
+constexpr milliseconds kProgressAfter{1000};
+constexpr milliseconds kProgressStep{250};
+
+/// Set by the handler of SIGINT, which is let in while the loop waits, and only then.
+volatile sig_atomic_t isInterrupted = 0;
+
+bool IsOver(const SESSION& session) {
+  return session.State() == SESSION_STATE::kReady || session.State() == SESSION_STATE::kFailed ||
+         session.State() == SESSION_STATE::kIdle;
+}
+
+EXIT_STATUS StatusOf(TROUBLE trouble) {
+  return trouble == TROUBLE::kTaken ? EXIT_STATUS::kTaken : EXIT_STATUS::kNotReached;
+}
+
+/// poll() until then at the latest, with SIGINT let in.
+int Poll(std::vector<pollfd>& polled, TIME until) {
+  sigset_t letIn;
+  pthread_sigmask(SIG_BLOCK, nullptr, &letIn);
+  sigdelset(&letIn, SIGINT);
+  timespec limit{};
+  if (until != TIME::max()) {
+    const auto left = std::max(until - CLOCK::now(), CLOCK::duration::zero());
+    const auto whole = std::chrono::floor<seconds>(left);
+    limit.tv_sec = static_cast<decltype(limit.tv_sec)>(whole.count());
+    limit.tv_nsec = static_cast<decltype(limit.tv_nsec)>((left - whole).count());
+  }
+  return ppoll(polled.data(), polled.size(), until == TIME::max() ? nullptr : &limit, &letIn);
+}
+
+}  // namespace
+
+void LetInterruptsEndCommands() {
+  struct sigaction action {};
+  action.sa_handler = [](int /*signal*/) { isInterrupted = 1; };
+  sigaction(SIGINT, &action, nullptr);
+  sigset_t interrupt;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+}
+
+LINK::LINK(const SETTINGS& settings, OUTPUT& output) : m_settings(settings), m_output(output) {
+}
+
+client::SESSION_SETTINGS LINK::SessionSettings(INTERFACE interface) const {
+  client::SESSION_SETTINGS session;
+  try {
+    session.endpoints = client::Resolve(m_settings.host, m_settings.ports.at(interface));
+  } catch (const std::runtime_error& error) {
+    throw FAILURE(EXIT_STATUS::kNotReached, error.what());
+  }
+  session.inpSeparator = m_settings.separators.at(interface).inp;
+  session.outSeparators = {m_settings.separators.at(interface).out};
+  if (interface == INTERFACE::kMon) {
+    // It has what goes over IO, as it went.
+    const client::SEPARATORS& io = m_settings.separators.at(INTERFACE::kIo);
+    session.outSeparators = {io.inp, io.out};
+  }
+  session.patience = m_settings.wait;
+  return session;
+}
+
+SESSION* LINK::Find(INTERFACE interface) const {
+  switch (interface) {
+    case INTERFACE::kCae:
+      return m_cae == nullptr ? nullptr : &m_cae->Connection();
+    case INTERFACE::kIo:
+      return m_io.get();
+    case INTERFACE::kMon:
+      return m_mon.get();
+  }
+  return nullptr;
+}
+
+SESSION& LINK::Get(INTERFACE interface) {
+  SESSION* session = Find(interface);
+  if (session != nullptr) {
+    return *session;
+  }
+  if (interface == INTERFACE::kCae) {
+    m_cae = std::make_unique<client::CAE_SESSION>(SessionSettings(interface));
+    m_cae->OnRefusal([this](const client::REFUSAL& refusal) {
+      const client::DELIVERY::NUMBER number = m_delivery.Refused(refusal);
+      if (m_onRefused) {
+        m_onRefused(number, refusal.line);
+      }
+    });
+    return m_cae->Connection();
+  }
+  std::unique_ptr<SESSION>& slot = interface == INTERFACE::kIo ? m_io : m_mon;
+  slot = std::make_unique<SESSION>(interface, SessionSettings(interface));
+  slot->OnLine([this, interface](std::string_view line) { TakeLine(interface, line); });
+  return *slot;
+}
+
+void LINK::Begin(INTERFACE interface) {
+  SESSION& session = Get(interface);
+  if (session.State() == SESSION_STATE::kIdle || session.State() == SESSION_STATE::kFailed) {
+    session.Start(CLOCK::now());
+  }
+}
+
+void LINK::TakeLine(INTERFACE interface, std::string_view line) {
+  if (m_onAnyLine) {
+    m_onAnyLine(interface, std::string(line));
+  }
+  if (interface == INTERFACE::kMon && m_delivery.Copied(line)) {
+    return;
+  }
+  const auto value = client::ReadBlockLine(line);
+  // What IO has brought, MON brings once more.
+  if (!value || (interface == INTERFACE::kMon && IsReady(INTERFACE::kIo))) {
+    return;
+  }
+  // On MON a command of the IO client's looks the same.
+  const auto kind = KnownKindOf(value->address);
+  if (interface == INTERFACE::kMon && kind && client::TypeOf(*kind).inputBlocks == 0) {
+    return;
+  }
+  if (m_onBlock) {
+    m_onBlock(*value, std::string(line));
+  }
+}
+
+// --- the interfaces -----------------------------------------------------------------------------
+
+bool LINK::IsReady(INTERFACE interface) const {
+  const SESSION* session = Find(interface);
+  return session != nullptr && session->State() == SESSION_STATE::kReady;
+}
+
+TROUBLE LINK::Trouble(INTERFACE interface) const {
+  const SESSION* session = Find(interface);
+  return session == nullptr ? TROUBLE::kNone : session->Trouble();
+}
+
+FAILURE LINK::FailureOf(INTERFACE interface) const {
+  const TROUBLE trouble = Trouble(interface);
+  std::string text = m_settings.host + ": " + client::Describe(interface, trouble);
+  if (trouble == TROUBLE::kNoDaemon || trouble == TROUBLE::kNotReached) {
+    text += " (port " + std::to_string(m_settings.ports.at(interface)) + ")";
+  }
+  return {StatusOf(trouble), text};
+}
+
+void LINK::Open(const std::vector<INTERFACE>& required, const std::vector<INTERFACE>& wished) {
+  for (const INTERFACE interface : required) {
+    Begin(interface);
+  }
+  for (const INTERFACE interface : wished) {
+    Begin(interface);
+  }
+  const auto areOver = [this](const std::vector<INTERFACE>& interfaces) {
+    return std::all_of(interfaces.begin(), interfaces.end(),
+                       [this](INTERFACE interface) { return IsDecided(*Find(interface)); });
+  };
+  const TIME began = CLOCK::now();
+  while (!areOver(required)) {
+    Turn(CLOCK::now() + kProgressStep);
+    ShowProgress(required, began);
+  }
+  for (const INTERFACE interface : required) {
+    if (!IsReady(interface)) {
+      throw FailureOf(interface);
+    }
+  }
+  const bool hasPaused = CLOCK::now() - began > kAfterRequired;
+  RunUntil([&] { return areOver(wished); },
+           CLOCK::now() + (hasPaused ? kAfterRequiredThatPaused : kAfterRequired));
+}
+
+/// It is ready, or there is no use in waiting for it.
+bool LINK::IsDecided(const SESSION& session) const {
+  return IsOver(session) || (!m_settings.isWaitGiven && session.Trouble() == TROUBLE::kNoDaemon);
+}
+
+TROUBLE LINK::Try(const std::vector<INTERFACE>& interfaces) {
+  for (const INTERFACE interface : interfaces) {
+    Begin(interface);
+  }
+  const TIME began = CLOCK::now();
+  const auto areOver = [&] {
+    return std::all_of(interfaces.begin(), interfaces.end(), [this](INTERFACE interface) {
+      return IsDecided(*Find(interface)) || Trouble(interface) == TROUBLE::kTaken;
+    });
+  };
+  while (!areOver()) {
+    Turn(CLOCK::now() + kProgressStep);
+    ShowProgress(interfaces, began);
+  }
+  for (const INTERFACE interface : interfaces) {
+    if (!IsReady(interface)) {
+      return Trouble(interface);
+    }
+  }
+  return TROUBLE::kNone;
+}
+
+void LINK::ShowProgress(const std::vector<INTERFACE>& awaited, TIME began) {
+  const TIME now = CLOCK::now();
+  if (now - began < kProgressAfter) {
+    return;
+  }
+  for (const INTERFACE interface : awaited) {
+    const SESSION& session = *Find(interface);
+    if (!IsOver(session)) {
+      const auto left = std::chrono::ceil<seconds>(session.GivesUpAt() - now).count();
+      m_output.Progress(client::Describe(interface, session.Trouble()) + "; trying for " +
+                        std::to_string(std::max<std::int64_t>(left, 0)) + " s more");
+      return;
+    }
+  }
+  m_output.Progress({});
+}
+
+void LINK::Leave(INTERFACE interface) {
+  SESSION* session = Find(interface);
+  if (session == nullptr) {
+    return;
+  }
+  if (session->State() != SESSION_STATE::kReady) {
+    session->End();
+    return;
+  }
+  session->Finish(CLOCK::now(), m_settings.timeout);
+  RunUntil([&] { return IsOver(*session) && session->State() != SESSION_STATE::kReady; },
+           TIME::max());
+}
+
+void LINK::LeaveAll() {
+  std::vector<SESSION*> finishing;
+  for (const INTERFACE interface : kAll) {
+    SESSION* session = Find(interface);
+    if (session == nullptr) {
+      continue;
+    }
+    if (session->State() == SESSION_STATE::kReady) {
+      session->Finish(CLOCK::now(),
+                      interface == INTERFACE::kIo ? m_settings.timeout : milliseconds(kGoodbye));
+      finishing.push_back(session);
+    } else {
+      session->End();
+    }
+  }
+  RunUntil(
+      [&] {
+        return std::all_of(finishing.begin(), finishing.end(), [](const SESSION* session) {
+          return session->State() == SESSION_STATE::kIdle ||
+                 session->State() == SESSION_STATE::kFailed;
+        });
+      },
+      TIME::max());
+}
+
+// --- CAE ----------------------------------------------------------------------------------------
+
+client::CAE_RESULT LINK::AskAnything(const client::CAE_REQUEST& request) {
+  Open({INTERFACE::kCae});
+  // Shared with the handler: where the wait is broken off, the answer may come all the same.
+  const auto result = std::make_shared<std::optional<client::CAE_RESULT>>();
+  m_cae->Ask(
+      request, [result](const client::CAE_RESULT& answer) { *result = answer; },
+      m_settings.timeout);
+  RunUntil([&] { return result->has_value(); }, TIME::max());
+  return **result;
+}
+
+client::CAE_RESULT LINK::Ask(const client::CAE_REQUEST& request) {
+  const client::CAE_RESULT result = AskAnything(request);
+  switch (result.outcome) {
+    case client::OUTCOME::kDone:
+      return result;
+    case client::OUTCOME::kRefused:
+      throw FAILURE(EXIT_STATUS::kRefused, request.line + ": " + result.Text());
+    case client::OUTCOME::kTimeout:
+      throw FAILURE(EXIT_STATUS::kTimeout, request.line +
+                                               ": no answer in time; it may have been "
+                                               "carried out");
+    case client::OUTCOME::kLost:
+      break;
+  }
+  throw FAILURE(EXIT_STATUS::kNotReached, request.line +
+                                              ": the connection was lost before the answer; it may "
+                                              "have been carried out");
+}
+
+const client::CARD_LIST& LINK::Cards() {
+  if (!m_cards) {
+    const client::CAE_RESULT result = Ask(client::ListCards());
+    const auto* cards = std::get_if<client::CARD_LIST>(&result.value);
+    m_cards = cards == nullptr ? client::CARD_LIST{} : *cards;
+  }
+  return *m_cards;
+}
+
+std::optional<client::CARD_KIND> LINK::KnownKindOf(int address) const {
+  const auto told = m_settings.cards.find(address);
+  if (told != m_settings.cards.end()) {
+    return told->second;
+  }
+  if (m_cards) {
+    return m_cards->at(static_cast<std::size_t>(address));
+  }
+  return std::nullopt;
+}
+
+client::CARD_KIND LINK::KindOf(int address) {
+  if (const auto known = KnownKindOf(address)) {
+    return *known;
+  }
+  try {
+    return Cards().at(static_cast<std::size_t>(address));
+  } catch (const FAILURE& failure) {
+    throw FAILURE(failure.Status(), std::string(failure.what()) + "; which card is at " +
+                                        client::AddressDigit(address) +
+                                        " is asked there: [cards] in the settings may say it");
+  }
+}
+
+// --- IO -----------------------------------------------------------------------------------------
+
+client::DELIVERY::NUMBER LINK::Send(const std::string& line) {
+  if (m_delivery.LastSent() - m_settled >= kMostUnsettled) {
+    Settle();
+  }
+  while (!m_io->Send(line)) {
+    if (!IsReady(INTERFACE::kIo)) {
+      throw FailureOf(INTERFACE::kIo);
+    }
+    RunUntil([this] { return m_io->Unsent() < SESSION::kMostUnsent / 2; },
+             CLOCK::now() + m_settings.timeout, {INTERFACE::kIo});
+    if (m_io->Unsent() >= SESSION::kMostUnsent / 2) {
+      throw FAILURE(EXIT_STATUS::kTimeout, "vorn takes no more lines on IO: see its log");
+    }
+  }
+  return m_delivery.Sent(line);
+}
+
+LINK::PROOF LINK::Settle() {
+  const client::DELIVERY::NUMBER last = m_delivery.LastSent();
+  if (last == m_settled) {
+    return PROOF::kChecked;
+  }
+  PROOF proof = PROOF::kSent;
+  const auto isWritten = [this] { return m_io->Unsent() == 0; };
+  // As long as lines are taken, there is no limit: a busy card bus holds its clients back.
+  for (std::size_t unsent = m_io->Unsent() + 1; !isWritten();) {
+    if (m_io->Unsent() >= unsent) {
+      throw FAILURE(EXIT_STATUS::kTimeout, "vorn takes no more lines on IO: see its log");
+    }
+    unsent = m_io->Unsent();
+    RunUntil(isWritten, CLOCK::now() + m_settings.timeout, {INTERFACE::kIo});
+  }
+  if (IsReady(INTERFACE::kMon)) {
+    while (m_delivery.LastCopied() < last) {
+      const client::DELIVERY::NUMBER before = m_delivery.LastCopied();
+      RunUntil([&] { return m_delivery.LastCopied() != before; }, CLOCK::now() + m_settings.timeout,
+               {INTERFACE::kIo, INTERFACE::kMon});
+      if (m_delivery.LastCopied() == before) {
+        throw FAILURE(EXIT_STATUS::kTimeout,
+                      "vorn has not taken the lines in time; it may still do so");
+      }
+    }
+    proof = PROOF::kTaken;
+  } else if (IsReady(INTERFACE::kCae)) {
+    RunUntil([] { return false; }, CLOCK::now() + kUnprovenRefusal, {INTERFACE::kIo});
+  }
+  if (IsReady(INTERFACE::kCae)) {
+    // What it refused it has told before it answers.
+    Ask(client::AskVersion());
+    if (proof == PROOF::kTaken) {
+      proof = PROOF::kChecked;
+    }
+  }
+  m_settled = last;
+  m_delivery.Forget(last + 1);
+  return proof;
+}
+
+// --- the loop -----------------------------------------------------------------------------------
+
+void LINK::Turn(TIME limit) {
+  std::vector<pollfd> polled;
+  TIME until = limit;
+  for (const INTERFACE interface : kAll) {
+    const SESSION* session = Find(interface);
+    if (session != nullptr) {
+      polled.push_back({session->Descriptor(), session->Events(), 0});
+      until =
+          std::min(until, interface == INTERFACE::kCae ? m_cae->Deadline() : session->Deadline());
+    }
+  }
+  const std::size_t sessions = polled.size();
+  for (const SOURCE& source : m_sources) {
+    polled.push_back({source.descriptor, source.events, 0});
+  }
+  // A pipe that nobody reads any more says so without being asked.
+  polled.push_back({STDOUT_FILENO, 0, 0});
+  if (Poll(polled, until) < 0) {
+    if (isInterrupted != 0) {
+      isInterrupted = 0;
+      throw INTERRUPTED();
+    }
+    return;
+  }
+  if ((polled.back().revents & POLLERR) != 0) {
+    throw READER_GONE();
+  }
+  const TIME now = CLOCK::now();
+  for (const INTERFACE interface : kAll) {
+    if (interface == INTERFACE::kCae && m_cae != nullptr) {
+      m_cae->Handle(now);
+    } else if (SESSION* session = Find(interface)) {
+      session->Handle(now);
+    }
+  }
+  const std::vector<SOURCE> sources = m_sources;  // a handler may clear them
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    if (polled[sessions + i].revents != 0) {
+      sources[i].handle(polled[sessions + i].revents);
+    }
+  }
+}
+
+bool LINK::RunUntil(const std::function<bool()>& holds, TIME limit,
+                    const std::vector<INTERFACE>& needed) {
+  while (!holds()) {
+    for (const INTERFACE interface : needed) {
+      if (!IsReady(interface)) {
+        throw FailureOf(interface);
+      }
+    }
+    if (CLOCK::now() >= limit) {
+      return false;
+    }
+    Turn(limit);
+  }
+  return true;
+}
+
+}  // namespace ctl

@@ -1,0 +1,99 @@
+#include "vornctl/Output.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace ctl {
+
+namespace {
+
+constexpr char kClearLine[] = "\r\033[K";
+
+/// All of it, or false where nobody reads any more.
+bool WriteAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written < 0 && errno != EINTR) {
+      return false;
+    }
+    text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
+  }
+  return true;
+}
+
+/// What a server or a user has written may be no UTF-8.
+std::string Dump(const RECORD& record) {
+  return record.dump(-1, ' ', false, RECORD::error_handler_t::replace);
+}
+
+}  // namespace
+
+OUTPUT::OUTPUT(OPTIONS options)
+    : m_options(options), m_showsProgress(!options.quiet && isatty(STDERR_FILENO) != 0) {
+}
+
+void OUTPUT::PutLine(const std::string& line) {
+  Progress({});
+  if (m_print) {
+    m_print(line + "\n");
+  } else if (!WriteAll(STDOUT_FILENO, line + "\n")) {
+    throw READER_GONE();
+  }
+}
+
+void OUTPUT::PutError(const std::string& line) {
+  Progress({});
+  if (m_print) {
+    m_print(line + "\n");
+  } else {
+    WriteAll(STDERR_FILENO, line + "\n");
+  }
+}
+
+void OUTPUT::Put(const std::string& text, const RECORD& record) {
+  PutLine(m_options.json ? Dump(record) : text);
+}
+
+void OUTPUT::PutRecord(const RECORD& record) {
+  if (m_options.json) {
+    PutLine(Dump(record));
+  }
+}
+
+void OUTPUT::PutText(const std::string& text) {
+  if (!m_options.json) {
+    PutLine(text);
+  }
+}
+
+void OUTPUT::Note(const std::string& text) {
+  if (!m_options.quiet) {
+    PutError("vornctl: " + text);
+  }
+}
+
+void OUTPUT::Progress(const std::string& text) {
+  if (!m_showsProgress || m_print || (text.empty() && !m_isProgressShown)) {
+    return;
+  }
+  m_isProgressShown = !text.empty();
+  WriteAll(STDERR_FILENO, kClearLine + (text.empty() ? text : "vornctl: " + text));
+}
+
+void OUTPUT::Fail(const FAILURE& failure, const std::string& origin) {
+  const int status = static_cast<int>(failure.Status());
+  if (m_options.json) {
+    RECORD record = {{"type", "error"}, {"status", status}, {"message", failure.what()}};
+    if (!origin.empty()) {
+      record["at"] = origin;
+    }
+    PutError(Dump(record));
+    return;
+  }
+  PutError("vornctl: " + (origin.empty() ? origin : origin + ": ") + failure.what());
+}
+
+}  // namespace ctl

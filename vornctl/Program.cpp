@@ -1,0 +1,183 @@
+#include "vornctl/Program.h"
+
+#include "vornctl/Batch.h"
+#include "vornctl/Completion.h"
+#include "vornctl/Interpreter.h"
+#include "vornctl/Shell.h"
+#include "vornctl/commands/Commands.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+namespace ctl {
+
+namespace {
+
+using client::INTERFACE;
+
+constexpr const char* kAbout =
+    "vornctl: cards, inputs and outputs of a vorn daemon, from the command line";
+constexpr const char* kFooter =
+    "WHAT is 5 (a card), 5.10 (a channel), 5.b1 (a block), 8.key, 8.encoder, or a name from the "
+    "settings.\n"
+    "VALUE is on, off, 50%, 0x80, or two hexadecimal digits for a block.\n"
+    "Status: 0 done, 1 refused by vorn or a card, 2 wrong use or value, 3 time-out, 4 the "
+    "interface is taken,\n"
+    "8 vorn is not reached, 10 no such card, channel or name. See vornctl(1).";
+
+struct PROGRAM_OPTIONS {
+  SETTINGS_OPTIONS settings;
+  OUTPUT::OPTIONS output;
+  bool dryRun = false;
+  bool unchecked = false;
+};
+
+void AddPort(CLI::App& app, PROGRAM_OPTIONS& options, const char* name, INTERFACE interface) {
+  constexpr int kLargestPort = 65535;
+  app.add_option_function<int>(
+         name, [&options, interface](int port) { options.settings.ports[interface] = port; },
+         std::string("port of ") + client::NameOf(interface))
+      ->check(CLI::Range(1, kLargestPort))
+      ->type_name("PORT");
+}
+
+void AddOptions(CLI::App& app, PROGRAM_OPTIONS& options) {
+  app.add_option("--host", options.settings.host,
+                 "where vorn runs; with :PORT that of CAE, the others behind it")
+      ->type_name("HOST");
+  AddPort(app, options, "--cae-port", INTERFACE::kCae);
+  AddPort(app, options, "--io-port", INTERFACE::kIo);
+  AddPort(app, options, "--mon-port", INTERFACE::kMon);
+  app.add_option("--settings", options.settings.file, "settings file in place of the usual ones")
+      ->type_name("FILE");
+  app.add_option("--timeout", options.settings.timeout, "seconds that an answer may take (10)")
+      ->type_name("S");
+  app.add_option("--wait", options.settings.wait,
+                 "seconds to wait for an interface that is taken or closed (9: its own pauses)")
+      ->type_name("S");
+  app.add_flag("--json", options.output.json, "one object a line");
+  app.add_flag("--quiet", options.output.quiet, "no notes and no progress");
+  app.add_flag("--dry-run", options.dryRun, "show the lines that would be sent");
+  app.add_flag("--unchecked", options.unchecked,
+               "send without a look whether vorn took it; leaves CAE and MON to others");
+}
+
+std::vector<std::string> WordsOf(int argc, char** argv) {
+  return {argv + 1, argv + argc};
+}
+
+int RunCompletion(const std::string& what, const SETTINGS& settings, OUTPUT& output) {
+  std::string text;
+  if (what == "bash") {
+    text = BashCompletion();
+  } else if (what == "zsh") {
+    text = ZshCompletion();
+  } else {
+    for (const auto& [name, place] : settings.names) {
+      text += name + "\n";
+    }
+  }
+  if (!text.empty()) {
+    text.pop_back();
+    output.PutText(text);
+  }
+  return 0;
+}
+
+/// What the commands have left to do.
+void Finish(CONTEXT& context) {
+  context.output.Progress({});
+  context.link.LeaveAll();
+}
+
+EXIT_STATUS RunCommand(CONTEXT& context, const std::string& name, const ARGUMENTS& arguments) {
+  if (name == "shell") {
+    return RunShell(context);
+  }
+  if (name == "batch") {
+    return RunBatch(context, arguments.words.empty() ? "" : arguments.words.front(),
+                    arguments.keepGoing);
+  }
+  FindCommand(name)->run(context, arguments);
+  return EXIT_STATUS::kDone;
+}
+
+int RunWith(const PROGRAM_OPTIONS& options, const std::string& name, const ARGUMENTS& arguments,
+            OUTPUT& output) {
+  const SETTINGS settings = ReadSettings(options.settings);
+  if (name == "completion") {
+    return RunCompletion(arguments.words.front(), settings, output);
+  }
+  LINK link(settings, output);
+  CONTEXT context{output, link, options.dryRun, options.unchecked, {}, {}, {}};
+  link.OnRefused([&](client::DELIVERY::NUMBER number, const std::string& line) {
+    if (number != 0) {
+      context.refused.emplace_back(number, line);
+    }
+  });
+  const EXIT_STATUS status = RunCommand(context, name, arguments);
+  Finish(context);
+  return static_cast<int>(status);
+}
+
+}  // namespace
+
+std::vector<std::string> ProgramOptions() {
+  CLI::App app;
+  PROGRAM_OPTIONS options;
+  AddOptions(app, options);
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    names.push_back("--" + option->get_lnames().front());
+  }
+  names.emplace_back("--version");
+  return names;
+}
+
+int RunProgram(int argc, char** argv) {
+  // A reader that goes away is told by the write that fails.
+  signal(SIGPIPE, SIG_IGN);
+  PROGRAM_OPTIONS options;
+  ARGUMENTS arguments;
+  CLI::App app(kAbout, "vornctl");
+  app.set_version_flag("--version", "vornctl " VORN_VERSION);
+  app.footer(kFooter);
+  app.require_subcommand(0, 1);
+  app.fallthrough();
+  AddOptions(app, options);
+  AddCommands(app, arguments, USE::kAlone);
+  app.get_subcommand("batch")->alias("run");
+
+  std::string name = "shell";
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {
+      return app.exit(error);  // help, or the version
+    }
+    const FAILURE failure(
+        EXIT_STATUS::kUsage,
+        ExplainParseError(error.what(), WordsOf(argc, argv)) + " ('vornctl --help' explains)");
+    OUTPUT(options.output).Fail(failure);
+    return static_cast<int>(failure.Status());
+  }
+  OUTPUT output(options.output);
+  try {
+    if (!app.get_subcommands().empty()) {
+      name = app.get_subcommands().front()->get_name();
+    } else if (isatty(STDIN_FILENO) == 0) {
+      throw FAILURE(EXIT_STATUS::kUsage, "no command ('vornctl --help' explains)");
+    }
+    return RunWith(options, name, arguments, output);
+  } catch (const FAILURE& failure) {
+    output.Fail(failure);
+    return static_cast<int>(failure.Status());
+  } catch (const READER_GONE&) {
+    return 0;
+  }
+}
+
+}  // namespace ctl

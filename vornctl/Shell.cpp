@@ -1,0 +1,175 @@
+#include "vornctl/Shell.h"
+
+#include "vornctl/Batch.h"
+#include "vornctl/Changes.h"
+#include "vornctl/Completion.h"
+#include "vornctl/Interpreter.h"
+#include "vornctl/LineEditor.h"
+#include "vornctl/Words.h"
+#include "vornctl/commands/Commands.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <deque>
+#include <nlohmann/json.hpp>
+
+namespace ctl {
+
+namespace {
+
+using client::INTERFACE;
+
+constexpr const char* kPrompt = "vorn> ";
+
+/// $XDG_STATE_HOME/vornctl/history, in ~/.local/state without that.
+std::string HistoryFile() {
+  const char* folder = std::getenv("XDG_STATE_HOME");
+  if (folder != nullptr && *folder == '/') {
+    return std::string(folder) + "/vornctl/history";
+  }
+  const char* home = std::getenv("HOME");
+  return home == nullptr || *home == '\0' ? std::string()
+                                          : std::string(home) + "/.local/state/vornctl/history";
+}
+
+class SHELL {
+ public:
+  explicit SHELL(CONTEXT& context)
+      : m_context(context),
+        m_interpreter(context, USE::kInSeries),
+        m_changes(context.link, {}),
+        m_editor(
+            kPrompt, HistoryFile(), [this](const std::string& line) { m_lines.push_back(line); },
+            [this](const std::string& before) { return Complete(before, Facts()); }) {}
+
+  EXIT_STATUS Run() {
+    LetInterruptsEndCommands();
+    m_context.output.PrintBy([this](const std::string& lines) { m_editor.Print(lines); });
+    Try([this] { Connect(); });
+    while (!m_isOver) {
+      if (m_lines.empty() && m_editor.Ended()) {
+        break;
+      }
+      if (m_lines.empty()) {
+        Try([this] { AwaitLine(); });
+        continue;
+      }
+      const std::string line = std::move(m_lines.front());
+      m_lines.pop_front();
+      RunLine(line);
+    }
+    m_context.link.ClearSources();
+    m_context.link.OnBlock({});
+    m_context.output.PrintBy({});
+    return m_status;
+  }
+
+ private:
+  void Connect() {
+    m_editor.HidePrompt();
+    m_context.link.Open({}, {INTERFACE::kCae, INTERFACE::kIo, INTERFACE::kMon});
+    if (m_context.link.IsReady(INTERFACE::kCae)) {
+      m_context.link.Cards();
+    }
+    if (!m_context.link.IsReady(INTERFACE::kIo) && !m_context.link.IsReady(INTERFACE::kMon)) {
+      m_context.output.Note("neither IO nor MON is free: changes of inputs are not shown yet");
+    }
+  }
+
+  /// At the prompt: until a line is there.
+  void AwaitLine() {
+    m_context.link.OnBlock([this](const client::BLOCK_VALUE& value, const std::string& line) {
+      for (const CHANGE& change : m_changes.Take(value)) {
+        m_context.output.Put(ChangeText(change), ChangeRecord(change, line));
+      }
+    });
+    m_context.link.ClearSources();
+    m_context.link.AddSource(
+        {STDIN_FILENO, POLLIN, [this](short /*events*/) { m_editor.Handle(); }});
+    m_editor.ShowPrompt();
+    m_context.link.RunUntil([this] { return !m_lines.empty() || m_editor.Ended(); },
+                            client::TIME::max());
+    m_context.link.ClearSources();
+  }
+
+  void RunLine(const std::string& line) {
+    m_editor.HidePrompt();
+    m_status = EXIT_STATUS::kDone;
+    Try([&] {
+      const std::vector<std::string> words = SplitWords(line);
+      if (words.empty()) {
+        return;
+      }
+      if (words.size() == 1 && (words[0] == "exit" || words[0] == "quit")) {
+        m_isOver = true;
+      } else if (words[0] == "help") {
+        Help(words);
+      } else {
+        m_interpreter.Run(words);
+      }
+    });
+    m_context.refused.clear();
+  }
+
+  void Help(const std::vector<std::string>& words) {
+    if (words.size() > 1) {
+      m_interpreter.Run({words[1], "--help"});
+      return;
+    }
+    constexpr std::size_t kWidth = 12;
+    for (const COMMAND& command : CommandTable()) {
+      if (command.use != USE::kAlone) {
+        std::string name = command.name;
+        name.resize(kWidth, ' ');
+        m_context.output.PutText(name + command.about);
+      }
+    }
+    m_context.output.PutText("help COMMAND tells more; exit, or Ctrl-D, ends.");
+  }
+
+  template <class DO>
+  void Try(const DO& act) {
+    try {
+      act();
+    } catch (const FAILURE& failure) {
+      m_context.output.Fail(failure);
+      m_status = failure.Status();
+    } catch (const INTERRUPTED&) {
+      m_context.output.Progress({});
+    }
+  }
+
+  COMPLETION_FACTS Facts() const {
+    COMPLETION_FACTS facts;
+    for (int address = 0; address < client::kAddresses; ++address) {
+      const auto kind = m_context.link.KnownKindOf(address);
+      if (kind && *kind != client::CARD_KIND::kEmpty) {
+        facts.cards[address] = *kind;
+      }
+    }
+    for (const auto& [name, place] : m_context.link.Settings().names) {
+      facts.names.push_back(name);
+    }
+    return facts;
+  }
+
+  CONTEXT& m_context;
+  INTERPRETER m_interpreter;
+  CHANGES m_changes;
+  std::deque<std::string> m_lines;  // typed, or pasted, and not carried out yet
+  LINE_EDITOR m_editor;
+  bool m_isOver = false;
+  EXIT_STATUS m_status = EXIT_STATUS::kDone;
+};
+
+}  // namespace
+
+EXIT_STATUS RunShell(CONTEXT& context) {
+  if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+    return RunBatch(context, "", true);
+  }
+  return SHELL(context).Run();
+}
+
+}  // namespace ctl

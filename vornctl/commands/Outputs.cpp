@@ -1,0 +1,258 @@
+#include "client/IoLine.h"
+#include "vornctl/commands/Commands.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+
+// set, pulse and stop: what moves outputs.
+namespace ctl {
+
+namespace {
+
+using client::CARD_KIND;
+using client::CARD_TYPE;
+using client::VALUE_FORM;
+
+struct ASSIGNMENT {
+  PLACE place;
+  std::string value;
+};
+
+/// A block that is to be set, from whatever the assignments say of it.
+struct BLOCK {
+  int address = 0;
+  int number = 0;
+  std::optional<std::uint8_t> whole{};
+  std::map<int, bool> bits{};
+  std::string firstBit{};  ///< for the message where the others are not known
+};
+
+ASSIGNMENT ReadAssignment(const std::string& word, const SETTINGS& settings) {
+  const std::size_t equals = word.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    throw FAILURE(EXIT_STATUS::kUsage,
+                  "'" + word + "' is no assignment: WHAT=VALUE, such as 5.10=on");
+  }
+  return {FindPlace(word.substr(0, equals), settings.names), word.substr(equals + 1)};
+}
+
+/// The type of the card, which must take blocks. A raw block is set without asking where nobody can
+/// be asked.
+const CARD_TYPE* FindOutputs(CONTEXT& context, const PLACE& place) {
+  const bool isRaw = place.kind == PLACE_KIND::kBlock;
+  const bool canAsk = context.link.IsReady(client::INTERFACE::kCae);
+  if (isRaw && !canAsk && !context.link.KnownKindOf(place.address)) {
+    return nullptr;
+  }
+  const CARD_TYPE& type = FindAnyCard(context, place.address);
+  if (type.kind == CARD_KIND::kUnidentified && isRaw) {
+    return nullptr;
+  }
+  if (type.outputBlocks == 0) {
+    std::string use = "it has no outputs";
+    if (type.inputBlocks > 0) {
+      use = "inputs are read: get, watch, wait";
+    } else if (type.kind == CARD_KIND::kLcd || type.kind == CARD_KIND::kIr) {
+      use = std::string("see 'vornctl ") + type.word + "'";
+    }
+    throw FAILURE(EXIT_STATUS::kUsage, TitleOf(place) + " cannot be set: card " +
+                                           client::AddressDigit(place.address) + " is " +
+                                           type.word + "; " + use);
+  }
+  return &type;
+}
+
+void CheckRawBlock(const PLACE& place) {
+  constexpr int kBlocksOfALine = 8;
+  if (place.number >= kBlocksOfALine) {
+    throw FAILURE(EXIT_STATUS::kNoSuch,
+                  "no block " + TitleOf(place) + ": a card has b0 to b7 at most");
+  }
+}
+
+BLOCK& Find(std::vector<BLOCK>& blocks, int address, int number) {
+  for (BLOCK& block : blocks) {
+    if (block.address == address && block.number == number) {
+      return block;
+    }
+  }
+  blocks.push_back({address, number});
+  return blocks.back();
+}
+
+void Assign(CONTEXT& context, std::vector<BLOCK>& blocks, const ASSIGNMENT& assignment) {
+  const PLACE& place = assignment.place;
+  const CARD_TYPE* type = FindOutputs(context, place);
+  if (place.kind == PLACE_KIND::kBlock) {
+    type == nullptr ? CheckRawBlock(place) : static_cast<void>(BlockOf(place, *type));
+    Find(blocks, place.address, place.number).whole = ReadByte(assignment.value, TitleOf(place));
+    return;
+  }
+  BLOCK& block = Find(blocks, place.address, BlockOf(place, *type));
+  if (type->form == VALUE_FORM::kActiveLow) {
+    block.bits[place.number % client::kOutputsOfABlock] =
+        ReadSwitch(assignment.value, TitleOf(place));
+    block.firstBit = block.firstBit.empty() ? TitleOf(place) : block.firstBit;
+    return;
+  }
+  block.whole = ReadLevel(assignment.value, *type, TitleOf(place));
+}
+
+/// What --others says of a block: two digits for each, or two for block 0 and two for block 1.
+std::optional<std::uint8_t> OthersOf(const std::string& others, int block) {
+  if (others.empty()) {
+    return std::nullopt;
+  }
+  constexpr std::size_t kDigits = 2;
+  if (others.size() == 2 * kDigits) {
+    ReadByte(others.substr(0, kDigits), "--others");
+    ReadByte(others.substr(kDigits), "--others");
+    return ReadByte(others.substr(static_cast<std::size_t>(block) * kDigits, kDigits), "--others");
+  }
+  return ReadByte(others, "--others");
+}
+
+std::uint8_t ValueOf(const CONTEXT& context, const BLOCK& block, const std::string& others) {
+  std::optional<std::uint8_t> value = block.whole;
+  if (!value) {
+    value = OthersOf(others, block.number);
+  }
+  const auto known = context.blocks.find({block.address, block.number});
+  if (!value && known != context.blocks.end()) {
+    value = known->second;
+  }
+  if (!value && block.bits.size() == client::kOutputsOfABlock) {
+    value = 0;  // every bit of it is given
+  }
+  if (!value) {
+    const PLACE whole{block.address, PLACE_KIND::kBlock, block.number, {}};
+    throw FAILURE(EXIT_STATUS::kUsage,
+                  block.firstBit +
+                      ": its eight outputs are set together, and vorn does not tell the others: "
+                      "--others HEX says them (FF: all off), or set the block, such as " +
+                      TextOf(whole) + "=FB");
+  }
+  std::uint8_t byte = *value;
+  for (const auto& [bit, on] : block.bits) {
+    byte = client::WithBit(VALUE_FORM::kActiveLow, byte, bit, on);
+  }
+  return byte;
+}
+
+/// One line for each block, and what is known of the outputs from then on.
+std::vector<std::string> LinesOf(CONTEXT& context, const std::vector<BLOCK>& blocks,
+                                 const std::string& others) {
+  std::vector<std::string> lines;
+  std::map<std::pair<int, int>, std::uint8_t> known;
+  for (const BLOCK& block : blocks) {
+    const std::uint8_t value = ValueOf(context, block, others);
+    known[{block.address, block.number}] = value;
+    lines.push_back(client::BlockLine(block.address, block.number, value));
+  }
+  for (const auto& [place, value] : known) {
+    context.blocks[place] = value;
+  }
+  return lines;
+}
+
+/// Connects where a card must be asked for, or where there will be something to send.
+void OpenForOutputs(CONTEXT& context) {
+  if (!context.dryRun) {
+    OpenForSending(context);
+  }
+}
+
+}  // namespace
+
+void DeclareSet(CLI::App& command, ARGUMENTS& arguments) {
+  command.add_option("assignments", arguments.words, "WHAT=VALUE")->required();
+  command.add_option("--others", arguments.others, "byte of the other outputs of a block")
+      ->type_name("HEX");
+}
+
+void RunSet(CONTEXT& context, const ARGUMENTS& arguments) {
+  std::vector<ASSIGNMENT> assignments;
+  assignments.reserve(arguments.words.size());
+  for (const std::string& word : arguments.words) {
+    assignments.push_back(ReadAssignment(word, context.link.Settings()));
+  }
+  OthersOf(arguments.others, 0);
+  OpenForOutputs(context);
+  std::vector<BLOCK> blocks;
+  for (const ASSIGNMENT& assignment : assignments) {
+    Assign(context, blocks, assignment);
+  }
+  SendLines(context, LinesOf(context, blocks, arguments.others));
+}
+
+void DeclarePulse(CLI::App& command, ARGUMENTS& arguments) {
+  command.add_option("output", arguments.words, "WHAT [MS]")->required()->expected(1, 2);
+  command.add_option("--others", arguments.others, "byte of the other outputs of the block")
+      ->type_name("HEX");
+}
+
+void RunPulse(CONTEXT& context, const ARGUMENTS& arguments) {
+  constexpr int kDefaultMs = 500;
+  constexpr int kLongestMs = 3'600'000;
+  int lengthMs = kDefaultMs;
+  if (arguments.words.size() == 2 && (!CLI::detail::lexical_cast(arguments.words[1], lengthMs) ||
+                                      lengthMs < 1 || lengthMs > kLongestMs)) {
+    throw FAILURE(EXIT_STATUS::kUsage,
+                  "'" + arguments.words[1] + "' is no length: milliseconds, 1 to 3600000");
+  }
+  const PLACE place = FindPlace(arguments.words[0], context.link.Settings().names);
+  OthersOf(arguments.others, 0);
+  OpenForOutputs(context);
+  const CARD_TYPE* type = FindOutputs(context, place);
+  if (type == nullptr || type->form != VALUE_FORM::kActiveLow ||
+      place.kind != PLACE_KIND::kChannel) {
+    throw FAILURE(EXIT_STATUS::kUsage,
+                  TitleOf(place) + " is no digital output: only those are pulsed");
+  }
+  for (const char* state : {"on", "off"}) {
+    std::vector<BLOCK> blocks;
+    Assign(context, blocks, {place, state});
+    SendLines(context, LinesOf(context, blocks, arguments.others));
+    if (std::string_view(state) == "on" && !context.dryRun) {
+      context.link.RunUntil([] { return false; },
+                            client::CLOCK::now() + std::chrono::milliseconds(lengthMs),
+                            {client::INTERFACE::kIo});
+    }
+  }
+}
+
+void DeclareStop(CLI::App& command, ARGUMENTS& arguments) {
+  command.add_option("card", arguments.words, "CARD: only the motors of that one")->expected(0, 1);
+}
+
+void RunStop(CONTEXT& context, const ARGUMENTS& arguments) {
+  std::vector<int> cards;
+  if (!arguments.words.empty()) {
+    ReadAddress(arguments.words.front());
+  }
+  OpenForOutputs(context);
+  if (!arguments.words.empty()) {
+    cards.push_back(FindCard(context, arguments.words.front(), CARD_KIND::kMotor));
+  } else {
+    for (int address = 0; address < client::kAddresses; ++address) {
+      if (context.link.KindOf(address) == CARD_KIND::kMotor) {
+        cards.push_back(address);
+      }
+    }
+    if (cards.empty()) {
+      throw FAILURE(EXIT_STATUS::kNoSuch,
+                    "there is no motor card: 'vornctl cards' lists the cards");
+    }
+  }
+  std::vector<std::string> lines;
+  for (const int address : cards) {
+    for (int motor = 0; motor < client::TypeOf(CARD_KIND::kMotor).channels; ++motor) {
+      lines.push_back(client::BlockLine(address, motor, 0));
+      context.blocks[{address, motor}] = 0;
+    }
+  }
+  SendLines(context, lines);
+}
+
+}  // namespace ctl
