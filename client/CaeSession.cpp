@@ -86,7 +86,7 @@ void CAE_SESSION::TakeAnswer(std::string_view line, bool isPrompt) {
     m_isOwed = false;
     m_stage = STAGE::kFree;
   }
-  if (m_stage != STAGE::kAnswering && m_stage != STAGE::kConfirming) {
+  if (!m_answer || (m_stage != STAGE::kAnswering && m_stage != STAGE::kConfirming)) {
     return;
   }
   if (!m_answer->Take(line)) {

@@ -30,8 +30,8 @@ constexpr CLOCK::duration kGreetingDue = milliseconds(3600);
 /// The port refuses for some 4 s after each client.
 constexpr CLOCK::duration kLongestRefusal = seconds(6);
 /// Of what earlier clients left the daemon keeps 336 KiB.
-constexpr std::size_t kMostLeftOver = 1024U * 1024;
-constexpr std::size_t kMostRead = 64U * 1024;
+constexpr std::size_t kMostLeftOver = std::size_t{1024} * 1024;
+constexpr std::size_t kMostRead = std::size_t{64} * 1024;
 
 /// A machine that vanishes is missed within half a minute, whether the session is silent or sends.
 constexpr int kIdleBeforeProbes = 15;                  // seconds
@@ -334,7 +334,8 @@ void SESSION::WrongPort(TROUBLE trouble) {
 // --- what comes ---------------------------------------------------------------------------------
 
 void SESSION::Read() {
-  std::array<char, 16U * 1024> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+  constexpr std::size_t kPortion = std::size_t{16} * 1024;
+  std::array<char, kPortion> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
   for (std::size_t all = 0; all < kMostRead;) {
     const ssize_t count = recv(m_socket.Get(), buffer.data(), buffer.size(), 0);
     if (count > 0) {
@@ -357,9 +358,6 @@ void SESSION::Read() {
 }
 
 void SESSION::Take(std::string_view bytes) {
-  if (m_state == SESSION_STATE::kFinishing) {
-    return;
-  }
   const bool isFirst = m_greeting.Skipped() == 0;
   const std::string text = m_greeting.Take(bytes);
   if (m_state == SESSION_STATE::kWaiting) {

@@ -130,7 +130,7 @@ class SESSION {
   /// tells.
   void Flush();
   std::size_t Unsent() const { return m_unsent.size(); }
-  static constexpr std::size_t kMostUnsent = 64U * 1024;
+  static constexpr std::size_t kMostUnsent = std::size_t{64} * 1024;
 
  private:
   void Connect();
