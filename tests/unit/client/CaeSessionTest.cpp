@@ -258,6 +258,22 @@ TEST_F(CaeSession, TakesTheOnlyAnswerWhereTheLateOneDoesNotCome) {
   EXPECT_EQ(std::get<std::string>(m_last.value), "1.20");
 }
 
+TEST_F(CaeSession, GivesTheOnlyAnswerWhenTheConnectionIsLostBeforeAnother) {
+  BeReady();
+  Ask("late", AskVersion(), seconds(1));
+  Ask("next", AskVersion());
+  Ask("last", AskVersion());
+  m_session.Handle(m_now);
+  Pass(seconds(1));
+  Pass(seconds(3));
+  ASSERT_TRUE(SayAndWait(kVersion));
+  m_daemon.Leave();
+  ASSERT_TRUE(UntilResults(3));
+  EXPECT_EQ(
+      m_results,
+      (RESULTS{{"late", OUTCOME::kTimeout}, {"next", OUTCOME::kDone}, {"last", OUTCOME::kLost}}));
+}
+
 TEST_F(CaeSession, NeedsNoConfirmationWhenTheLateAnswerWasOfAnotherCommand) {
   BeReady();
   Ask("late", AskPollState(), seconds(1));

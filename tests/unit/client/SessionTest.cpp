@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -329,6 +331,22 @@ TEST_F(Session, SaysThatTheMachineIsNotReachedWhenItDoesNotAnswer) {
   EXPECT_EQ(Of().Trouble(), TROUBLE::kNotReached);
 }
 
+TEST_F(Session, TriesAgainWhenThereAreNoDescriptorsLeft) {
+  m_daemon.Listen();
+  Of();
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{0, limit.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  Of().Start(m_now);
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ(Of().State(), STATE::kPausing);
+  EXPECT_EQ(Of().Trouble(), TROUBLE::kNotReached);
+  EXPECT_EQ(Of().Deadline(), m_now + milliseconds(100));
+  Pass(milliseconds(100));
+  EXPECT_TRUE(UntilState(STATE::kWaiting));
+}
+
 TEST_F(Session, TriesItsEndpointsInTurnWithAPauseAfterTheLast) {
   FAKE_DAEMON second;
   m_settings.endpoints.push_back(second.Endpoint());
@@ -417,14 +435,22 @@ TEST_F(Session, ExplainsItsTroubleWithTheAddress) {
             "IO is taken by another client (127.0.0.1:" + std::to_string(m_daemon.Port()) + ")");
 }
 
-TEST(SessionTrouble, IsDescribedInWordsOfItsOwn) {
-  std::set<std::string> texts;
-  for (int i = 0; i <= static_cast<int>(TROUBLE::kLost); ++i) {
-    const std::string text = Describe(INTERFACE::kMon, static_cast<TROUBLE>(i));
-    EXPECT_NE(text.find("MON"), std::string::npos) << text;
-    EXPECT_TRUE(texts.insert(text).second) << text;
+TEST(SessionTrouble, IsDescribedInWords) {
+  const std::vector<std::pair<TROUBLE, std::string>> texts = {
+      {TROUBLE::kNone, "no trouble with MON"},
+      {TROUBLE::kTaken, "MON is taken by another client"},
+      {TROUBLE::kRefused,
+       "the port of MON refuses: a client has just left, or vorn is not running"},
+      {TROUBLE::kNoDaemon,
+       "nothing listens on the port of MON: vorn is not running, or has another port"},
+      {TROUBLE::kNotReached, "the machine of MON cannot be reached"},
+      {TROUBLE::kNotVorn, "what listens on the port of MON is not vorn"},
+      {TROUBLE::kOtherInterface, "the port of MON is another interface's of vorn"},
+      {TROUBLE::kLost, "the connection to MON was lost"},
+  };
+  for (const auto& [trouble, text] : texts) {
+    EXPECT_EQ(Describe(INTERFACE::kMon, trouble), text);
   }
-  EXPECT_EQ(Describe(INTERFACE::kCae, TROUBLE::kTaken), "CAE is taken by another client");
 }
 
 TEST(SessionDeadline, IsRoundedUpForPoll) {
@@ -540,6 +566,18 @@ TEST_F(Session, MayBeEndedInsideALineAndThenDeliversNoOther) {
   EXPECT_EQ(m_lines, LINES{"one"});
   EXPECT_EQ(m_overs, 1);
   EXPECT_EQ(m_daemon.Hear(), "");
+}
+
+TEST_F(Session, MayBeEndedInsideALineOfAFlood) {
+  BeReady();
+  m_inLine = [&] { Of().End(); };
+  for (int i = 0; i < 50; ++i) {
+    m_daemon.Say(std::string(998, 'x') + "\r\n");
+  }
+  ASSERT_TRUE(HasCome(50000));
+  Of().Handle(m_now);
+  EXPECT_EQ(Of().State(), STATE::kIdle);
+  EXPECT_EQ(m_lines.size(), 1U);
 }
 
 TEST_F(Session, MayBeStartedInsideALineAndThenDeliversNothingOfTheOldConnection) {
