@@ -114,8 +114,8 @@ ssize_t NETWORK::Receive(char* bytes, std::size_t count) {
   }
   std::string& piece = m_pieces.front();
   const std::size_t size = std::min(count, piece.size());
-  std::memcpy(bytes, piece.data(), size);
-  m_read.append(bytes, size);
+  std::copy_n(piece.data(), size, bytes);
+  m_read.append(piece, 0, size);
   piece.erase(0, size);
   if (piece.empty()) {
     m_pieces.pop_front();

@@ -29,7 +29,7 @@ using STATE = SESSION_STATE;
 
 /// More than any time and any readable piece makes the session need to come to rest.
 constexpr int kMostHandles = 100;
-constexpr std::size_t kMostReadAtOnce = 64U * 1024;
+constexpr std::size_t kMostReadAtOnce = std::size_t{64} * 1024;
 constexpr std::size_t kMostAsked = 200;
 
 struct COMMAND {
