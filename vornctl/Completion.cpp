@@ -69,7 +69,10 @@ class CANDIDATES {
 
   WORD_LIST For(const COMMAND& command, const WORD_LIST& words, const std::string& last) {
     Add(Split(command.fixedWords));
-    Add(OptionsOf(command));
+    if (last.starts_with('-')) {
+      Add(OptionsOf(command));
+      return std::move(m_words);
+    }
     switch (command.words) {
       case WORDS::kInputs:
         AddPlaces(last, "", [](const CARD_TYPE& type) { return type.inputBlocks > 0; });

@@ -358,6 +358,11 @@ client::CARD_KIND LINK::KindOf(int address) {
 // --- IO -----------------------------------------------------------------------------------------
 
 client::DELIVERY::NUMBER LINK::Send(const std::string& line) {
+  const std::string& end = m_settings.separators.at(INTERFACE::kIo).inp;
+  if (!end.empty() && line.find(end) != std::string::npos) {
+    throw FAILURE(EXIT_STATUS::kUsage,
+                  "'" + line + "': what ends a line on IO cannot stand in it: " + end);
+  }
   if (m_delivery.LastSent() - m_settled >= kMostUnsettled) {
     Settle();
   }

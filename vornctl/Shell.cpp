@@ -86,7 +86,7 @@ class SHELL {
     });
     m_context.link.ClearSources();
     m_context.link.AddSource(
-        {STDIN_FILENO, POLLIN, [this](short /*events*/) { m_editor.Handle(); }});
+        {m_editor.Descriptor(), POLLIN, [this](short /*events*/) { m_editor.Handle(); }});
     m_editor.ShowPrompt();
     m_context.link.RunUntil([this] { return !m_lines.empty() || m_editor.Ended(); },
                             client::TIME::max());
