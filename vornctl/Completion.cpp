@@ -109,6 +109,19 @@ class CANDIDATES {
  private:
   void Add(const WORD_LIST& words) { m_words.insert(m_words.end(), words.begin(), words.end()); }
 
+  /// Its values are on and off; a name may be one of those.
+  bool IsSwitched(const std::string& text) const {
+    const auto place = ReadPlace(text);
+    if (!place) {
+      return IsName(text);
+    }
+    const auto card = m_facts.cards.find(place->address);
+    const auto form =
+        card == m_facts.cards.end() ? client::VALUE_FORM::kNone : client::TypeOf(card->second).form;
+    return place->kind == PLACE_KIND::kChannel &&
+           (form == client::VALUE_FORM::kActiveLow || form == client::VALUE_FORM::kActiveHigh);
+  }
+
   void AddNames(const std::string& end) {
     for (const std::string& name : m_facts.names) {
       m_words.push_back(name + end);
@@ -120,8 +133,8 @@ class CANDIDATES {
   void AddPlaces(const std::string& last, const std::string& end, const CHOOSE& choose) {
     const std::size_t equals = last.find('=');
     if (equals != std::string::npos) {
-      for (const char* value : {"on", "off"}) {
-        m_words.push_back(last.substr(0, equals + 1) + value);
+      if (IsSwitched(last.substr(0, equals))) {
+        Add({last.substr(0, equals + 1) + "on", last.substr(0, equals + 1) + "off"});
       }
       return;
     }

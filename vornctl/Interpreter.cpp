@@ -20,6 +20,17 @@ class COMMAND_HELP : public CLI::Formatter {
     const std::string form = command->form;
     return "Usage: vornctl " + app->get_name() + (form.empty() ? "" : " " + form) + "\n";
   }
+
+  /// What their form above leaves open.
+  std::string make_positionals(const CLI::App* app) const override {
+    std::string text;
+    for (const CLI::Option* option : app->get_options()) {
+      if (option->get_positional()) {
+        text += "\n  " + option->get_description() + "\n";
+      }
+    }
+    return text;
+  }
 };
 
 }  // namespace
@@ -36,13 +47,7 @@ void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use) {
   }
 }
 
-std::string ExplainParseError(const std::string& why, const std::vector<std::string>& words) {
-  const auto isOption = [](const std::string& word) { return word.starts_with("-"); };
-  const auto first = std::find_if_not(words.begin(), words.end(), isOption);
-  if (first != words.end() && FindCommand(*first) == nullptr && *first != "run" &&
-      why.find("not expected") != std::string::npos) {
-    return "no command '" + *first + "'";
-  }
+std::string ExplainParseError(const std::string& why) {
   std::string text = why;
   std::replace(text.begin(), text.end(), '\n', ' ');
   return text;
@@ -58,6 +63,9 @@ INTERPRETER::~INTERPRETER() = default;
 
 void INTERPRETER::Run(const std::vector<std::string>& words) {
   m_arguments = {};
+  if (!words.front().starts_with('-') && m_app->get_subcommand_no_throw(words.front()) == nullptr) {
+    throw FAILURE(EXIT_STATUS::kUsage, "no command '" + words.front() + "' here");
+  }
   try {
     m_app->parse(std::vector<std::string>(words.rbegin(), words.rend()));
   } catch (const CLI::CallForHelp&) {
@@ -67,7 +75,7 @@ void INTERPRETER::Run(const std::vector<std::string>& words) {
     m_context.output.PutText(help);
     return;
   } catch (const CLI::ParseError& error) {
-    throw FAILURE(EXIT_STATUS::kUsage, ExplainParseError(error.what(), words));
+    throw FAILURE(EXIT_STATUS::kUsage, ExplainParseError(error.what()));
   }
   const COMMAND& command = *FindCommand(m_app->get_subcommands().front()->get_name());
   if (m_context.series.isOn && !command.sendsOnly) {

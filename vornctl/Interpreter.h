@@ -22,7 +22,7 @@ class INTERPRETER {
   INTERPRETER(const INTERPRETER&) = delete;
   INTERPRETER& operator=(const INTERPRETER&) = delete;
 
-  /// Carries the command out. Throws FAILURE.
+  /// Carries the command out; one word at least. Throws FAILURE.
   void Run(const std::vector<std::string>& words);
 
  private:
@@ -33,7 +33,7 @@ class INTERPRETER {
 
 /// Adds the commands of that use to a parser; what they find goes into `arguments`.
 void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use);
-/// What a parser's complaint means to the user.
-std::string ExplainParseError(const std::string& why, const std::vector<std::string>& words);
+/// A parser's complaint on one line.
+std::string ExplainParseError(const std::string& why);
 
 }  // namespace ctl

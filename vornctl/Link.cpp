@@ -173,12 +173,10 @@ TROUBLE LINK::Trouble(INTERFACE interface) const {
 }
 
 FAILURE LINK::FailureOf(INTERFACE interface) const {
-  const TROUBLE trouble = Trouble(interface);
-  std::string text = m_settings.host + ": " + client::Describe(interface, trouble);
-  if (trouble == TROUBLE::kNoDaemon || trouble == TROUBLE::kNotReached) {
-    text += " (port " + std::to_string(m_settings.ports.at(interface)) + ")";
-  }
-  return {StatusOf(trouble), text};
+  const SESSION* session = Find(interface);
+  const std::string why =
+      session == nullptr ? client::Describe(interface, TROUBLE::kNone) : session->Explain();
+  return {StatusOf(Trouble(interface)), m_settings.host + ": " + why};
 }
 
 void LINK::Open(const std::vector<INTERFACE>& required, const std::vector<INTERFACE>& wished) {

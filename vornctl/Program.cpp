@@ -65,8 +65,14 @@ void AddOptions(CLI::App& app, PROGRAM_OPTIONS& options) {
                "send without a look whether vorn took it; leaves CAE and MON to others");
 }
 
-std::vector<std::string> WordsOf(int argc, char** argv) {
-  return {argv + 1, argv + argc};
+/// What is wrong with the command line. A word that is no command is better named than what the
+/// parser makes of it.
+std::string Explain(const CLI::ParseError& error, const CLI::App& app) {
+  const std::vector<std::string> left = app.remaining();
+  if (app.get_subcommands().empty() && !left.empty() && !left.front().starts_with('-')) {
+    return "no command '" + left.front() + "'";
+  }
+  return ExplainParseError(error.what());
 }
 
 int RunCompletion(const std::string& what, const SETTINGS& settings, OUTPUT& output) {
@@ -94,6 +100,7 @@ void Finish(CONTEXT& context) {
 }
 
 EXIT_STATUS RunCommand(CONTEXT& context, const std::string& name, const ARGUMENTS& arguments) {
+  context.isLong = name == "shell" || name == "batch";
   if (name == "shell") {
     return RunShell(context);
   }
@@ -112,7 +119,7 @@ int RunWith(const PROGRAM_OPTIONS& options, const std::string& name, const ARGUM
     return RunCompletion(arguments.words.front(), settings, output);
   }
   LINK link(settings, output);
-  CONTEXT context{output, link, options.dryRun, options.unchecked, {}, {}, {}};
+  CONTEXT context{output, link, options.dryRun, options.unchecked, false, {}, {}, {}};
   link.OnRefused([&](client::DELIVERY::NUMBER number, const std::string& line) {
     if (number != 0) {
       context.refused.emplace_back(number, line);
@@ -158,9 +165,8 @@ int RunProgram(int argc, char** argv) {
     if (error.get_exit_code() == 0) {
       return app.exit(error);  // help, or the version
     }
-    const FAILURE failure(
-        EXIT_STATUS::kUsage,
-        ExplainParseError(error.what(), WordsOf(argc, argv)) + " ('vornctl --help' explains)");
+    const FAILURE failure(EXIT_STATUS::kUsage,
+                          Explain(error, app) + " ('vornctl --help' explains)");
     OUTPUT(options.output).Fail(failure);
     return static_cast<int>(failure.Status());
   }

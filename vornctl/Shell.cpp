@@ -71,6 +71,9 @@ class SHELL {
     m_context.link.Open({}, {INTERFACE::kCae, INTERFACE::kIo, INTERFACE::kMon});
     if (m_context.link.IsReady(INTERFACE::kCae)) {
       m_context.link.Cards();
+      if (m_context.link.IsReady(INTERFACE::kIo)) {
+        LearnStates(m_context, m_changes, {});
+      }
     }
     if (!m_context.link.IsReady(INTERFACE::kIo) && !m_context.link.IsReady(INTERFACE::kMon)) {
       m_context.output.Note("neither IO nor MON is free: changes of inputs are not shown yet");

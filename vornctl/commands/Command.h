@@ -2,6 +2,7 @@
 
 #include "client/BadValue.h"
 #include "client/Session.h"
+#include "vornctl/Changes.h"
 #include "vornctl/Link.h"
 #include "vornctl/Notation.h"
 #include "vornctl/Output.h"
@@ -49,6 +50,7 @@ struct CONTEXT {
   LINK& link;
   bool dryRun = false;     ///< shows what would be sent
   bool unchecked = false;  ///< leaves CAE and MON to others where they only prove something
+  bool isLong = false;     ///< more commands follow: an interface that one has used is kept
   SERIES series;
   /// Output blocks that this program has set: nobody else can, while it holds IO.
   std::map<std::pair<int, int>, std::uint8_t> blocks;
@@ -122,5 +124,10 @@ auto Checked(const MAKE& make) {
 }
 
 client::TIME TimeAfter(double seconds);
+
+/// What inputs are before the first change, so that a change of a block can be told as that of its
+/// channels: those of the places, or all where there are none. Takes IO and CAE, which must be
+/// ready: another client of IO would get the lines, too.
+void LearnStates(CONTEXT& context, CHANGES& changes, const std::vector<PLACE>& places);
 
 }  // namespace ctl

@@ -1,4 +1,3 @@
-#include "vornctl/Changes.h"
 #include "vornctl/commands/Commands.h"
 
 #include <CLI/CLI.hpp>
@@ -174,8 +173,8 @@ std::vector<PLACE> PlacesToWatch(CONTEXT& context, const ARGUMENTS& arguments) {
   return {};
 }
 
-/// What the inputs are before the first change, so that a change of a block can be told as that of
-/// its channels. Only where IO is this program's: another client of it would get the lines, too.
+}  // namespace
+
 void LearnStates(CONTEXT& context, CHANGES& changes, const std::vector<PLACE>& places) {
   std::set<std::pair<int, int>> blocks;
   for (const PLACE& place : places) {
@@ -198,17 +197,15 @@ void LearnStates(CONTEXT& context, CHANGES& changes, const std::vector<PLACE>& p
   }
 }
 
-}  // namespace
-
 void DeclareWatch(CLI::App& command, ARGUMENTS& arguments) {
   command.add_option("inputs", arguments.words,
                      "WHAT: channels, blocks, cards, names; all inputs if none is named");
   command.add_flag("--monitor", arguments.monitor, "look on through MON, and leave IO to others");
   command.add_option("--count", arguments.count, "end after so many changes")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(1, 1'000'000'000))
       ->type_name("N");
   command.add_option("--for", arguments.forSeconds, "end after so long")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(0.0, 1e8))
       ->type_name("S");
   command.add_flag("--raw", arguments.raw, "the lines as they come");
 }
@@ -229,7 +226,9 @@ void RunWatch(CONTEXT& context, const ARGUMENTS& arguments) {
     if (!arguments.monitor && !arguments.raw) {
       LearnStates(context, changes, places);
     }
-    context.link.Leave(INTERFACE::kCae);
+    if (!context.isLong) {
+      context.link.Leave(INTERFACE::kCae);
+    }
   }
   int shown = 0;
   const auto isEnough = [&] { return arguments.count > 0 && shown >= arguments.count; };
@@ -254,7 +253,7 @@ void RunWatch(CONTEXT& context, const ARGUMENTS& arguments) {
 void DeclareWait(CLI::App& command, ARGUMENTS& arguments) {
   command.add_option("condition", arguments.words, "WHAT=VALUE")->required()->expected(1);
   command.add_option("--for", arguments.forSeconds, "wait at most so long")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(0.0, 1e8))
       ->type_name("S");
 }
 

@@ -38,6 +38,8 @@ TEST(Completion, OfAnOutputIsFirstItsCardThenItsChannelThenItsValue) {
   EXPECT_EQ(Words("set 5"), WORD_LIST({"5."}));
   EXPECT_EQ(Words("set 5.15"), WORD_LIST({"5.15="}));
   EXPECT_EQ(Words("set 5.15=o"), WORD_LIST({"5.15=on", "5.15=off"}));
+  EXPECT_EQ(Words("set 5.b1="), WORD_LIST());
+  EXPECT_EQ(Words("set 0.1="), WORD_LIST());
   EXPECT_EQ(Words("set la"), WORD_LIST({"lamp="}));
   EXPECT_EQ(Words("set 3"), WORD_LIST());  // an input
 }
