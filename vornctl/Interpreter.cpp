@@ -63,7 +63,9 @@ INTERPRETER::~INTERPRETER() = default;
 
 void INTERPRETER::Run(const std::vector<std::string>& words) {
   m_arguments = {};
-  if (!words.front().starts_with('-') && m_app->get_subcommand_no_throw(words.front()) == nullptr) {
+  const auto isIt = [&](const CLI::App* command) { return command->check_name(words.front()); };
+  const std::vector<CLI::App*> commands = m_app->get_subcommands({});
+  if (!words.front().starts_with('-') && std::none_of(commands.begin(), commands.end(), isIt)) {
     throw FAILURE(EXIT_STATUS::kUsage, "no command '" + words.front() + "' here");
   }
   try {

@@ -40,7 +40,7 @@ void AddPort(CLI::App& app, PROGRAM_OPTIONS& options, const char* name, INTERFAC
   app.add_option_function<int>(
          name, [&options, interface](int port) { options.settings.ports[interface] = port; },
          std::string("port of ") + client::NameOf(interface))
-      ->check(CLI::Range(1, kLargestPort))
+      ->check(CLI::Range(1, kLargestPort).description(""))
       ->type_name("PORT");
 }
 

@@ -202,10 +202,10 @@ void DeclareWatch(CLI::App& command, ARGUMENTS& arguments) {
                      "WHAT: channels, blocks, cards, names; all inputs if none is named");
   command.add_flag("--monitor", arguments.monitor, "look on through MON, and leave IO to others");
   command.add_option("--count", arguments.count, "end after so many changes")
-      ->check(CLI::Range(1, 1'000'000'000))
+      ->check(CLI::Range(1, 1'000'000'000).description(""))
       ->type_name("N");
   command.add_option("--for", arguments.forSeconds, "end after so long")
-      ->check(CLI::Range(0.0, 1e8))
+      ->check(CLI::Range(0.0, 1e8).description(""))
       ->type_name("S");
   command.add_flag("--raw", arguments.raw, "the lines as they come");
 }
@@ -253,7 +253,7 @@ void RunWatch(CONTEXT& context, const ARGUMENTS& arguments) {
 void DeclareWait(CLI::App& command, ARGUMENTS& arguments) {
   command.add_option("condition", arguments.words, "WHAT=VALUE")->required()->expected(1);
   command.add_option("--for", arguments.forSeconds, "wait at most so long")
-      ->check(CLI::Range(0.0, 1e8))
+      ->check(CLI::Range(0.0, 1e8).description(""))
       ->type_name("S");
 }
 

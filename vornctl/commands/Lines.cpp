@@ -90,7 +90,7 @@ void RunCae(CONTEXT& context, const ARGUMENTS& arguments) {
 void DeclareSleep(CLI::App& command, ARGUMENTS& arguments) {
   command.add_option("seconds", arguments.forSeconds, "how long")
       ->required()
-      ->check(CLI::Range(0.0, 1e8))
+      ->check(CLI::Range(0.0, 1e8).description(""))
       ->type_name("SECONDS");
 }
 

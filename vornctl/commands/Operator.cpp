@@ -159,7 +159,7 @@ void DeclareStatus(CLI::App& command, ARGUMENTS& arguments) {
       .add_option("--only", arguments.only,
                   "look at these interfaces only: cae, io, mon; the others stay untouched")
       ->delimiter(',')
-      ->check(CLI::IsMember({"cae", "io", "mon"}))
+      ->check(CLI::IsMember({"cae", "io", "mon"}).description(""))
       ->type_name("NAME,...");
 }
 

@@ -15,7 +15,7 @@ void DeclareCompletion(CLI::App& command, ARGUMENTS& arguments) {
   command.add_option("shell", arguments.words, "bash or zsh")
       ->required()
       ->expected(1)
-      ->check(CLI::IsMember({"bash", "zsh", "names"}));
+      ->check(CLI::IsMember({"bash", "zsh", "names"}).description(""));
 }
 
 }  // namespace ctl
