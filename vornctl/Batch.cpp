@@ -32,12 +32,11 @@ class BATCH {
   EXIT_STATUS Run() {
     m_context.series.isOn = true;
     while (!IsEnough() && ReadLine()) {
-      ++m_number;
-      m_context.series.origin = m_name + ":" + std::to_string(m_number);
+      m_context.series.line = ++m_number;
       Try([&] { RunLine(); });
     }
     if (!IsEnough()) {
-      Try([&] { SettleSeries(m_context, m_context.series.origin); });
+      Try([&] { SettleSeries(m_context); });
     }
     m_context.series.isOn = false;
     return m_status;
@@ -51,7 +50,7 @@ class BATCH {
     try {
       act();
     } catch (const FAILURE& failure) {
-      m_context.output.Fail(failure, m_context.series.origin);
+      m_context.output.Fail(failure, m_name + ":" + std::to_string(m_context.series.line));
       if (m_status == EXIT_STATUS::kDone) {
         m_status = failure.Status();
       }
@@ -68,7 +67,7 @@ class BATCH {
       m_context.link.Look();
     }
     if (!m_context.refused.empty()) {
-      SettleSeries(m_context, m_context.series.origin);
+      SettleSeries(m_context);
     }
   }
 
@@ -97,7 +96,7 @@ class BATCH {
   void Fill() {
     pollfd input = {m_descriptor, POLLIN, 0};
     if (poll(&input, 1, 0) == 0) {
-      Try([&] { SettleSeries(m_context, m_context.series.origin); });
+      Try([&] { SettleSeries(m_context); });
       if (IsEnough()) {
         m_isAtEnd = true;
         return;

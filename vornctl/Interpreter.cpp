@@ -81,7 +81,7 @@ void INTERPRETER::Run(const std::vector<std::string>& words) {
   }
   const COMMAND& command = *FindCommand(m_app->get_subcommands().front()->get_name());
   if (m_context.series.isOn && !command.sendsOnly) {
-    SettleSeries(m_context, m_context.series.origin);
+    SettleSeries(m_context);
   }
   command.run(m_context, m_arguments);
 }

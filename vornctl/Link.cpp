@@ -34,7 +34,7 @@ constexpr milliseconds kGoodbye{1000};
 constexpr milliseconds kUnprovenRefusal{300};
 /// From so many lines on of which it is not known yet what became of them, that is waited for
 /// first.
-constexpr std::uint64_t kMostUnsettled = 4096;
+constexpr std::uint64_t kMostUnsettled = 1024;
 constexpr milliseconds kProgressAfter{1000};
 constexpr milliseconds kProgressStep{250};
 

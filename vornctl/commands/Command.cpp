@@ -68,7 +68,7 @@ void SendLines(CONTEXT& context, const std::vector<std::string>& lines) {
     first = first == 0 ? number : first;
   }
   if (context.series.isOn) {
-    context.series.origins.emplace_back(first, context.series.origin);
+    context.series.origins.push_back({first, context.series.line});
     if (context.output.IsJson()) {
       context.output.PutRecord({{"type", "sent"}, {"lines", lines}, {"state", "sent"}});
     }
@@ -88,7 +88,7 @@ void SendLines(CONTEXT& context, const std::vector<std::string>& lines) {
   }
 }
 
-void SettleSeries(CONTEXT& context, std::string& origin) {
+void SettleSeries(CONTEXT& context) {
   if (context.series.origins.empty() && context.refused.empty()) {
     return;
   }
@@ -99,9 +99,9 @@ void SettleSeries(CONTEXT& context, std::string& origin) {
     return;
   }
   const auto& [number, line] = refused.front();
-  for (const auto& [first, place] : origins) {
-    if (first <= number) {
-      origin = place;
+  for (const SERIES::ORIGIN& origin : origins) {
+    if (origin.first <= number) {
+      context.series.line = origin.line;
     }
   }
   RefuseLine(line);

@@ -36,12 +36,18 @@ struct ARGUMENTS {
   bool keepGoing = false;
 };
 
-/// A line of a batch whose IO lines are on their way.
+/// The lines of a batch whose IO lines are on their way.
 struct SERIES {
+  /// An IO line, and the line of the batch that it is the first of.
+  struct ORIGIN {
+    client::DELIVERY::NUMBER first;
+    int line;
+  };
+
   bool isOn = false;  ///< lines are sent one behind the other; what became of them is told later
-  /// The first IO line of each place in the batch since the last time that all was known.
-  std::vector<std::pair<client::DELIVERY::NUMBER, std::string>> origins;
-  std::string origin;  ///< where the present command stands: "lights.txt:3"
+  int line = 0;       ///< of the present command, from 1
+  /// Since the last time that all was known.
+  std::vector<ORIGIN> origins;
 };
 
 /// All that a command works with; made once for the program. On its only thread.
@@ -102,9 +108,9 @@ void DoAndTell(CONTEXT& context, const client::CAE_REQUEST& request);
 void OpenForSending(CONTEXT& context);
 /// Sends lines on IO and says what became of them; in a series that is told by SettleSeries.
 void SendLines(CONTEXT& context, const std::vector<std::string>& lines);
-/// Waits until it is known. Throws FAILURE, kRefused, for the first that was refused; `origin` is
-/// then where it stands.
-void SettleSeries(CONTEXT& context, std::string& origin);
+/// Waits until it is known. Throws FAILURE, kRefused, for the first that was refused, whose line is
+/// the series' present one then.
+void SettleSeries(CONTEXT& context);
 
 /// The address of a card. Throws FAILURE, kUsage, for another word.
 int ReadAddress(const std::string& word);

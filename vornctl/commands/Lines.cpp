@@ -51,8 +51,7 @@ void RunIo(CONTEXT& context, const ARGUMENTS& arguments) {
   if (!lines.empty()) {
     SendLines(context, lines);
   }
-  std::string origin;
-  SettleSeries(context, origin);
+  SettleSeries(context);
   EndIo(context);
 }
 
