@@ -57,7 +57,7 @@ std::vector<CHANGE> CHANGES::Take(const client::BLOCK_VALUE& value) {
   std::vector<CHANGE> changes;
   if (type.inputBlocks == 0 && m_places.empty()) {
     const PLACE block{value.address, PLACE_KIND::kBlock, value.block, {}};
-    changes.push_back({block, &type, *Read(block, type, value.value), when});
+    changes.push_back({block, &type, Read(block, type, value.value).value_or(READING{}), when});
     return changes;
   }
   for (const PLACE& place : PlacesOf(value.address, type)) {

@@ -245,7 +245,7 @@ std::string BashCompletion() {
          "    case $word in\n"
          "      " +
          [] {
-           WORD_LIST names = CommandNames(USE::kAlone);
+           const WORD_LIST names = CommandNames(USE::kAlone);
            std::string pattern;
            for (const std::string& name : names) {
              pattern += (pattern.empty() ? "" : "|") + name;

@@ -6,10 +6,6 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 namespace ctl {
 
 /// Reads the words of a command and carries it out: the lines of a batch and of the prompt. The

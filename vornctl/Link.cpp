@@ -293,12 +293,20 @@ void LINK::LeaveAll() {
 client::CAE_RESULT LINK::AskAnything(const client::CAE_REQUEST& request) {
   Open({INTERFACE::kCae});
   // Shared with the handler: where the wait is broken off, the answer may come all the same.
-  const auto result = std::make_shared<std::optional<client::CAE_RESULT>>();
+  struct ANSWER {
+    bool isThere = false;
+    client::CAE_RESULT result;
+  };
+  const auto answer = std::make_shared<ANSWER>();
   m_cae->Ask(
-      request, [result](const client::CAE_RESULT& answer) { *result = answer; },
+      request,
+      [answer](const client::CAE_RESULT& result) {
+        answer->result = result;
+        answer->isThere = true;
+      },
       m_settings.timeout);
-  RunUntil([&] { return result->has_value(); }, TIME::max());
-  return **result;
+  RunUntil([&] { return answer->isThere; }, TIME::max());
+  return answer->result;
 }
 
 client::CAE_RESULT LINK::Ask(const client::CAE_REQUEST& request) {

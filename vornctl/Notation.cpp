@@ -153,6 +153,7 @@ std::vector<PLACE> ChannelsOf(int address, const CARD_TYPE& type) {
     return {{address, PLACE_KIND::kKey, 0, {}}, {address, PLACE_KIND::kEncoder, 0, {}}};
   }
   std::vector<PLACE> places;
+  places.reserve(static_cast<std::size_t>(type.channels));
   for (int channel = 0; channel < type.channels; ++channel) {
     places.push_back({address, PLACE_KIND::kChannel, channel, {}});
   }

@@ -53,8 +53,8 @@ int BlockOf(const PLACE& place, const client::CARD_TYPE& type);
 
 /// A value as a person reads it: what the block says of the place.
 struct READING {
-  std::string text;    ///< "on", "50.2%", "12", "none", "80"
-  std::uint8_t block;  ///< the byte it comes from
+  std::string text{};      ///< "on", "50.2%", "12", "none", "80"
+  std::uint8_t block = 0;  ///< the byte it comes from
 };
 /// Nothing where the block says nothing of the place: a key's code of the encoder.
 std::optional<READING> Read(const PLACE& place, const client::CARD_TYPE& type, std::uint8_t block);

@@ -166,7 +166,8 @@ class SETTINGS_READER {
       }
       const std::string place = Text(value, "names." + name);
       if (!ReadPlace(place)) {
-        Refuse(value, "names." + name + ": '" + place + "' is no channel: " + kPlaceForms);
+        Refuse(value,
+               "names." + name + ": '" + place + "' is no channel: " + std::string(kPlaceForms));
       }
       m_settings.names[name] = place;
     }
@@ -178,7 +179,7 @@ class SETTINGS_READER {
 
 /// Nothing where the file is not there. Throws where it is and cannot be read.
 std::optional<std::string> ReadFile(const std::string& path) {
-  std::ifstream file(path);
+  const std::ifstream file(path);
   if (!file) {
     if (errno == ENOENT || errno == ENOTDIR) {
       return std::nullopt;

@@ -15,9 +15,10 @@
 #include <utility>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+// The option parser's own names.
+namespace CLI {  // NOLINT(readability-identifier-naming)
+class App;       // NOLINT(readability-identifier-naming)
+}  // namespace CLI
 
 namespace ctl {
 

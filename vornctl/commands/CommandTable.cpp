@@ -6,7 +6,7 @@ namespace ctl {
 
 const std::vector<COMMAND>& CommandTable() {
   // clang-format off
-  static const std::vector<COMMAND> table = {
+  static const std::vector<COMMAND> kTable = {
       // name       what follows                     what it does                                                  use              sends  completed by        words
       {"cards",     "[--rescan]",                    "list the cards",                                             USE::kAnywhere,  false, WORDS::kNone,       "",    DeclareCards,   RunCards},
       {"get",       "WHAT...",                       "the last state of inputs",                                   USE::kAnywhere,  false, WORDS::kInputs,     "all", DeclareGet,     RunGet},
@@ -33,7 +33,7 @@ const std::vector<COMMAND>& CommandTable() {
       {"completion", "bash|zsh",                     "completion for a shell",                                     USE::kAlone,     false, WORDS::kFixed,      "bash zsh", DeclareCompletion, nullptr},
   };
   // clang-format on
-  return table;
+  return kTable;
 }
 
 const COMMAND* FindCommand(const std::string& name) {

@@ -11,7 +11,6 @@ namespace ctl {
 
 namespace {
 
-using client::CARD_KIND;
 using client::CARD_TYPE;
 using client::INTERFACE;
 
@@ -91,7 +90,7 @@ std::string Expected(const EXPECTATION& expectation, const CARD_TYPE& type) {
       if (type.form == client::VALUE_FORM::kActiveHigh) {
         return ReadSwitch(value, title) ? "on" : "off";
       }
-      return Read(expectation.place, type, ReadLevel(value, type, title))->text;
+      return Read(expectation.place, type, ReadLevel(value, type, title)).value_or(READING{}).text;
     case PLACE_KIND::kKey:
     case PLACE_KIND::kEncoder:
       constexpr int kLargestCode = 127;
@@ -156,7 +155,7 @@ void RunGet(CONTEXT& context, const ARGUMENTS& arguments) {
   for (const PLACE& place : places) {
     const CARD_TYPE& type = client::TypeOf(context.link.KindOf(place.address));
     const std::uint8_t block = values.at({place.address, BlockOf(place, type)});
-    const READING reading = *Read(place, type, block);
+    const READING reading = Read(place, type, block).value_or(READING{});
     const std::string text =
         places.size() == 1 ? reading.text : TitleOf(place) + ": " + reading.text;
     context.output.Put(text, ReadingRecord("value", place, type, reading));
@@ -274,10 +273,10 @@ void RunWait(CONTEXT& context, const ARGUMENTS& arguments) {
   const int block = BlockOf(place, type);
   const std::string expected = Expected(expectation, type);
   bool isSo = false;
-  std::optional<READING> reading;
+  READING reading;
   const auto look = [&](std::uint8_t value) {
-    reading = Read(place, type, value);
-    isSo = reading && reading->text == expected;
+    reading = Read(place, type, value).value_or(READING{});
+    isSo = reading.text == expected;
   };
   if (type.canBeAsked && context.link.IsReady(INTERFACE::kCae)) {
     if (const auto value = AskBlock(context, place.address, block)) {
@@ -294,7 +293,7 @@ void RunWait(CONTEXT& context, const ARGUMENTS& arguments) {
   if (!context.link.RunUntil([&] { return isSo; }, end, {INTERFACE::kIo})) {
     throw FAILURE(EXIT_STATUS::kTimeout, TitleOf(place) + " is not " + expectation.value + " yet");
   }
-  context.output.PutRecord(ReadingRecord("value", place, type, *reading));
+  context.output.PutRecord(ReadingRecord("value", place, type, reading));
 }
 
 }  // namespace ctl

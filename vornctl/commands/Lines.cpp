@@ -39,6 +39,7 @@ void DeclareLines(CLI::App& command, ARGUMENTS& arguments) {
 
 void RunIo(CONTEXT& context, const ARGUMENTS& arguments) {
   std::vector<std::string> lines;
+  lines.reserve(arguments.words.size());
   for (const std::string& word : arguments.words) {
     lines.push_back(Checked([&] { return client::TypedIoLine(word); }));
   }
