@@ -63,6 +63,11 @@ WORD_LIST CommandNames(USE use) {
   return names;
 }
 
+/// Whether a place stands before an = there, and a value behind it.
+bool TakesValues(const COMMAND& command) {
+  return std::string_view(command.form).starts_with("WHAT=");
+}
+
 class CANDIDATES {
  public:
   explicit CANDIDATES(const COMPLETION_FACTS& facts) : m_facts(facts) {}
@@ -82,10 +87,12 @@ class CANDIDATES {
         AddPlaces(last, "=", [](const CARD_TYPE& type) { return type.inputBlocks > 0; });
         AddNames("=");
         break;
-      case WORDS::kOutputs:
-        AddPlaces(last, "=", [](const CARD_TYPE& type) { return type.outputBlocks > 0; });
-        AddNames("=");
+      case WORDS::kOutputs: {
+        const char* const end = TakesValues(command) ? "=" : "";
+        AddPlaces(last, end, [](const CARD_TYPE& type) { return type.outputBlocks > 0; });
+        AddNames(end);
         break;
+      }
       case WORDS::kCards:
         AddCards(words, [](const CARD_TYPE&) { return true; });
         break;
@@ -217,14 +224,30 @@ WORD_LIST Complete(const std::string& before, const COMPLETION_FACTS& facts) {
 
 // Names come from the settings at the time of completion; nothing is asked of the daemon.
 
+namespace {
+
+bool TakesNames(const COMMAND& command) {
+  return command.words == WORDS::kInputs || command.words == WORDS::kOutputs ||
+         command.words == WORDS::kInputsIs;
+}
+
+/// For a shell, between single quotes.
+std::string Quoted(const std::string& text) {
+  std::string quoted = "'";
+  for (const char sign : text) {
+    quoted += sign == '\'' ? "'\\''" : std::string(1, sign);
+  }
+  return quoted + "'";
+}
+
+}  // namespace
+
 std::string BashCompletion() {
   std::string cases;
   for (const COMMAND& command : CommandTable()) {
-    const std::string names =
-        command.words == WORDS::kInputs ? " $names"
-        : command.words == WORDS::kOutputs || command.words == WORDS::kInputsIs
-            ? " ${names:+$(printf '%s= ' $names)}"
-            : "";
+    const std::string names = TakesValues(command)  ? " ${names:+$(printf '%s= ' $names)}"
+                              : TakesNames(command) ? " $names"
+                                                    : "";
     const WORD_LIST fixed = Split(command.fixedWords);
     cases += "    " + std::string(command.name) +
              (command.name == std::string("batch") ? "|run" : "") + ") words=\"" + Joined(fixed) +
@@ -275,17 +298,19 @@ std::string ZshCompletion() {
   std::string commands;
   std::string cases;
   for (const COMMAND& command : CommandTable()) {
-    commands += "    '" + std::string(command.name) + ":" + command.about + "'\n";
+    commands += "    " + Quoted(std::string(command.name) + ":" + command.about) + "\n";
     cases += "    " + std::string(command.name) +
              (command.name == std::string("batch") ? "|run" : "") + ")";
     const std::string words = Joined(Split(command.fixedWords)) + " " + Joined(OptionsOf(command));
     if (words != " ") {
       cases += "\n      compadd -- " + words;
     }
-    if (command.words == WORDS::kInputs) {
-      cases += "\n      compadd -- ${(f)\"$(vornctl completion names 2>/dev/null)\"}";
-    } else if (command.words == WORDS::kOutputs || command.words == WORDS::kInputsIs) {
-      cases += "\n      compadd -S '=' -- ${(f)\"$(vornctl completion names 2>/dev/null)\"}";
+    const std::string names = "-- ${(f)\"$(vornctl completion names 2>/dev/null)\"}";
+    if (TakesValues(command)) {
+      cases += "\n      if compset -P '*='; then compadd -- on off; else compadd -S '=' " + names +
+               "; fi";
+    } else if (TakesNames(command)) {
+      cases += "\n      compadd " + names;
     } else if (command.words == WORDS::kFiles) {
       cases += "\n      _files";
     }

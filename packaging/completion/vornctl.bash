@@ -21,7 +21,7 @@ _vornctl() {
     cards) words="--help --rescan" ;;
     get) words="all --help $names" ;;
     set) words="--help --others ${names:+$(printf '%s= ' $names)}" ;;
-    pulse) words="--help --others ${names:+$(printf '%s= ' $names)}" ;;
+    pulse) words="--help --others $names" ;;
     stop) words="--help" ;;
     watch) words="all --help --monitor --count --for --raw $names" ;;
     wait) words="--help --for ${names:+$(printf '%s= ' $names)}" ;;
