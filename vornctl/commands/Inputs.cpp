@@ -16,8 +16,12 @@ using client::INTERFACE;
 
 constexpr std::chrono::milliseconds kLineAfterAnswer{1000};
 
-/// The inputs that the words mean; a card stands for all of its channels, "all" for all inputs.
-std::vector<PLACE> FindInputs(CONTEXT& context, const std::vector<std::string>& words) {
+enum class ALL : std::uint8_t { kInputs, kThatCanBeAsked };
+
+/// The inputs that the words mean; a card stands for all of its channels, "all" for all inputs, or
+/// for those that can be asked for.
+std::vector<PLACE> FindInputs(CONTEXT& context, const std::vector<std::string>& words,
+                              ALL all = ALL::kInputs) {
   std::vector<PLACE> places;
   const auto addCard = [&](int address, const CARD_TYPE& type) {
     const std::vector<PLACE> channels = ChannelsOf(address, type);
@@ -27,7 +31,7 @@ std::vector<PLACE> FindInputs(CONTEXT& context, const std::vector<std::string>& 
     if (word == "all") {
       for (int address = 0; address < client::kAddresses; ++address) {
         const CARD_TYPE& type = client::TypeOf(context.link.KindOf(address));
-        if (type.inputBlocks > 0) {
+        if (type.inputBlocks > 0 && (type.canBeAsked || all == ALL::kInputs)) {
           addCard(address, type);
         }
       }
@@ -117,7 +121,7 @@ void RunGet(CONTEXT& context, const ARGUMENTS& arguments) {
   if (!context.dryRun) {
     context.link.Open({INTERFACE::kCae}, {INTERFACE::kIo, INTERFACE::kMon});
   }
-  const std::vector<PLACE> places = FindInputs(context, arguments.words);
+  const std::vector<PLACE> places = FindInputs(context, arguments.words, ALL::kThatCanBeAsked);
   std::map<std::pair<int, int>, std::uint8_t> values;
   for (const PLACE& place : places) {
     const CARD_TYPE& type = client::TypeOf(context.link.KindOf(place.address));
