@@ -1,4 +1,4 @@
-// vornctl(1), its schema, completion and example settings: they have what the program has, all of it.
+// vornctl(1), its schema, completion and example settings: they have all that the program has.
 
 #include "client/Cards.h"
 #include "tests/docs/Manual.h"
