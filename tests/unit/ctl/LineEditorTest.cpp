@@ -1,7 +1,7 @@
 #include "client/Descriptor.h"
+#include "tests/support/Screen.h"
 #include "tests/support/Wait.h"
 #include "tests/support/unit/Folder.h"
-#include "tests/unit/ctl/Screen.h"
 #include "vornctl/LineEditor.h"
 
 #include <fcntl.h>
@@ -22,7 +22,7 @@ namespace {
 
 using client::DESCRIPTOR;
 using ctl::LINE_EDITOR;
-using ctl::SCREEN;
+using support::SCREEN;
 using support::WaitUntil;
 using vorn::unit::FOLDER;
 using vorn::unit::ReadLines;

@@ -1,10 +1,10 @@
-#include "tests/unit/ctl/Screen.h"
+#include "tests/support/Screen.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using ctl::SCREEN;
+using support::SCREEN;
 using LINES = std::vector<std::string>;
 
 TEST(Screen, GoesOnInTheNextRowWhenTheRowIsFull) {

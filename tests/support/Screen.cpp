@@ -1,9 +1,9 @@
-#include "tests/unit/ctl/Screen.h"
+#include "tests/support/Screen.h"
 
 #include <algorithm>
 #include <cstdlib>
 
-namespace ctl {
+namespace support {
 
 namespace {
 
@@ -190,4 +190,4 @@ std::vector<std::string> SCREEN::Rows() const {
   return rows;
 }
 
-}  // namespace ctl
+}  // namespace support

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace ctl {
+namespace support {
 
 /// What a person sees of what a program writes to an xterm: as far as a line editor goes. What
 /// scrolls out at the top stays in Rows.
@@ -47,4 +47,4 @@ class SCREEN {
   std::string m_unknown;
 };
 
-}  // namespace ctl
+}  // namespace support
