@@ -66,6 +66,14 @@ bool IsConnectedWithItself(int descriptor) {
          here.sin_port == there.sin_port && here.sin_addr.s_addr == there.sin_addr.s_addr;
 }
 
+/// Whether the machine is this one, and so can be reached.
+bool IsThisMachine(const ENDPOINT& endpoint) {
+  sockaddr_in address{};
+  std::memcpy(&address, &endpoint.address, sizeof(address));
+  constexpr unsigned kLoopback = 127;
+  return address.sin_family == AF_INET && ntohl(address.sin_addr.s_addr) >> 24U == kLoopback;
+}
+
 /// A deadline so far ahead is never.
 TIME Later(TIME now, CLOCK::duration time) {
   return time >= TIME::max() - now ? TIME::max() : now + time;
@@ -292,11 +300,18 @@ void SESSION::BeginToWait() {
 void SESSION::TakeError(int error) {
   if (error != ECONNREFUSED && error != ECONNRESET) {
     m_refusedSince.reset();
-    TryNext(TROUBLE::kNotReached);
+    TryNext(UnansweredTrouble(error));
     return;
   }
   m_refusedSince = m_refusedSince.value_or(m_now);
   TryNext(m_now - *m_refusedSince >= kLongestRefusal ? TROUBLE::kNoDaemon : TROUBLE::kRefused);
+}
+
+/// Of a port of this machine that does not answer: so many wait for it already that no more are let
+/// in. From another machine that looks like a machine that is not there.
+TROUBLE SESSION::UnansweredTrouble(int error) const {
+  return error == ETIMEDOUT && IsThisMachine(m_settings.endpoints[m_tried]) ? TROUBLE::kTaken
+                                                                            : TROUBLE::kNotReached;
 }
 
 /// The attempt was in vain: goes on with the next endpoint, after a pause where it was the last.
@@ -454,7 +469,7 @@ void SESSION::ExpireWaiting() {
 void SESSION::GiveUp(TROUBLE trouble) {
   if (trouble == TROUBLE::kNone) {
     // It was not given the time that it takes to tell.
-    trouble = m_state != SESSION_STATE::kWaiting ? TROUBLE::kNotReached
+    trouble = m_state != SESSION_STATE::kWaiting ? UnansweredTrouble(ETIMEDOUT)
               : m_greeting.Skipped() > 0         ? TROUBLE::kNotVorn
                                                  : TROUBLE::kTaken;
   }

@@ -54,7 +54,9 @@ enum class SESSION_STATE : std::uint8_t {
 /// Why there is no greeting (yet), as far as one can tell from outside.
 enum class TROUBLE : std::uint8_t {
   kNone,
-  /// Connected, and no greeting in the time that the daemon takes: another client is served.
+  /// Connected, and no greeting in the time that the daemon takes: another client is served. Also
+  /// where so many wait for that to end that the port does not answer, on this machine: on another
+  /// it is kNotReached.
   kTaken,
   kRefused,         ///< the port refuses: it does for 4 s after each client; or there is no daemon
   kNoDaemon,        ///< it has refused for longer than that
@@ -137,6 +139,7 @@ class SESSION {
   void LookAtConnecting();
   void BeginToWait();
   void TakeError(int error);
+  TROUBLE UnansweredTrouble(int error) const;
   void TryNext(TROUBLE trouble);
   void Pause(CLOCK::duration length);
   void Read();

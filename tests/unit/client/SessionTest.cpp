@@ -311,7 +311,7 @@ TEST_F(Session, SaysThatTheMachineIsNotReachedWhereThereIsNoWay) {
   EXPECT_EQ(Of().Trouble(), TROUBLE::kNotReached);
 }
 
-TEST_F(Session, SaysThatTheMachineIsNotReachedWhenItDoesNotAnswer) {
+TEST_F(Session, SaysThatTheInterfaceIsTakenWhereSoManyWaitThatItsPortDoesNotAnswer) {
   // Nobody accepts, and there is no room to wait.
   m_daemon.Listen(0);
   std::vector<DESCRIPTOR> others;
@@ -328,7 +328,7 @@ TEST_F(Session, SaysThatTheMachineIsNotReachedWhenItDoesNotAnswer) {
   EXPECT_EQ(Of().Deadline(), m_now + milliseconds(1));
   Pass(milliseconds(1));
   EXPECT_EQ(Of().State(), STATE::kPausing);
-  EXPECT_EQ(Of().Trouble(), TROUBLE::kNotReached);
+  EXPECT_EQ(Of().Trouble(), TROUBLE::kTaken);
 }
 
 TEST_F(Session, TriesAgainWhenThereAreNoDescriptorsLeft) {
