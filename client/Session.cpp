@@ -138,6 +138,13 @@ void SESSION::Start(TIME now) {
   Connect();
 }
 
+void SESSION::TryNow(TIME now) {
+  if (m_state == SESSION_STATE::kPausing) {
+    m_now = now;
+    Connect();
+  }
+}
+
 void SESSION::End() {
   if (m_state == SESSION_STATE::kIdle) {
     return;

@@ -97,6 +97,8 @@ class SESSION {
 
   /// Begins to connect; anew where it has begun already.
   void Start(TIME now);
+  /// Where it pauses between two attempts: makes the next one now.
+  void TryNow(TIME now);
   /// Closes at once. What has not been written yet is lost; what the daemon has sent and nobody has
   /// read may reset the connection, and then what it has not read yet is lost as well: see Finish.
   void End();

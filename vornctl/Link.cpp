@@ -135,6 +135,8 @@ void LINK::Begin(INTERFACE interface) {
   SESSION& session = Get(interface);
   if (session.State() == SESSION_STATE::kIdle || session.State() == SESSION_STATE::kFailed) {
     session.Start(CLOCK::now());
+  } else if (session.Trouble() == TROUBLE::kNoDaemon) {
+    session.TryNow(CLOCK::now());  // there may be one by now
   }
 }
 
@@ -207,7 +209,8 @@ void LINK::Open(const std::vector<INTERFACE>& required, const std::vector<INTERF
 
 /// It is ready, or there is no use in waiting for it.
 bool LINK::IsDecided(const SESSION& session) const {
-  return IsOver(session) || (!m_settings.isWaitGiven && session.Trouble() == TROUBLE::kNoDaemon);
+  return IsOver(session) || (!m_settings.isWaitGiven && session.Trouble() == TROUBLE::kNoDaemon &&
+                             session.State() == SESSION_STATE::kPausing);
 }
 
 TROUBLE LINK::Try(const std::vector<INTERFACE>& interfaces) {

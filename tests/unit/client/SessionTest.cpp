@@ -180,6 +180,18 @@ TEST_F(Session, FindsTheDaemonWhenThePortRefusesNoLonger) {
   EXPECT_EQ(Of().Trouble(), TROUBLE::kNone);
 }
 
+TEST_F(Session, BreaksAPauseOffWhenItIsToldToTry) {
+  Of().Start(m_now);
+  ASSERT_TRUE(UntilState(STATE::kPausing));
+  m_daemon.Listen();
+  Of().TryNow(m_now);
+  EXPECT_EQ(Of().State(), STATE::kConnecting);
+  ASSERT_TRUE(UntilState(STATE::kWaiting));
+  m_states.clear();
+  Of().TryNow(m_now);
+  EXPECT_EQ(m_states, STATES{}) << "it did not pause";
+}
+
 TEST_F(Session, SaysThatThereIsNoDaemonWhenThePortHasRefusedForSixSeconds) {
   Of().Start(m_now);
   const TIME start = m_now;
