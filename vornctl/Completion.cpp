@@ -73,7 +73,9 @@ class CANDIDATES {
   explicit CANDIDATES(const COMPLETION_FACTS& facts) : m_facts(facts) {}
 
   WORD_LIST For(const COMMAND& command, const WORD_LIST& words, const std::string& last) {
-    Add(Split(command.fixedWords));
+    if (command.words != WORDS::kLcdCards || words.size() > 1) {
+      Add(Split(command.fixedWords));
+    }
     if (last.starts_with('-')) {
       Add(OptionsOf(command));
       return std::move(m_words);
