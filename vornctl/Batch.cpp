@@ -1,8 +1,10 @@
 #include "vornctl/Batch.h"
 
 #include "client/Descriptor.h"
+#include "vornctl/Finally.h"
 #include "vornctl/Interpreter.h"
 #include "vornctl/Words.h"
+#include "vornctl/commands/Commands.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
 namespace ctl {
 
@@ -31,35 +34,61 @@ class BATCH {
 
   EXIT_STATUS Run() {
     m_context.series.isOn = true;
-    while (!IsEnough() && ReadLine()) {
-      m_context.series.line = ++m_number;
-      Try([&] { RunLine(); });
+    const FINALLY end([this] { m_context.series.isOn = false; });
+    bool isLine = true;
+    while (isLine && !IsEnough()) {
+      isLine = Try([&] { return ReadLine() && (RunLine(), true); });
     }
-    if (!IsEnough()) {
-      Try([&] { SettleSeries(m_context); });
-    }
-    m_context.series.isOn = false;
+    Settle();
     return m_status;
   }
 
  private:
   bool IsEnough() const { return m_status != EXIT_STATUS::kDone && !m_keepGoing; }
 
-  template <class DO>
-  void Try(const DO& act) {
+  void Fail(int line, const FAILURE& failure) {
+    m_context.output.Fail(failure, m_name + (line > 0 ? ":" + std::to_string(line) : ""));
+    if (m_status == EXIT_STATUS::kDone) {
+      m_status = failure.Status();
+    }
+  }
+
+  /// What it answers; true where it fails: there may be more.
+  bool Try(const std::function<bool()>& act) {
     try {
-      act();
+      return act();
     } catch (const FAILURE& failure) {
-      m_context.output.Fail(failure, m_name + ":" + std::to_string(m_context.series.line));
-      if (m_status == EXIT_STATUS::kDone) {
-        m_status = failure.Status();
+      // What was refused before stands before.
+      Settle();
+      Fail(m_number, failure);
+    }
+    return !m_isUnreadable;
+  }
+
+  /// Waits until it is known what became of all lines so far.
+  void Settle() {
+    try {
+      for (const REFUSED_LINE& refused : SettleSeries(m_context)) {
+        Fail(refused.line, refused.failure);
       }
+    } catch (const FAILURE& failure) {
+      Fail(m_number, failure);
     }
   }
 
   void RunLine() {
+    constexpr std::size_t kMostUnsettled = 1024;
+    m_context.series.line = ++m_number;
     const std::vector<std::string> words = SplitWords(m_line);
     if (words.empty()) {
+      return;
+    }
+    const COMMAND* command = FindCommand(words.front());
+    if (command == nullptr || !command->sendsOnly ||
+        m_context.link.Unsettled() >= kMostUnsettled) {
+      Settle();
+    }
+    if (IsEnough()) {
       return;
     }
     m_interpreter.Run(words);
@@ -67,7 +96,7 @@ class BATCH {
       m_context.link.Look();
     }
     if (!m_context.refused.empty()) {
-      SettleSeries(m_context);
+      Settle();
     }
   }
 
@@ -83,33 +112,37 @@ class BATCH {
       m_read.erase(0, m_at);
       m_at = 0;
       if (m_read.size() > kLongestLine) {
-        throw FAILURE(EXIT_STATUS::kUsage, m_name + ": a line has no end: is it a text?");
+        m_isUnreadable = true;
+        throw FAILURE(EXIT_STATUS::kUsage, "a line has no end: is it a text?");
       }
       if (m_isAtEnd) {
         m_line = std::exchange(m_read, {});
         return !m_line.empty();
       }
       Fill();
+      if (IsEnough()) {
+        return false;
+      }
     }
   }
 
   void Fill() {
     pollfd input = {m_descriptor, POLLIN, 0};
     if (poll(&input, 1, 0) == 0) {
-      Try([&] { SettleSeries(m_context); });
+      Settle();
       if (IsEnough()) {
-        m_isAtEnd = true;
         return;
       }
       bool isThere = false;
       m_context.link.AddSource({m_descriptor, POLLIN, [&](short /*events*/) { isThere = true; }});
+      const FINALLY clear([this] { m_context.link.ClearSources(); });
       m_context.link.RunUntil([&] { return isThere; }, client::TIME::max());
-      m_context.link.ClearSources();
     }
     std::array<char, kLongestLine> bytes{};
     const ssize_t count = read(m_descriptor, bytes.data(), bytes.size());
     if (count < 0 && errno != EINTR && errno != EAGAIN) {
-      throw FAILURE(EXIT_STATUS::kUsage, m_name + ": " + std::strerror(errno));
+      m_isUnreadable = true;
+      throw FAILURE(EXIT_STATUS::kUsage, std::strerror(errno));
     }
     if (count > 0) {
       m_read.append(bytes.data(), static_cast<std::size_t>(count));
@@ -127,6 +160,7 @@ class BATCH {
   std::string m_line;
   int m_number = 0;
   bool m_isAtEnd = false;
+  bool m_isUnreadable = false;
   EXIT_STATUS m_status = EXIT_STATUS::kDone;
 };
 

@@ -32,6 +32,10 @@ void CHANGES::Learn(const client::BLOCK_VALUE& value) {
   m_blocks[{value.address, value.block}] = value.value;
 }
 
+bool CHANGES::Knows(const client::BLOCK_VALUE& value) const {
+  return m_blocks.contains({value.address, value.block});
+}
+
 /// Of a card that nobody has named, and of a block that it should not have, the block itself.
 std::vector<PLACE> CHANGES::PlacesOf(int address, const CARD_TYPE& type) const {
   std::vector<PLACE> places;
@@ -65,11 +69,16 @@ std::vector<CHANGE> CHANGES::Take(const client::BLOCK_VALUE& value) {
       continue;
     }
     const std::optional<READING> now = Read(place, type, value.value);
-    if (now && (!isKnown || Read(place, type, before).value_or(READING{}).text != now->text)) {
+    if (now && (isKnown ? Read(place, type, before).value_or(READING{}).text != now->text
+                        : now->text != "off")) {
       changes.push_back({place, &type, *now, when});
     }
   }
   return changes;
+}
+
+std::string TimeForPrograms(std::chrono::system_clock::time_point when) {
+  return TimeText(when, true);
 }
 
 std::string ChangeText(const CHANGE& change) {

@@ -23,8 +23,8 @@ struct CHANGE {
 };
 
 /// Makes changes of channels out of input lines, which tell a block at a time. Keeps the last state
-/// of each block; what it does not know yet counts as changed when it is told. On the program's
-/// thread.
+/// of each block. Of the first line of a block it cannot know which of its bits have changed: those
+/// that are on count as such, for inputs are off at rest. On the program's thread.
 class CHANGES {
  public:
   /// Looks at those places only; at all where there are none.
@@ -33,6 +33,7 @@ class CHANGES {
 
   /// A state that is no news.
   void Learn(const client::BLOCK_VALUE& value);
+  bool Knows(const client::BLOCK_VALUE& value) const;
   std::vector<CHANGE> Take(const client::BLOCK_VALUE& value);
 
  private:
@@ -45,6 +46,8 @@ class CHANGES {
 
 /// "2026-11-22 09:12:03.123  door: on"; the machine's local time.
 std::string ChangeText(const CHANGE& change);
+/// "2026-11-22T08:12:03.123Z"
+std::string TimeForPrograms(std::chrono::system_clock::time_point when);
 RECORD ChangeRecord(const CHANGE& change, const std::string& line);
 /// What --json says of a reading: `type` is the record's.
 RECORD ReadingRecord(const char* type, const PLACE& place, const client::CARD_TYPE& cardType,

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cctype>
 #include <sstream>
 
 namespace ctl {
@@ -204,7 +205,7 @@ class CANDIDATES {
 
 WORD_LIST Complete(const std::string& before, const COMPLETION_FACTS& facts) {
   WORD_LIST words = Split(before);
-  const bool isNew = before.empty() || before.back() == ' ';
+  const bool isNew = words.empty() || std::isspace(static_cast<unsigned char>(before.back())) != 0;
   const std::string last = isNew ? std::string() : words.back();
   if (!isNew) {
     words.pop_back();

@@ -47,6 +47,22 @@ void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use) {
   }
 }
 
+void Parse(CLI::App& app, ARGUMENTS& arguments, const std::vector<std::string>& words) {
+  // The parser takes [a,b] for two words. What a line begins with never is this one.
+  constexpr char kMark = '\x01';
+  std::vector<std::string> reversed;
+  for (auto word = words.rbegin(); word != words.rend(); ++word) {
+    reversed.push_back(word->starts_with('[') ? kMark + *word : *word);
+  }
+  app.parse(reversed);
+  for (std::string* text : {&arguments.at, &arguments.others, &arguments.text}) {
+    text->erase(0, text->starts_with(kMark) ? 1 : 0);
+  }
+  for (std::string& word : arguments.words) {
+    word.erase(0, word.starts_with(kMark) ? 1 : 0);
+  }
+}
+
 std::string ExplainParseError(const std::string& why) {
   std::string text = why;
   std::replace(text.begin(), text.end(), '\n', ' ');
@@ -69,7 +85,7 @@ void INTERPRETER::Run(const std::vector<std::string>& words) {
     throw FAILURE(EXIT_STATUS::kUsage, "no command '" + words.front() + "' here");
   }
   try {
-    m_app->parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    Parse(*m_app, m_arguments, words);
   } catch (const CLI::CallForHelp&) {
     const std::vector<CLI::App*> chosen = m_app->get_subcommands();
     std::string help = (chosen.empty() ? m_app.get() : chosen.front())->help();
@@ -80,9 +96,6 @@ void INTERPRETER::Run(const std::vector<std::string>& words) {
     throw FAILURE(EXIT_STATUS::kUsage, ExplainParseError(error.what()));
   }
   const COMMAND& command = *FindCommand(m_app->get_subcommands().front()->get_name());
-  if (m_context.series.isOn && !command.sendsOnly) {
-    SettleSeries(m_context);
-  }
   command.run(m_context, m_arguments);
 }
 

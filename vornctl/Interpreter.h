@@ -29,6 +29,9 @@ class INTERPRETER {
 
 /// Adds the commands of that use to a parser; what they find goes into `arguments`.
 void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use);
+/// Reads the words of a command line, the first not being the program's name. Throws as the parser
+/// does.
+void Parse(CLI::App& app, ARGUMENTS& arguments, const std::vector<std::string>& words);
 /// A parser's complaint on one line.
 std::string ExplainParseError(const std::string& why);
 

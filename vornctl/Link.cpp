@@ -1,6 +1,6 @@
 #include "vornctl/Link.h"
 
-#include "client/BadValue.h"
+#include "vornctl/Finally.h"
 
 #include <pthread.h>
 #include <signal.h>
@@ -22,24 +22,32 @@ using client::TROUBLE;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr INTERFACE kAll[] = {INTERFACE::kCae, INTERFACE::kIo, INTERFACE::kMon};
-
 /// When the interface that is needed has come, the others have, if they are free: their pauses are
 /// as long, and an attempt is made each second at least.
 constexpr milliseconds kAfterRequired{400};
 constexpr milliseconds kAfterRequiredThatPaused{2000};
 /// To say goodbye where nothing can be lost.
 constexpr milliseconds kGoodbye{1000};
-/// Where nothing says that a line was read, a report of its refusal comes in this time or so.
+/// Where nothing says that a line was read, a report of its refusal comes in this time or so: for
+/// all of them, and for each.
 constexpr milliseconds kUnprovenRefusal{300};
-/// From so many lines on of which it is not known yet what became of them, that is waited for
-/// first.
-constexpr std::uint64_t kMostUnsettled = 1024;
+constexpr milliseconds kUnprovenLine{2};
+/// What a read of the daemon's takes.
+constexpr std::size_t kLongestRead = 255;
 constexpr milliseconds kProgressAfter{1000};
 constexpr milliseconds kProgressStep{250};
 
-/// Set by the handler of SIGINT, which is let in while the loop waits, and only then.
-volatile sig_atomic_t isInterrupted = 0;
+/// Set by the handler of the signals that are let in while the loop waits, and only then; 0: none.
+volatile sig_atomic_t signalThatCame = 0;
+
+sigset_t& SignalsToLetIn() {
+  static sigset_t signals = [] {
+    sigset_t none;
+    sigemptyset(&none);
+    return none;
+  }();
+  return signals;
+}
 
 bool IsOver(const SESSION& session) {
   return session.State() == SESSION_STATE::kReady || session.State() == SESSION_STATE::kFailed ||
@@ -50,11 +58,15 @@ EXIT_STATUS StatusOf(TROUBLE trouble) {
   return trouble == TROUBLE::kTaken ? EXIT_STATUS::kTaken : EXIT_STATUS::kNotReached;
 }
 
-/// poll() until then at the latest, with SIGINT let in.
+/// poll() until then at the latest, with those signals let in.
 int Poll(std::vector<pollfd>& polled, TIME until) {
   sigset_t letIn;
   pthread_sigmask(SIG_BLOCK, nullptr, &letIn);
-  sigdelset(&letIn, SIGINT);
+  for (const int signal : {SIGINT, SIGTERM}) {
+    if (sigismember(&SignalsToLetIn(), signal) != 0) {
+      sigdelset(&letIn, signal);
+    }
+  }
   timespec limit{};
   if (until != TIME::max()) {
     const auto left = std::max(until - CLOCK::now(), CLOCK::duration::zero());
@@ -67,14 +79,12 @@ int Poll(std::vector<pollfd>& polled, TIME until) {
 
 }  // namespace
 
-void LetInterruptsEndCommands() {
+void LetSignalEndCommand(int signal) {
+  sigaddset(&SignalsToLetIn(), signal);
+  pthread_sigmask(SIG_BLOCK, &SignalsToLetIn(), nullptr);
   struct sigaction action {};
-  action.sa_handler = [](int /*signal*/) { isInterrupted = 1; };
-  sigaction(SIGINT, &action, nullptr);
-  sigset_t interrupt;
-  sigemptyset(&interrupt);
-  sigaddset(&interrupt, SIGINT);
-  pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+  action.sa_handler = [](int number) { signalThatCame = number; };
+  sigaction(signal, &action, nullptr);
 }
 
 LINK::LINK(const SETTINGS& settings, OUTPUT& output) : m_settings(settings), m_output(output) {
@@ -95,6 +105,7 @@ client::SESSION_SETTINGS LINK::SessionSettings(INTERFACE interface) const {
     session.outSeparators = {io.inp, io.out};
   }
   session.patience = m_settings.wait;
+  session.givesUp = !m_keepsTrying;
   return session;
 }
 
@@ -128,6 +139,13 @@ SESSION& LINK::Get(INTERFACE interface) {
   std::unique_ptr<SESSION>& slot = interface == INTERFACE::kIo ? m_io : m_mon;
   slot = std::make_unique<SESSION>(interface, SessionSettings(interface));
   slot->OnLine([this, interface](std::string_view line) { TakeLine(interface, line); });
+  if (interface == INTERFACE::kIo) {
+    slot->OnState([this](SESSION_STATE state) {
+      if (state != SESSION_STATE::kReady && m_onIoLost) {
+        m_onIoLost();
+      }
+    });
+  }
   return *slot;
 }
 
@@ -157,8 +175,9 @@ void LINK::TakeLine(INTERFACE interface, std::string_view line) {
   if (interface == INTERFACE::kMon && kind && client::TypeOf(*kind).inputBlocks == 0) {
     return;
   }
-  if (m_onBlock) {
-    m_onBlock(*value, std::string(line));
+  const std::string text(line);
+  for (const ON_BLOCK& listener : m_listeners) {
+    listener(*value, text);
   }
 }
 
@@ -188,29 +207,34 @@ void LINK::Open(const std::vector<INTERFACE>& required, const std::vector<INTERF
   for (const INTERFACE interface : wished) {
     Begin(interface);
   }
-  const auto areOver = [this](const std::vector<INTERFACE>& interfaces) {
-    return std::all_of(interfaces.begin(), interfaces.end(),
-                       [this](INTERFACE interface) { return IsDecided(*Find(interface)); });
-  };
   const TIME began = CLOCK::now();
-  while (!areOver(required)) {
+  const auto isDecided = [&](INTERFACE interface) { return IsDecided(*Find(interface), began); };
+  while (!std::all_of(required.begin(), required.end(), isDecided)) {
     Turn(CLOCK::now() + kProgressStep);
     ShowProgress(required, began);
   }
+  m_output.Progress({});
   for (const INTERFACE interface : required) {
     if (!IsReady(interface)) {
       throw FailureOf(interface);
     }
   }
   const bool hasPaused = CLOCK::now() - began > kAfterRequired;
-  RunUntil([&] { return areOver(wished); },
-           CLOCK::now() + (hasPaused ? kAfterRequiredThatPaused : kAfterRequired));
+  RunUntil(
+      [&] {
+        return std::all_of(wished.begin(), wished.end(), [&](INTERFACE interface) {
+          return isDecided(interface) || Trouble(interface) == TROUBLE::kTaken;
+        });
+      },
+      CLOCK::now() + (hasPaused ? kAfterRequiredThatPaused : kAfterRequired));
 }
 
 /// It is ready, or there is no use in waiting for it.
-bool LINK::IsDecided(const SESSION& session) const {
-  return IsOver(session) || (!m_settings.isWaitGiven && session.Trouble() == TROUBLE::kNoDaemon &&
-                             session.State() == SESSION_STATE::kPausing);
+bool LINK::IsDecided(const SESSION& session, TIME began) const {
+  const bool isHopeless = !m_settings.isWaitGiven && session.Trouble() == TROUBLE::kNoDaemon &&
+                          session.State() == SESSION_STATE::kPausing;
+  return IsOver(session) || isHopeless ||
+         (m_keepsTrying && CLOCK::now() - began >= m_settings.wait);
 }
 
 TROUBLE LINK::Try(const std::vector<INTERFACE>& interfaces) {
@@ -219,14 +243,15 @@ TROUBLE LINK::Try(const std::vector<INTERFACE>& interfaces) {
   }
   const TIME began = CLOCK::now();
   const auto areOver = [&] {
-    return std::all_of(interfaces.begin(), interfaces.end(), [this](INTERFACE interface) {
-      return IsDecided(*Find(interface)) || Trouble(interface) == TROUBLE::kTaken;
+    return std::all_of(interfaces.begin(), interfaces.end(), [&](INTERFACE interface) {
+      return IsDecided(*Find(interface), began) || Trouble(interface) == TROUBLE::kTaken;
     });
   };
   while (!areOver()) {
     Turn(CLOCK::now() + kProgressStep);
     ShowProgress(interfaces, began);
   }
+  m_output.Progress({});
   for (const INTERFACE interface : interfaces) {
     if (!IsReady(interface)) {
       return Trouble(interface);
@@ -243,13 +268,12 @@ void LINK::ShowProgress(const std::vector<INTERFACE>& awaited, TIME began) {
   for (const INTERFACE interface : awaited) {
     const SESSION& session = *Find(interface);
     if (!IsOver(session)) {
-      const auto left = std::chrono::ceil<seconds>(session.GivesUpAt() - now).count();
+      const auto left = std::chrono::ceil<seconds>(began + m_settings.wait - now).count();
       m_output.Progress(client::Describe(interface, session.Trouble()) + "; trying for " +
                         std::to_string(std::max<std::int64_t>(left, 0)) + " s more");
       return;
     }
   }
-  m_output.Progress({});
 }
 
 void LINK::Leave(INTERFACE interface) {
@@ -262,13 +286,14 @@ void LINK::Leave(INTERFACE interface) {
     return;
   }
   session->Finish(CLOCK::now(), m_settings.timeout);
-  RunUntil([&] { return IsOver(*session) && session->State() != SESSION_STATE::kReady; },
-           TIME::max());
+  AwaitQuick(
+      "vorn's goodbye",
+      [&] { return IsOver(*session) && session->State() != SESSION_STATE::kReady; }, TIME::max());
 }
 
 void LINK::LeaveAll() {
   std::vector<SESSION*> finishing;
-  for (const INTERFACE interface : kAll) {
+  for (const INTERFACE interface : client::kInterfaces) {
     SESSION* session = Find(interface);
     if (session == nullptr) {
       continue;
@@ -281,7 +306,8 @@ void LINK::LeaveAll() {
       session->End();
     }
   }
-  RunUntil(
+  AwaitQuick(
+      "vorn's goodbye",
       [&] {
         return std::all_of(finishing.begin(), finishing.end(), [](const SESSION* session) {
           return session->State() == SESSION_STATE::kIdle ||
@@ -294,6 +320,7 @@ void LINK::LeaveAll() {
 // --- CAE ----------------------------------------------------------------------------------------
 
 client::CAE_RESULT LINK::AskAnything(const client::CAE_REQUEST& request) {
+  CheckLine(request.line, INTERFACE::kCae);
   Open({INTERFACE::kCae});
   // Shared with the handler: where the wait is broken off, the answer may come all the same.
   struct ANSWER {
@@ -308,7 +335,7 @@ client::CAE_RESULT LINK::AskAnything(const client::CAE_REQUEST& request) {
         answer->isThere = true;
       },
       m_settings.timeout);
-  RunUntil([&] { return answer->isThere; }, TIME::max());
+  AwaitQuick("the answer to " + request.line, [&] { return answer->isThere; }, TIME::max());
   return answer->result;
 }
 
@@ -366,26 +393,45 @@ client::CARD_KIND LINK::KindOf(int address) {
 
 // --- IO -----------------------------------------------------------------------------------------
 
-client::DELIVERY::NUMBER LINK::Send(const std::string& line) {
-  const std::string& end = m_settings.separators.at(INTERFACE::kIo).inp;
+/// What the daemon would cut in two, or take for more than one line.
+void LINK::CheckLine(const std::string& line, INTERFACE interface) const {
+  const std::string& end = m_settings.separators.at(interface).inp;
   if (!end.empty() && line.find(end) != std::string::npos) {
+    throw FAILURE(EXIT_STATUS::kUsage, "'" + line + "': what ends a line on " +
+                                           client::NameOf(interface) +
+                                           " cannot stand in it: " + end);
+  }
+  if (line.size() + end.size() > kLongestRead) {
     throw FAILURE(EXIT_STATUS::kUsage,
-                  "'" + line + "': what ends a line on IO cannot stand in it: " + end);
+                  "a line of " + std::to_string(line.size()) + " characters: vorn takes " +
+                      std::to_string(kLongestRead - std::min(kLongestRead, end.size())));
   }
-  if (m_delivery.LastSent() - m_settled >= kMostUnsettled) {
-    Settle();
-  }
+}
+
+client::DELIVERY::NUMBER LINK::Send(const std::string& line) {
+  CheckLine(line, INTERFACE::kIo);
   while (!m_io->Send(line)) {
     if (!IsReady(INTERFACE::kIo)) {
       throw FailureOf(INTERFACE::kIo);
     }
-    RunUntil([this] { return m_io->Unsent() < SESSION::kMostUnsent / 2; },
-             CLOCK::now() + m_settings.timeout, {INTERFACE::kIo});
-    if (m_io->Unsent() >= SESSION::kMostUnsent / 2) {
+    if (!AwaitQuick(
+            "vorn to take lines on IO", [this] { return m_io->Unsent() < SESSION::kMostUnsent / 2; },
+            CLOCK::now() + m_settings.timeout, {INTERFACE::kIo})) {
       throw FAILURE(EXIT_STATUS::kTimeout, "vorn takes no more lines on IO: see its log");
     }
   }
-  return m_delivery.Sent(line);
+  // On MON it is cut at what ends a line from vorn, too.
+  const std::string& end = m_settings.separators.at(INTERFACE::kIo).out;
+  return m_delivery.Sent(end.empty() ? line : line.substr(0, line.find(end)));
+}
+
+std::size_t LINK::Unsettled() const {
+  return static_cast<std::size_t>(m_delivery.LastSent() - m_settled);
+}
+
+void LINK::ForgetUnsettled() {
+  m_settled = m_delivery.LastSent();
+  m_delivery.Forget(m_settled + 1);
 }
 
 LINK::PROOF LINK::Settle() {
@@ -393,7 +439,7 @@ LINK::PROOF LINK::Settle() {
   if (last == m_settled) {
     return PROOF::kChecked;
   }
-  PROOF proof = PROOF::kSent;
+  const char* const kWhat = "vorn to take what was sent";
   const auto isWritten = [this] { return m_io->Unsent() == 0; };
   // As long as lines are taken, there is no limit: a busy card bus holds its clients back.
   for (std::size_t unsent = m_io->Unsent() + 1; !isWritten();) {
@@ -401,31 +447,35 @@ LINK::PROOF LINK::Settle() {
       throw FAILURE(EXIT_STATUS::kTimeout, "vorn takes no more lines on IO: see its log");
     }
     unsent = m_io->Unsent();
-    RunUntil(isWritten, CLOCK::now() + m_settings.timeout, {INTERFACE::kIo});
+    AwaitQuick(kWhat, isWritten, CLOCK::now() + m_settings.timeout, {INTERFACE::kIo});
   }
+  PROOF proof = PROOF::kSent;
   if (IsReady(INTERFACE::kMon)) {
     while (m_delivery.LastCopied() < last) {
       const client::DELIVERY::NUMBER before = m_delivery.LastCopied();
-      RunUntil([&] { return m_delivery.LastCopied() != before; }, CLOCK::now() + m_settings.timeout,
-               {INTERFACE::kIo, INTERFACE::kMon});
-      if (m_delivery.LastCopied() == before) {
+      if (!AwaitQuick(
+              kWhat, [&] { return m_delivery.LastCopied() != before; },
+              CLOCK::now() + m_settings.timeout, {INTERFACE::kIo, INTERFACE::kMon})) {
         throw FAILURE(EXIT_STATUS::kTimeout,
                       "vorn has not taken the lines in time; it may still do so");
       }
     }
     proof = PROOF::kTaken;
   } else if (IsReady(INTERFACE::kCae)) {
-    RunUntil([] { return false; }, CLOCK::now() + kUnprovenRefusal, {INTERFACE::kIo});
+    RunUntil([] { return false; },
+             CLOCK::now() + kUnprovenRefusal + Unsettled() * kUnprovenLine, {INTERFACE::kIo});
   }
   if (IsReady(INTERFACE::kCae)) {
     // What it refused it has told before it answers.
-    Ask(client::AskVersion());
-    if (proof == PROOF::kTaken) {
-      proof = PROOF::kChecked;
+    const client::CAE_RESULT answer = AskAnything(client::AskVersion());
+    if (answer.outcome != client::OUTCOME::kDone) {
+      throw FAILURE(answer.outcome == client::OUTCOME::kLost ? EXIT_STATUS::kNotReached
+                                                             : EXIT_STATUS::kTimeout,
+                    "sent; whether vorn refused it was not told in time");
     }
+    proof = proof == PROOF::kTaken ? PROOF::kChecked : proof;
   }
-  m_settled = last;
-  m_delivery.Forget(last + 1);
+  ForgetUnsettled();
   return proof;
 }
 
@@ -434,7 +484,7 @@ LINK::PROOF LINK::Settle() {
 void LINK::Turn(TIME limit) {
   std::vector<pollfd> polled;
   TIME until = limit;
-  for (const INTERFACE interface : kAll) {
+  for (const INTERFACE interface : client::kInterfaces) {
     const SESSION* session = Find(interface);
     if (session != nullptr) {
       polled.push_back({session->Descriptor(), session->Events(), 0});
@@ -447,19 +497,20 @@ void LINK::Turn(TIME limit) {
     polled.push_back({source.descriptor, source.events, 0});
   }
   // A pipe that nobody reads any more says so without being asked.
-  polled.push_back({STDOUT_FILENO, 0, 0});
+  polled.push_back({m_looksAtReader && !m_output.IsReaderGone() ? STDOUT_FILENO : -1, 0, 0});
   if (Poll(polled, until) < 0) {
-    if (isInterrupted != 0) {
-      isInterrupted = 0;
-      throw INTERRUPTED();
+    const int signal = signalThatCame;
+    signalThatCame = 0;
+    if (signal != 0) {
+      throw INTERRUPTED{signal};
     }
     return;
   }
   if ((polled.back().revents & POLLERR) != 0) {
-    throw READER_GONE();
+    m_output.SetReaderGone();
   }
   const TIME now = CLOCK::now();
-  for (const INTERFACE interface : kAll) {
+  for (const INTERFACE interface : client::kInterfaces) {
     if (interface == INTERFACE::kCae && m_cae != nullptr) {
       m_cae->Handle(now);
     } else if (SESSION* session = Find(interface)) {
@@ -472,6 +523,20 @@ void LINK::Turn(TIME limit) {
       sources[i].handle(polled[sessions + i].revents);
     }
   }
+}
+
+bool LINK::AwaitQuick(const std::string& what, const std::function<bool()>& holds, TIME limit,
+                      const std::vector<INTERFACE>& needed) {
+  const TIME slow = CLOCK::now() + kProgressAfter;
+  if (RunUntil(holds, std::min(limit, slow), needed)) {
+    return true;
+  }
+  if (slow >= limit) {
+    return false;
+  }
+  m_output.Progress("waiting for " + what);
+  const FINALLY clear([this] { m_output.Progress({}); });
+  return RunUntil(holds, limit, needed);
 }
 
 bool LINK::RunUntil(const std::function<bool()>& holds, TIME limit,

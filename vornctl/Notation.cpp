@@ -23,19 +23,10 @@ bool IsDigit(char sign) {
   return sign >= '0' && sign <= '9';
 }
 
-/// A decimal number of at most three digits; -1 for anything else.
+/// Of a channel; -1 for anything else.
 int ReadNumber(std::string_view text) {
   constexpr std::size_t kMostDigits = 3;
-  constexpr int kBase = 10;
-  if (text.empty() || text.size() > kMostDigits ||
-      !std::all_of(text.begin(), text.end(), IsDigit)) {
-    return -1;
-  }
-  int number = 0;
-  for (const char digit : text) {
-    number = number * kBase + (digit - '0');
-  }
-  return number;
+  return text.size() > kMostDigits ? -1 : ReadDecimal(text).value_or(-1);
 }
 
 bool IsBit(const CARD_TYPE& type) {
@@ -69,6 +60,20 @@ std::string Percentage(double percent) {
 }
 
 }  // namespace
+
+std::optional<int> ReadDecimal(std::string_view text) {
+  constexpr std::size_t kMostDigits = 9;
+  constexpr int kBase = 10;
+  if (text.empty() || text.size() > kMostDigits ||
+      !std::all_of(text.begin(), text.end(), IsDigit)) {
+    return std::nullopt;
+  }
+  int number = 0;
+  for (const char digit : text) {
+    number = number * kBase + (digit - '0');
+  }
+  return number;
+}
 
 std::optional<PLACE> ReadPlace(std::string_view text) {
   if (text.empty()) {

@@ -64,6 +64,9 @@ std::optional<READING> Read(const PLACE& place, const client::CARD_TYPE& type, s
 bool ReadSwitch(const std::string& text, const std::string& title);
 std::uint8_t ReadLevel(const std::string& text, const client::CARD_TYPE& type,
                        const std::string& title);
+/// A whole number without a sign, 0 to 999999999; nothing for anything else. Zeros in front say
+/// nothing.
+std::optional<int> ReadDecimal(std::string_view text);
 /// Two hexadecimal digits, "0x" allowed before them.
 std::uint8_t ReadByte(const std::string& text, const std::string& title);
 

@@ -1,9 +1,11 @@
 #include "vornctl/Output.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 namespace ctl {
@@ -12,16 +14,19 @@ namespace {
 
 constexpr char kClearLine[] = "\r\033[K";
 
-/// All of it, or false where nobody reads any more.
-bool WriteAll(int descriptor, std::string_view text) {
+/// All of it; 0, or the number of the error.
+int WriteAll(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno != EINTR) {
-      return false;
+    if (written < 0 && errno == EAGAIN) {
+      pollfd ready = {descriptor, POLLOUT, 0};
+      poll(&ready, 1, -1);
+    } else if (written < 0 && errno != EINTR) {
+      return errno;
     }
     text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
   }
-  return true;
+  return 0;
 }
 
 /// What a server or a user has written may be no UTF-8.
@@ -39,8 +44,24 @@ void OUTPUT::PutLine(const std::string& line) {
   Progress({});
   if (m_print) {
     m_print(line + "\n");
-  } else if (!WriteAll(STDOUT_FILENO, line + "\n")) {
-    throw READER_GONE();
+    return;
+  }
+  if (m_isReaderGone || m_writeError != 0) {
+    return;
+  }
+  const int error = WriteAll(STDOUT_FILENO, line + "\n");
+  if (error == EPIPE) {
+    m_isReaderGone = true;
+  } else {
+    m_writeError = error;
+  }
+}
+
+void OUTPUT::Check() const {
+  if (m_writeError != 0) {
+    throw FAILURE(EXIT_STATUS::kUsage,
+                  std::string("the standard output cannot be written: ") +
+                      std::strerror(m_writeError));
   }
 }
 

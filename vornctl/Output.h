@@ -11,11 +11,9 @@ namespace ctl {
 /// One line of --json. Its fields are documented in vornctl.schema.json, and keep their names.
 using RECORD = nlohmann::ordered_json;
 
-/// The reader of the standard output has gone: no fault, and nothing more to do.
-class READER_GONE {};
-
 /// What the program says: results on the standard output, one line each and written at once; notes,
-/// progress and errors on the standard error. On the program's only thread.
+/// progress and errors on the standard error. On the program's only thread. Nothing here throws but
+/// Check: it is called from handlers.
 class OUTPUT {
  public:
   struct OPTIONS {
@@ -27,7 +25,7 @@ class OUTPUT {
 
   bool IsJson() const { return m_options.json; }
 
-  /// A result: the text, or with --json the record. Throws READER_GONE.
+  /// A result: the text, or with --json the record. Dropped where nobody reads any more.
   void Put(const std::string& text, const RECORD& record);
   /// A result that has a form for programs only.
   void PutRecord(const RECORD& record);
@@ -42,6 +40,13 @@ class OUTPUT {
   /// and line of a batch, or empty.
   void Fail(const FAILURE& failure, const std::string& origin = {});
 
+  /// Nobody reads the standard output any more. No fault: a command that only shows is over then, any
+  /// other goes on.
+  bool IsReaderGone() const { return m_isReaderGone; }
+  void SetReaderGone() { m_isReaderGone = true; }
+  /// Throws FAILURE, kUsage, where the standard output could not be written for another reason.
+  void Check() const;
+
   /// From here on all lines go there: above a prompt. Empty: to the streams again.
   void PrintBy(std::function<void(const std::string& lines)> print) { m_print = std::move(print); }
 
@@ -52,6 +57,8 @@ class OUTPUT {
   const OPTIONS m_options;
   const bool m_showsProgress;
   bool m_isProgressShown = false;
+  bool m_isReaderGone = false;
+  int m_writeError = 0;  ///< errno of the first; 0: none
   std::function<void(const std::string&)> m_print;
 };
 

@@ -37,10 +37,16 @@ struct PROGRAM_OPTIONS {
 
 void AddPort(CLI::App& app, PROGRAM_OPTIONS& options, const char* name, INTERFACE interface) {
   constexpr int kLargestPort = 65535;
-  app.add_option_function<int>(
-         name, [&options, interface](int port) { options.settings.ports[interface] = port; },
+  app.add_option_function<std::string>(
+         name,
+         [&options, interface, name = std::string(name)](const std::string& text) {
+           const int port = ReadDecimal(text).value_or(0);
+           if (port < 1 || port > kLargestPort) {
+             throw CLI::ValidationError(name, "'" + text + "' is no port, 1 to 65535");
+           }
+           options.settings.ports[interface] = port;
+         },
          std::string("port of ") + client::NameOf(interface))
-      ->check(CLI::Range(1, kLargestPort).description(""))
       ->type_name("PORT");
 }
 
@@ -93,12 +99,6 @@ int RunCompletion(const std::string& what, const SETTINGS& settings, OUTPUT& out
   return 0;
 }
 
-/// What the commands have left to do.
-void Finish(CONTEXT& context) {
-  context.output.Progress({});
-  context.link.LeaveAll();
-}
-
 EXIT_STATUS RunCommand(CONTEXT& context, const std::string& name, const ARGUMENTS& arguments) {
   context.isLong = name == "shell" || name == "batch";
   if (name == "shell") {
@@ -125,9 +125,18 @@ int RunWith(const PROGRAM_OPTIONS& options, const std::string& name, const ARGUM
       context.refused.emplace_back(number, line);
     }
   });
-  const EXIT_STATUS status = RunCommand(context, name, arguments);
-  Finish(context);
-  return static_cast<int>(status);
+  link.OnIoLost([&] { context.blocks.clear(); });
+  try {
+    const EXIT_STATUS status = RunCommand(context, name, arguments);
+    link.LeaveAll();
+    output.Check();
+    return static_cast<int>(status);
+  } catch (const FAILURE& failure) {
+    // What was sent before arrives all the same.
+    output.Fail(failure);
+    link.LeaveAll();
+    return static_cast<int>(failure.Status());
+  }
 }
 
 }  // namespace
@@ -160,7 +169,7 @@ int RunProgram(int argc, char** argv) {
 
   std::string name = "shell";
   try {
-    app.parse(argc, argv);
+    Parse(app, arguments, {argv + 1, argv + argc});
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
       return app.exit(error);  // help, or the version
@@ -181,8 +190,9 @@ int RunProgram(int argc, char** argv) {
   } catch (const FAILURE& failure) {
     output.Fail(failure);
     return static_cast<int>(failure.Status());
-  } catch (const READER_GONE&) {
-    return 0;
+  } catch (const INTERRUPTED& interrupted) {
+    constexpr int kBySignal = 128;  // as a shell has it
+    return kBySignal + interrupted.signal;
   }
 }
 

@@ -213,6 +213,9 @@ void ReadIfThere(SETTINGS& settings, const std::string& path) {
 /// HOST, or HOST:PORT: CAE's port, those of IO and MON are the two behind it.
 void TakeHost(SETTINGS& settings, const std::string& text) {
   const std::size_t colon = text.rfind(':');
+  if (text.find(':') != colon) {
+    throw FAILURE(EXIT_STATUS::kUsage, "'" + text + "': vorn listens on IPv4 addresses only");
+  }
   settings.host = text.substr(0, colon);
   if (settings.host.empty()) {
     throw FAILURE(EXIT_STATUS::kUsage, "'" + text + "' is no host: HOST or HOST:PORT");

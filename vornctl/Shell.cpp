@@ -3,11 +3,13 @@
 #include "vornctl/Batch.h"
 #include "vornctl/Changes.h"
 #include "vornctl/Completion.h"
+#include "vornctl/Finally.h"
 #include "vornctl/Interpreter.h"
 #include "vornctl/LineEditor.h"
 #include "vornctl/Words.h"
 #include "vornctl/commands/Commands.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -19,6 +21,7 @@ namespace ctl {
 namespace {
 
 using client::INTERFACE;
+using client::kInterfaces;
 
 constexpr const char* kPrompt = "vorn> ";
 
@@ -44,56 +47,82 @@ class SHELL {
             [this](const std::string& before) { return Complete(before, Facts()); }) {}
 
   EXIT_STATUS Run() {
-    LetInterruptsEndCommands();
+    LetSignalEndCommand(SIGINT);
+    const FINALLY silence([this] { m_context.output.PrintBy({}); });
     m_context.output.PrintBy([this](const std::string& lines) { m_editor.Print(lines); });
-    Try([this] { Connect(); });
-    while (!m_isOver) {
-      if (m_lines.empty() && m_editor.Ended()) {
-        break;
-      }
+    m_context.link.KeepTrying();
+    const LINK::LISTENER listener = m_context.link.Listen(
+        [this](const client::BLOCK_VALUE& value, const std::string& line) { Hear(value, line); });
+    m_editor.HidePrompt();
+    Try([this] { m_context.link.Open({}, {std::begin(kInterfaces), std::end(kInterfaces)}); });
+    while (!m_isOver && !(m_lines.empty() && m_editor.Ended())) {
+      Try([this] { Learn(); });
       if (m_lines.empty()) {
         Try([this] { AwaitLine(); });
-        continue;
+      } else {
+        const std::string line = std::move(m_lines.front());
+        m_lines.pop_front();
+        RunLine(line);
       }
-      const std::string line = std::move(m_lines.front());
-      m_lines.pop_front();
-      RunLine(line);
     }
-    m_context.link.ClearSources();
-    m_context.link.OnBlock({});
-    m_context.output.PrintBy({});
     return m_status;
   }
 
  private:
-  void Connect() {
-    m_editor.HidePrompt();
-    m_context.link.Open({}, {INTERFACE::kCae, INTERFACE::kIo, INTERFACE::kMon});
-    if (m_context.link.IsReady(INTERFACE::kCae)) {
-      m_context.link.Cards();
-      if (m_context.link.IsReady(INTERFACE::kIo)) {
-        LearnStates(m_context, m_changes, {});
-      }
+  /// Changes while a command is carried out are news for later: it says what it has to say.
+  void Hear(const client::BLOCK_VALUE& value, const std::string& line) {
+    if (!m_isAtPrompt) {
+      m_changes.Learn(value);
+      return;
     }
-    if (!m_context.link.IsReady(INTERFACE::kIo) && !m_context.link.IsReady(INTERFACE::kMon)) {
-      m_context.output.Note("neither IO nor MON is free: changes of inputs are not shown yet");
+    for (const CHANGE& change : m_changes.Take(value)) {
+      m_context.output.Put(ChangeText(change), ChangeRecord(change, line));
     }
   }
 
-  /// At the prompt: until a line is there.
+  bool SeesInputs() const {
+    return m_context.link.IsReady(INTERFACE::kIo) || m_context.link.IsReady(INTERFACE::kMon);
+  }
+
+  /// Says it where inputs are seen no more, or again, and learns their states then.
+  void Learn() {
+    const bool seesInputs = SeesInputs();
+    if (seesInputs != m_seesInputs) {
+      m_seesInputs = seesInputs;
+      m_context.output.Note(seesInputs ? "changes of inputs are shown"
+                                       : "neither IO nor MON is there: changes of inputs are not "
+                                         "shown; trying on");
+    }
+    const bool couldAsk = std::exchange(m_canAsk, m_context.link.IsReady(INTERFACE::kCae));
+    const bool hadIo = std::exchange(m_hasIo, m_context.link.IsReady(INTERFACE::kIo));
+    if (m_canAsk && !couldAsk) {
+      m_context.link.ForgetCards();
+      m_context.link.Cards();
+    }
+    if (m_canAsk && m_hasIo && !(couldAsk && hadIo)) {
+      TellStates(m_context, {});
+    }
+  }
+
+  bool IsAnythingNew() const {
+    return SeesInputs() != m_seesInputs ||
+           m_context.link.IsReady(INTERFACE::kCae) != m_canAsk ||
+           m_context.link.IsReady(INTERFACE::kIo) != m_hasIo;
+  }
+
+  /// At the prompt: until a line is there, or an interface is or is not.
   void AwaitLine() {
-    m_context.link.OnBlock([this](const client::BLOCK_VALUE& value, const std::string& line) {
-      for (const CHANGE& change : m_changes.Take(value)) {
-        m_context.output.Put(ChangeText(change), ChangeRecord(change, line));
-      }
-    });
-    m_context.link.ClearSources();
     m_context.link.AddSource(
         {m_editor.Descriptor(), POLLIN, [this](short /*events*/) { m_editor.Handle(); }});
+    const FINALLY clear([this] {
+      m_context.link.ClearSources();
+      m_isAtPrompt = false;
+    });
+    m_isAtPrompt = true;
     m_editor.ShowPrompt();
-    m_context.link.RunUntil([this] { return !m_lines.empty() || m_editor.Ended(); },
-                            client::TIME::max());
-    m_context.link.ClearSources();
+    m_context.link.RunUntil(
+        [this] { return !m_lines.empty() || m_editor.Ended() || IsAnythingNew(); },
+        client::TIME::max());
   }
 
   void RunLine(const std::string& line) {
@@ -139,7 +168,7 @@ class SHELL {
       m_context.output.Fail(failure);
       m_status = failure.Status();
     } catch (const INTERRUPTED&) {
-      m_context.output.Progress({});
+      // The user has seen it.
     }
   }
 
@@ -163,6 +192,11 @@ class SHELL {
   std::deque<std::string> m_lines;  // typed, or pasted, and not carried out yet
   LINE_EDITOR m_editor;
   bool m_isOver = false;
+  bool m_isAtPrompt = false;
+  // What has been told and learnt.
+  bool m_seesInputs = true;
+  bool m_canAsk = false;
+  bool m_hasIo = false;
   EXIT_STATUS m_status = EXIT_STATUS::kDone;
 };
 

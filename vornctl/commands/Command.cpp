@@ -22,8 +22,20 @@ const char* WordOf(LINK::PROOF proof) {
   return "sent";
 }
 
-[[noreturn]] void RefuseLine(const std::string& line) {
-  throw FAILURE(EXIT_STATUS::kRefused, "vorn refused the IO line '" + line + "'");
+FAILURE RefusalOf(const std::string& line) {
+  return {EXIT_STATUS::kRefused, "vorn refused the IO line '" + line + "'"};
+}
+
+/// What is known of lines: to programs, and to a user where it is less than he may think.
+void TellProof(CONTEXT& context, RECORD record, LINK::PROOF proof) {
+  if (proof == LINK::PROOF::kSent && !context.unchecked &&
+      !context.link.IsReady(INTERFACE::kCae)) {
+    context.output.Note(
+        "sent; CAE and MON are not free, so that it cannot be known whether vorn took it "
+        "(--unchecked: do not ask)");
+  }
+  record["state"] = WordOf(proof);
+  context.output.PutRecord(record);
 }
 
 }  // namespace
@@ -43,13 +55,28 @@ void DoAndTell(CONTEXT& context, const client::CAE_REQUEST& request) {
   }
 }
 
+client::DELIVERY::NUMBER SendLine(CONTEXT& context, const std::string& line) {
+  const client::DELIVERY::NUMBER number = context.dryRun ? 0 : context.link.Send(line);
+  // A typed line may set a block, too.
+  if (const auto value = client::ReadBlockLine(line)) {
+    context.blocks[{value->address, value->block}] = value->value;
+  }
+  return number;
+}
+
 void OpenForSending(CONTEXT& context) {
   if (context.dryRun) {
     return;
   }
+  if (context.series.isOn && context.link.Unsettled() > 0) {
+    if (!context.link.IsReady(INTERFACE::kIo)) {
+      throw context.link.FailureOf(INTERFACE::kIo);  // what was sent may be lost with it
+    }
+    return;
+  }
   if (context.unchecked) {
     context.link.Open({INTERFACE::kIo});
-  } else if (!context.link.IsReady(INTERFACE::kIo) || !context.series.isOn) {
+  } else {
     context.link.Open({INTERFACE::kIo}, {INTERFACE::kCae, INTERFACE::kMon});
   }
 }
@@ -58,13 +85,14 @@ void SendLines(CONTEXT& context, const std::vector<std::string>& lines) {
   if (context.dryRun) {
     for (const std::string& line : lines) {
       context.output.Put(line, {{"type", "line"}, {"interface", "IO"}, {"line", line}});
+      SendLine(context, line);
     }
     return;
   }
   OpenForSending(context);
   client::DELIVERY::NUMBER first = 0;
   for (const std::string& line : lines) {
-    const client::DELIVERY::NUMBER number = context.link.Send(line);
+    const client::DELIVERY::NUMBER number = SendLine(context, line);
     first = first == 0 ? number : first;
   }
   if (context.series.isOn) {
@@ -74,37 +102,42 @@ void SendLines(CONTEXT& context, const std::vector<std::string>& lines) {
     }
     return;
   }
-  const LINK::PROOF proof = context.link.Settle();
-  if (!context.refused.empty()) {
-    RefuseLine(context.refused.front().second);
-  }
-  if (proof == LINK::PROOF::kSent && !context.unchecked && !context.link.IsReady(INTERFACE::kCae)) {
-    context.output.Note(
-        "sent; CAE and MON are not free, so that it cannot be known whether vorn took it "
-        "(--unchecked: do not ask)");
-  }
-  if (context.output.IsJson()) {
-    context.output.PutRecord({{"type", "sent"}, {"lines", lines}, {"state", WordOf(proof)}});
-  }
+  TellSent(context, lines);
 }
 
-void SettleSeries(CONTEXT& context) {
-  if (context.series.origins.empty() && context.refused.empty()) {
-    return;
-  }
-  context.link.Settle();
-  const auto origins = std::exchange(context.series.origins, {});
+void TellSent(CONTEXT& context, const std::vector<std::string>& lines) {
+  const LINK::PROOF proof = context.link.Settle();
   const auto refused = std::exchange(context.refused, {});
-  if (refused.empty()) {
-    return;
+  if (!refused.empty()) {
+    throw RefusalOf(refused.front().second);
   }
-  const auto& [number, line] = refused.front();
-  for (const SERIES::ORIGIN& origin : origins) {
-    if (origin.first <= number) {
-      context.series.line = origin.line;
+  TellProof(context, {{"type", "sent"}, {"lines", lines}}, proof);
+}
+
+std::vector<REFUSED_LINE> SettleSeries(CONTEXT& context) {
+  std::vector<REFUSED_LINE> lines;
+  const std::size_t unsettled = context.link.Unsettled();
+  if (unsettled == 0) {
+    return lines;
+  }
+  const auto origins = std::exchange(context.series.origins, {});
+  try {
+    const LINK::PROOF proof = context.link.Settle();
+    TellProof(context, {{"type", "settled"}, {"count", unsettled}}, proof);
+  } catch (const FAILURE& failure) {
+    context.link.ForgetUnsettled();
+    const std::string since = origins.empty() ? "" : std::to_string(origins.front().line);
+    throw FAILURE(failure.Status(), std::string(failure.what()) + "; what was sent since line " +
+                                        since + " may not have been carried out");
+  }
+  for (const auto& [number, line] : std::exchange(context.refused, {})) {
+    int origin = 0;
+    for (const SERIES::ORIGIN& one : origins) {
+      origin = one.first <= number ? one.line : origin;
     }
+    lines.push_back({origin, RefusalOf(line)});
   }
-  RefuseLine(line);
+  return lines;
 }
 
 int ReadAddress(const std::string& word) {
@@ -113,6 +146,14 @@ int ReadAddress(const std::string& word) {
     throw FAILURE(EXIT_STATUS::kUsage, "'" + word + "' is no address of a card: 0 to F");
   }
   return place->address;
+}
+
+std::optional<client::CARD_KIND> FindKind(CONTEXT& context, int address) {
+  const bool canAsk = context.link.IsReady(INTERFACE::kCae);
+  if (!canAsk && !context.link.KnownKindOf(address)) {
+    return std::nullopt;
+  }
+  return context.link.KindOf(address);
 }
 
 const client::CARD_TYPE& FindAnyCard(CONTEXT& context, int address) {
@@ -141,6 +182,9 @@ int FindCard(CONTEXT& context, const std::string& word, client::CARD_KIND kind) 
 
 client::TIME TimeAfter(double seconds) {
   constexpr double kLongest = 1e8;  // three years
+  if (std::isnan(seconds)) {
+    throw FAILURE(EXIT_STATUS::kUsage, "'nan' is no time: seconds");
+  }
   if (seconds < 0 || seconds > kLongest) {
     return client::TIME::max();
   }

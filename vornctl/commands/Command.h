@@ -2,7 +2,6 @@
 
 #include "client/BadValue.h"
 #include "client/Session.h"
-#include "vornctl/Changes.h"
 #include "vornctl/Link.h"
 #include "vornctl/Notation.h"
 #include "vornctl/Output.h"
@@ -46,7 +45,7 @@ struct SERIES {
   };
 
   bool isOn = false;  ///< lines are sent one behind the other; what became of them is told later
-  int line = 0;       ///< of the present command, from 1
+  int line = 0;       ///< of the batch, that of the present command, from 1
   /// Since the last time that all was known.
   std::vector<ORIGIN> origins;
 };
@@ -59,7 +58,8 @@ struct CONTEXT {
   bool unchecked = false;  ///< leaves CAE and MON to others where they only prove something
   bool isLong = false;     ///< more commands follow: an interface that one has used is kept
   SERIES series;
-  /// Output blocks that this program has set: nobody else can, while it holds IO.
+  /// Output blocks that this program has set, by card and number: nobody else can, while it holds
+  /// IO. Forgotten when it loses IO, and where a card or vorn goes back to its start.
   std::map<std::pair<int, int>, std::uint8_t> blocks;
   /// IO lines that the daemon has refused since the last look.
   std::vector<std::pair<client::DELIVERY::NUMBER, std::string>> refused;
@@ -107,16 +107,29 @@ void DoAndTell(CONTEXT& context, const client::CAE_REQUEST& request);
 
 /// What sending needs, and what proves it.
 void OpenForSending(CONTEXT& context);
+/// Sends a line on IO, which must be open; nothing with --dry-run. Remembers what it sets.
+client::DELIVERY::NUMBER SendLine(CONTEXT& context, const std::string& line);
 /// Sends lines on IO and says what became of them; in a series that is told by SettleSeries.
 void SendLines(CONTEXT& context, const std::vector<std::string>& lines);
-/// Waits until it is known. Throws FAILURE, kRefused, for the first that was refused, whose line is
-/// the series' present one then.
-void SettleSeries(CONTEXT& context);
+
+/// Waits until it is known what became of lines that were sent, and says it. Throws FAILURE,
+/// kRefused.
+void TellSent(CONTEXT& context, const std::vector<std::string>& lines);
+
+/// A line of a series that the daemon has refused.
+struct REFUSED_LINE {
+  int line;  ///< of the batch; 0: not known
+  FAILURE failure;
+};
+/// Waits until all is known of what a series has sent, and says it; answers with what was refused.
+std::vector<REFUSED_LINE> SettleSeries(CONTEXT& context);
 
 /// The address of a card. Throws FAILURE, kUsage, for another word.
 int ReadAddress(const std::string& word);
 /// The same, and the card there must be of that kind. Throws FAILURE, kNoSuch.
 int FindCard(CONTEXT& context, const std::string& word, client::CARD_KIND kind);
+/// What is at an address as far as that can be known without waiting for CAE.
+std::optional<client::CARD_KIND> FindKind(CONTEXT& context, int address);
 /// A card must be there. Throws FAILURE, kNoSuch.
 const client::CARD_TYPE& FindAnyCard(CONTEXT& context, int address);
 
@@ -132,9 +145,8 @@ auto Checked(const MAKE& make) {
 
 client::TIME TimeAfter(double seconds);
 
-/// What inputs are before the first change, so that a change of a block can be told as that of its
-/// channels: those of the places, or all where there are none. Takes IO and CAE, which must be
-/// ready: another client of IO would get the lines, too.
-void LearnStates(CONTEXT& context, CHANGES& changes, const std::vector<PLACE>& places);
+/// Has the states of inputs told on IO, which CAE must be ready for: those of the places, or of all
+/// inputs where there are none. Another client of IO would get the lines, too.
+void TellStates(CONTEXT& context, const std::vector<PLACE>& places);
 
 }  // namespace ctl

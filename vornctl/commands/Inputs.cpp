@@ -1,3 +1,5 @@
+#include "vornctl/Changes.h"
+#include "vornctl/Finally.h"
 #include "vornctl/commands/Commands.h"
 
 #include <CLI/CLI.hpp>
@@ -40,7 +42,7 @@ std::vector<PLACE> FindInputs(CONTEXT& context, const std::vector<std::string>& 
     const PLACE place = FindPlace(word, context.link.Settings().names);
     const CARD_TYPE& type = FindAnyCard(context, place.address);
     if (type.inputBlocks == 0) {
-      throw FAILURE(EXIT_STATUS::kUsage, TitleOf(place) + " cannot be read: card " +
+      throw FAILURE(EXIT_STATUS::kNoSuch, TitleOf(place) + " cannot be read: card " +
                                              client::AddressDigit(place.address) + " is " +
                                              type.word +
                                              ", and vorn does not tell what its outputs are");
@@ -59,61 +61,95 @@ int BlockOfInput(CONTEXT& context, const PLACE& place) {
   return BlockOf(place, client::TypeOf(context.link.KindOf(place.address)));
 }
 
-/// Asks for the last state of a block and waits for the line that brings it. Nothing where the card
-/// cannot be asked, or no line comes.
+/// Asks for the last state of a block and waits for the line that brings it. Nothing where no line
+/// comes.
 std::optional<std::uint8_t> AskBlock(CONTEXT& context, int address, int block) {
   std::optional<std::uint8_t> value;
-  context.link.OnBlock([&](const client::BLOCK_VALUE& told, const std::string& /*line*/) {
-    if (told.address == address && told.block == block) {
-      value = told.value;
-    }
-  });
-  // The handler ends with this function, however it ends.
-  const std::unique_ptr<LINK, void (*)(LINK*)> guard(&context.link,
-                                                     [](LINK* link) { link->OnBlock({}); });
+  const LINK::LISTENER listener =
+      context.link.Listen([&](const client::BLOCK_VALUE& told, const std::string& /*line*/) {
+        if (told.address == address && told.block == block) {
+          value = told.value;
+        }
+      });
   context.link.Ask(client::AskLastInput(address, block));
-  context.link.RunUntil([&] { return value.has_value(); }, client::CLOCK::now() + kLineAfterAnswer);
+  context.link.RunUntil([&] { return value.has_value(); },
+                        client::CLOCK::now() + kLineAfterAnswer);
   return value;
 }
 
 struct EXPECTATION {
   PLACE place;
   std::string value;
+  enum { kIs, kAtLeast, kAtMost } relation = kIs;
 };
 
-/// What the place must say, in the same words as it is shown; percentages by the nearest byte.
-std::string Expected(const EXPECTATION& expectation, const CARD_TYPE& type) {
-  const std::string& value = expectation.value;
+/// WHAT=VALUE, WHAT>=VALUE or WHAT<=VALUE.
+EXPECTATION ReadExpectation(const std::string& word, const SETTINGS& settings) {
+  const std::size_t equals = word.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    throw FAILURE(EXIT_STATUS::kUsage,
+                  "'" + word + "' is no condition: WHAT=VALUE, such as 3.6=on, or 'F.3>=50%'");
+  }
+  EXPECTATION expectation;
+  const char before = word[equals - 1];
+  expectation.relation = before == '>'   ? EXPECTATION::kAtLeast
+                         : before == '<' ? EXPECTATION::kAtMost
+                                         : EXPECTATION::kIs;
+  const std::size_t end = expectation.relation == EXPECTATION::kIs ? equals : equals - 1;
+  expectation.place = FindPlace(word.substr(0, end), settings.names);
+  expectation.value = word.substr(equals + 1);
+  return expectation;
+}
+
+/// What the place must say: a switch by its word, all else by the byte.
+using IS_SO = std::function<bool(const READING& reading)>;
+
+IS_SO ConditionOf(const EXPECTATION& expectation, const CARD_TYPE& type) {
   const std::string title = TitleOf(expectation.place);
+  const std::string& value = expectation.value;
+  const bool isSwitch = expectation.place.kind == PLACE_KIND::kChannel &&
+                        type.form == client::VALUE_FORM::kActiveHigh;
+  const bool isNone = expectation.place.kind == PLACE_KIND::kKey && value == "none";
+  if (isSwitch || isNone) {
+    if (expectation.relation != EXPECTATION::kIs) {
+      throw FAILURE(EXIT_STATUS::kUsage, title + " is or is not: " + title + "=" + value);
+    }
+    const std::string text = isNone ? value : ReadSwitch(value, title) ? "on" : "off";
+    return [text](const READING& reading) { return reading.text == text; };
+  }
+  int wanted = 0;
+  constexpr int kLargestCode = 127;
+  constexpr int kFirstEncoderCode = 128;
   switch (expectation.place.kind) {
     case PLACE_KIND::kCard:
-      break;
+      throw FAILURE(EXIT_STATUS::kUsage, title + " is a card: name a channel of it");
     case PLACE_KIND::kBlock:
-      return client::HexByte(ReadByte(value, title));
+      wanted = ReadByte(value, title);
+      break;
     case PLACE_KIND::kChannel:
-      if (type.form == client::VALUE_FORM::kActiveHigh) {
-        return ReadSwitch(value, title) ? "on" : "off";
-      }
-      return Read(expectation.place, type, ReadLevel(value, type, title)).value_or(READING{}).text;
+      wanted = ReadLevel(value, type, title);
+      break;
     case PLACE_KIND::kKey:
     case PLACE_KIND::kEncoder:
-      constexpr int kLargestCode = 127;
-      int code = 0;
-      if (value == "none" && expectation.place.kind == PLACE_KIND::kKey) {
-        return value;
-      }
-      if (!CLI::detail::lexical_cast(value, code) || code < 0 || code > kLargestCode) {
+      wanted = ReadDecimal(value).value_or(-1);
+      if (wanted < 0 || wanted > kLargestCode) {
         throw FAILURE(EXIT_STATUS::kUsage, title + ": '" + value + "' is no number, 0 to 127");
       }
-      return std::to_string(code);
+      wanted += expectation.place.kind == PLACE_KIND::kEncoder ? kFirstEncoderCode : 0;
+      break;
   }
-  throw FAILURE(EXIT_STATUS::kUsage, title + " is a card: name a channel of it");
+  return [wanted, relation = expectation.relation](const READING& reading) {
+    const int is = reading.block;
+    return relation == EXPECTATION::kAtLeast  ? is >= wanted
+           : relation == EXPECTATION::kAtMost ? is <= wanted
+                                              : is == wanted;
+  };
 }
 
 }  // namespace
 
 void DeclareGet(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("inputs", arguments.words, "WHAT: channels, blocks, cards, names or 'all'")
+  command.add_option("WHAT", arguments.words, "WHAT: channels, blocks, cards, names or 'all'")
       ->required();
 }
 
@@ -166,19 +202,7 @@ void RunGet(CONTEXT& context, const ARGUMENTS& arguments) {
   }
 }
 
-namespace {
-
-/// What a watch looks at: all that changes where no place is named.
-std::vector<PLACE> PlacesToWatch(CONTEXT& context, const ARGUMENTS& arguments) {
-  if (!arguments.words.empty()) {
-    return FindInputs(context, arguments.words);
-  }
-  return {};
-}
-
-}  // namespace
-
-void LearnStates(CONTEXT& context, CHANGES& changes, const std::vector<PLACE>& places) {
+void TellStates(CONTEXT& context, const std::vector<PLACE>& places) {
   std::set<std::pair<int, int>> blocks;
   for (const PLACE& place : places) {
     blocks.insert({place.address, BlockOfInput(context, place)});
@@ -193,15 +217,13 @@ void LearnStates(CONTEXT& context, CHANGES& changes, const std::vector<PLACE>& p
   }
   for (const auto& [address, block] : blocks) {
     if (client::TypeOf(context.link.KindOf(address)).canBeAsked) {
-      if (const auto value = AskBlock(context, address, block)) {
-        changes.Learn({address, block, *value});
-      }
+      AskBlock(context, address, block);
     }
   }
 }
 
 void DeclareWatch(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("inputs", arguments.words,
+  command.add_option("WHAT", arguments.words,
                      "WHAT: channels, blocks, cards, names; all inputs if none is named");
   command.add_flag("--monitor", arguments.monitor, "look on through MON, and leave IO to others");
   command.add_option("--count", arguments.count, "end after so many changes")
@@ -213,89 +235,118 @@ void DeclareWatch(CLI::App& command, ARGUMENTS& arguments) {
   command.add_flag("--raw", arguments.raw, "the lines as they come");
 }
 
+namespace {
+
+/// The lines as they come, of the named inputs or all; --count counts lines.
+void WatchLines(CONTEXT& context, const std::vector<PLACE>& places, INTERFACE source,
+                const std::function<bool()>& take) {
+  context.link.OnAnyLine([&context, places, source, take](INTERFACE interface,
+                                                          const std::string& line) {
+    const auto value = client::ReadBlockLine(line);
+    const bool isWanted =
+        places.empty() ||
+        (value && std::any_of(places.begin(), places.end(), [&](const PLACE& place) {
+           return place.address == value->address && BlockOfInput(context, place) == value->block;
+         }));
+    if (interface == source && isWanted && take()) {
+      context.output.Put(line, {{"type", "raw"},
+                                {"time", TimeForPrograms(std::chrono::system_clock::now())},
+                                {"interface", client::NameOf(interface)},
+                                {"line", line}});
+    }
+  });
+}
+
+}  // namespace
+
 void RunWatch(CONTEXT& context, const ARGUMENTS& arguments) {
-  const INTERFACE source = arguments.monitor ? INTERFACE::kMon : INTERFACE::kIo;
-  const client::TIME end = TimeAfter(arguments.forSeconds);
-  const bool needsCards = !arguments.raw || !arguments.words.empty();
-  if (needsCards) {
-    context.link.Open({source}, {INTERFACE::kCae});
-  } else {
-    context.link.Open({source});
+  if (context.dryRun) {
+    return;
   }
-  const std::vector<PLACE> places = PlacesToWatch(context, arguments);
+  const INTERFACE source = arguments.monitor ? INTERFACE::kMon : INTERFACE::kIo;
+  TimeAfter(arguments.forSeconds);  // refuses it before anything is done
+  const bool needsCards = !arguments.raw || !arguments.words.empty();
+  context.link.Open({source}, needsCards ? std::vector{INTERFACE::kCae} : std::vector<INTERFACE>{});
+  const std::vector<PLACE> places =
+      arguments.words.empty() ? std::vector<PLACE>{} : FindInputs(context, arguments.words);
+  int shown = 0;
+  const auto isEnough = [&] { return arguments.count > 0 && shown >= arguments.count; };
+  const auto take = [&] { return !isEnough() && ++shown > 0; };
+  const FINALLY silence([&] { context.link.OnAnyLine({}); });
+  if (arguments.raw) {
+    WatchLines(context, places, source, take);
+  }
+  // From here on no change is missed; the first line of a block that is asked for is no news.
   CHANGES changes(context.link, places);
+  bool isLearning = !arguments.raw && !arguments.monitor;
+  const LINK::LISTENER listener =
+      context.link.Listen([&](const client::BLOCK_VALUE& value, const std::string& line) {
+        if (isLearning && !changes.Knows(value)) {
+          changes.Learn(value);
+        } else if (!arguments.raw) {
+          for (const CHANGE& change : changes.Take(value)) {
+            if (take()) {
+              context.output.Put(ChangeText(change), ChangeRecord(change, line));
+            }
+          }
+        }
+      });
   if (needsCards && context.link.IsReady(INTERFACE::kCae)) {
     context.link.Cards();
-    if (!arguments.monitor && !arguments.raw) {
-      LearnStates(context, changes, places);
+    if (isLearning) {
+      TellStates(context, places);
     }
     if (!context.isLong) {
       context.link.Leave(INTERFACE::kCae);
     }
   }
-  int shown = 0;
-  const auto isEnough = [&] { return arguments.count > 0 && shown >= arguments.count; };
-  context.link.OnBlock([&](const client::BLOCK_VALUE& value, const std::string& line) {
-    for (const CHANGE& change : changes.Take(value)) {
-      if (isEnough()) {
-        return;
-      }
-      ++shown;
-      const std::string text = arguments.raw ? line : ChangeText(change);
-      context.output.Put(text, ChangeRecord(change, line));
-      if (arguments.raw) {
-        return;  // the line tells all of its changes
-      }
-    }
-  });
-  const std::unique_ptr<LINK, void (*)(LINK*)> guard(&context.link,
-                                                     [](LINK* link) { link->OnBlock({}); });
-  context.link.RunUntil(isEnough, end, {source});
+  isLearning = false;
+  context.link.LookAtReader(true);
+  const FINALLY look([&] { context.link.LookAtReader(false); });
+  context.link.RunUntil([&] { return isEnough() || context.output.IsReaderGone(); },
+                        TimeAfter(arguments.forSeconds), {source});
 }
 
 void DeclareWait(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("condition", arguments.words, "WHAT=VALUE")->required()->expected(1);
+  command.add_option("WHAT", arguments.words, "WHAT=VALUE")->required()->expected(1);
   command.add_option("--for", arguments.forSeconds, "wait at most so long")
       ->check(CLI::Range(0.0, 1e8).description(""))
       ->type_name("S");
 }
 
 void RunWait(CONTEXT& context, const ARGUMENTS& arguments) {
-  const std::string& word = arguments.words.front();
-  const std::size_t equals = word.find('=');
-  if (equals == std::string::npos || equals == 0) {
-    throw FAILURE(EXIT_STATUS::kUsage,
-                  "'" + word + "' is no condition: WHAT=VALUE, such as 3.6=on");
-  }
-  const client::TIME end = TimeAfter(arguments.forSeconds);
-  const EXPECTATION expectation = {FindPlace(word.substr(0, equals), context.link.Settings().names),
-                                   word.substr(equals + 1)};
+  TimeAfter(arguments.forSeconds);  // refuses it before anything is done
+  const EXPECTATION expectation =
+      ReadExpectation(arguments.words.front(), context.link.Settings());
   const PLACE& place = expectation.place;
+  if (context.dryRun) {
+    return;
+  }
   context.link.Open({INTERFACE::kIo}, {INTERFACE::kCae});
-  FindInputs(context, {word.substr(0, equals)});
+  FindInputs(context, {place.name.empty() ? TextOf(place) : place.name});
   const CARD_TYPE& type = FindAnyCard(context, place.address);
   const int block = BlockOf(place, type);
-  const std::string expected = Expected(expectation, type);
+  const IS_SO isIt = ConditionOf(expectation, type);
   bool isSo = false;
   READING reading;
-  const auto look = [&](std::uint8_t value) {
-    reading = Read(place, type, value).value_or(READING{});
-    isSo = reading.text == expected;
-  };
+  const LINK::LISTENER listener =
+      context.link.Listen([&](const client::BLOCK_VALUE& told, const std::string& /*line*/) {
+        const auto now = told.address == place.address && told.block == block
+                             ? Read(place, type, told.value)
+                             : std::nullopt;
+        if (now && !isSo) {
+          reading = *now;
+          isSo = isIt(reading);
+        }
+      });
+  const client::TIME end = TimeAfter(arguments.forSeconds);
   if (type.canBeAsked && context.link.IsReady(INTERFACE::kCae)) {
-    if (const auto value = AskBlock(context, place.address, block)) {
-      look(*value);
-    }
+    AskBlock(context, place.address, block);
   }
-  context.link.OnBlock([&](const client::BLOCK_VALUE& told, const std::string& /*line*/) {
-    if (!isSo && told.address == place.address && told.block == block) {
-      look(told.value);
-    }
-  });
-  const std::unique_ptr<LINK, void (*)(LINK*)> guard(&context.link,
-                                                     [](LINK* link) { link->OnBlock({}); });
   if (!context.link.RunUntil([&] { return isSo; }, end, {INTERFACE::kIo})) {
-    throw FAILURE(EXIT_STATUS::kTimeout, TitleOf(place) + " is not " + expectation.value + " yet");
+    throw FAILURE(EXIT_STATUS::kTimeout,
+                  arguments.words.front() + " is not so yet" +
+                      (reading.text.empty() ? "" : ": " + TitleOf(place) + " is " + reading.text));
   }
   context.output.PutRecord(ReadingRecord("value", place, type, reading));
 }

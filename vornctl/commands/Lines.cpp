@@ -1,4 +1,5 @@
 #include "client/IoLine.h"
+#include "vornctl/Finally.h"
 #include "vornctl/commands/Commands.h"
 
 #include <CLI/CLI.hpp>
@@ -20,11 +21,15 @@ void EndIo(CONTEXT& context) {
       answer.push_back(line);
     }
   });
-  const std::unique_ptr<LINK, void (*)(LINK*)> guard(&context.link,
-                                                     [](LINK* link) { link->OnAnyLine({}); });
+  const FINALLY silence([&] { context.link.OnAnyLine({}); });
   context.link.Send(std::string(client::kIoExit));
-  context.link.RunUntil([&] { return !context.link.IsReady(INTERFACE::kIo); },
-                        TimeAfter(kLongestS));
+  const bool isOver = context.link.AwaitQuick(
+      "vorn's farewell", [&] { return !context.link.IsReady(INTERFACE::kIo); },
+      TimeAfter(kLongestS));
+  context.link.ForgetUnsettled();
+  if (!isOver) {
+    throw FAILURE(EXIT_STATUS::kTimeout, "vorn has not ended the connection in time");
+  }
   for (const std::string& line : answer) {
     context.output.PutText(line);
   }
@@ -34,7 +39,7 @@ void EndIo(CONTEXT& context) {
 }  // namespace
 
 void DeclareLines(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("lines", arguments.words, "LINE, as typed")->required();
+  command.add_option("LINE", arguments.words, "LINE, as typed")->required();
 }
 
 void RunIo(CONTEXT& context, const ARGUMENTS& arguments) {
@@ -52,7 +57,8 @@ void RunIo(CONTEXT& context, const ARGUMENTS& arguments) {
   if (!lines.empty()) {
     SendLines(context, lines);
   }
-  SettleSeries(context);
+  // It is EXIT only where it stands alone in what vorn reads at once.
+  context.link.Settle();
   EndIo(context);
 }
 
@@ -88,7 +94,7 @@ void RunCae(CONTEXT& context, const ARGUMENTS& arguments) {
 }
 
 void DeclareSleep(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("seconds", arguments.forSeconds, "how long")
+  command.add_option("SECONDS", arguments.forSeconds, "how long")
       ->required()
       ->check(CLI::Range(0.0, 1e8).description(""))
       ->type_name("SECONDS");

@@ -92,7 +92,7 @@ void RunCards(CONTEXT& context, const ARGUMENTS& arguments) {
 }
 
 void DeclarePoll(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("state", arguments.words, "on or off, and a CARD for that one alone")
+  command.add_option("STATE", arguments.words, "on or off, and a CARD for that one alone")
       ->expected(0, 2);
 }
 
@@ -121,26 +121,26 @@ void RunPoll(CONTEXT& context, const ARGUMENTS& arguments) {
   const int address = ReadAddress(arguments.words[1]);
   const CARD_TYPE& type = FindAnyCard(context, address);
   if (type.inputBlocks == 0) {
-    throw FAILURE(EXIT_STATUS::kUsage, std::string("card ") + client::AddressDigit(address) +
+    throw FAILURE(EXIT_STATUS::kNoSuch, std::string("card ") + client::AddressDigit(address) +
                                            " is " + type.word + ": only input cards are polled");
   }
   DoAndTell(context, client::PollCard(address, on));
 }
 
 void DeclareSpeed(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("percent", arguments.words, "1 to 100")->expected(0, 1);
+  command.add_option("N", arguments.words, "1 to 100")->expected(0, 1);
 }
 
 void RunSpeed(CONTEXT& context, const ARGUMENTS& arguments) {
-  int percent = 0;
   if (arguments.words.empty()) {
     throw FAILURE(EXIT_STATUS::kUsage,
                   "vorn does not tell its speed; 'vornctl speed N' sets it, 1 to 100");
   }
-  if (!CLI::detail::lexical_cast(arguments.words.front(), percent)) {
+  const auto percent = ReadDecimal(arguments.words.front());
+  if (!percent) {
     throw FAILURE(EXIT_STATUS::kUsage, "'" + arguments.words.front() + "' is no speed: 1 to 100");
   }
-  DoAndTell(context, Checked([&] { return client::SetSpeed(percent); }));
+  DoAndTell(context, Checked([&] { return client::SetSpeed(*percent); }));
 }
 
 void DeclareVersion(CLI::App& /*command*/, ARGUMENTS& /*arguments*/) {
@@ -209,7 +209,7 @@ void RunStatus(CONTEXT& context, const ARGUMENTS& arguments) {
       text += "version: " + *number + "\n";
     }
     record["polling"] = polling.enabled;
-    record["cards"] = present;
+    record["cardCount"] = present;
     text += std::string("polling: ") + (polling.enabled ? "on" : "off") +
             "\ncards: " + std::to_string(present) + "\n";
   }

@@ -3,7 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
+#include <signal.h>
 
 // set, pulse and stop: what moves outputs.
 namespace ctl {
@@ -41,8 +41,7 @@ ASSIGNMENT ReadAssignment(const std::string& word, const SETTINGS& settings) {
 /// be asked.
 const CARD_TYPE* FindOutputs(CONTEXT& context, const PLACE& place) {
   const bool isRaw = place.kind == PLACE_KIND::kBlock;
-  const bool canAsk = context.link.IsReady(client::INTERFACE::kCae);
-  if (isRaw && !canAsk && !context.link.KnownKindOf(place.address)) {
+  if (isRaw && !FindKind(context, place.address)) {
     return nullptr;
   }
   const CARD_TYPE& type = FindAnyCard(context, place.address);
@@ -56,7 +55,7 @@ const CARD_TYPE* FindOutputs(CONTEXT& context, const PLACE& place) {
     } else if (type.kind == CARD_KIND::kLcd || type.kind == CARD_KIND::kIr) {
       use = std::string("see 'vornctl ") + type.word + "'";
     }
-    throw FAILURE(EXIT_STATUS::kUsage, TitleOf(place) + " cannot be set: card " +
+    throw FAILURE(EXIT_STATUS::kNoSuch, TitleOf(place) + " cannot be set: card " +
                                            client::AddressDigit(place.address) + " is " +
                                            type.word + "; " + use);
   }
@@ -140,33 +139,22 @@ std::uint8_t ValueOf(const CONTEXT& context, const BLOCK& block, const std::stri
   return byte;
 }
 
-/// One line for each block, and what is known of the outputs from then on.
-std::vector<std::string> LinesOf(CONTEXT& context, const std::vector<BLOCK>& blocks,
+/// One line for each block.
+std::vector<std::string> LinesOf(const CONTEXT& context, const std::vector<BLOCK>& blocks,
                                  const std::string& others) {
   std::vector<std::string> lines;
-  std::map<std::pair<int, int>, std::uint8_t> known;
+  lines.reserve(blocks.size());
   for (const BLOCK& block : blocks) {
-    const std::uint8_t value = ValueOf(context, block, others);
-    known[{block.address, block.number}] = value;
-    lines.push_back(client::BlockLine(block.address, block.number, value));
-  }
-  for (const auto& [place, value] : known) {
-    context.blocks[place] = value;
+    lines.push_back(
+        client::BlockLine(block.address, block.number, ValueOf(context, block, others)));
   }
   return lines;
-}
-
-/// Connects where a card must be asked for, or where there will be something to send.
-void OpenForOutputs(CONTEXT& context) {
-  if (!context.dryRun) {
-    OpenForSending(context);
-  }
 }
 
 }  // namespace
 
 void DeclareSet(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("assignments", arguments.words, "WHAT=VALUE")->required();
+  command.add_option("WHAT", arguments.words, "WHAT=VALUE")->required();
   command.add_option("--others", arguments.others, "byte of the other outputs of a block")
       ->type_name("HEX");
 }
@@ -178,7 +166,7 @@ void RunSet(CONTEXT& context, const ARGUMENTS& arguments) {
     assignments.push_back(ReadAssignment(word, context.link.Settings()));
   }
   OthersOf(arguments.others, 0);
-  OpenForOutputs(context);
+  OpenForSending(context);
   std::vector<BLOCK> blocks;
   for (const ASSIGNMENT& assignment : assignments) {
     Assign(context, blocks, assignment);
@@ -187,69 +175,121 @@ void RunSet(CONTEXT& context, const ARGUMENTS& arguments) {
 }
 
 void DeclarePulse(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("output", arguments.words, "WHAT [MS]")->required()->expected(1, 2);
+  command.add_option("WHAT", arguments.words, "WHAT [MS]")->required()->expected(1, 2);
   command.add_option("--others", arguments.others, "byte of the other outputs of the block")
       ->type_name("HEX");
 }
+
+namespace {
+
+/// Switches it on, waits, and switches it off whatever happens meanwhile; of both is told together
+/// what became of them.
+void Pulse(CONTEXT& context, const PLACE& place, const std::string& others,
+           std::chrono::milliseconds length) {
+  const auto send = [&](const char* state) {
+    std::vector<BLOCK> blocks;
+    Assign(context, blocks, {place, state});
+    const std::string line = LinesOf(context, blocks, others).front();
+    SendLine(context, line);
+    return line;
+  };
+  const std::string on = send("on");
+  std::optional<INTERRUPTED> interrupted;
+  try {
+    context.link.RunUntil([] { return false; }, client::CLOCK::now() + length,
+                          {client::INTERFACE::kIo});
+  } catch (const INTERRUPTED& signal) {
+    interrupted = signal;
+  } catch (const FAILURE& failure) {
+    throw FAILURE(failure.Status(),
+                  std::string(failure.what()) + "; " + TitleOf(place) + " is still on");
+  }
+  const std::string off = send("off");
+  TellSent(context, {on, off});
+  if (interrupted) {
+    throw INTERRUPTED(*interrupted);
+  }
+}
+
+}  // namespace
 
 void RunPulse(CONTEXT& context, const ARGUMENTS& arguments) {
   constexpr int kDefaultMs = 500;
   constexpr int kLongestMs = 3'600'000;
   int lengthMs = kDefaultMs;
-  if (arguments.words.size() == 2 && (!CLI::detail::lexical_cast(arguments.words[1], lengthMs) ||
-                                      lengthMs < 1 || lengthMs > kLongestMs)) {
-    throw FAILURE(EXIT_STATUS::kUsage,
-                  "'" + arguments.words[1] + "' is no length: milliseconds, 1 to 3600000");
+  if (arguments.words.size() == 2) {
+    lengthMs = ReadDecimal(arguments.words[1]).value_or(0);
+    if (lengthMs < 1 || lengthMs > kLongestMs) {
+      throw FAILURE(EXIT_STATUS::kUsage,
+                    "'" + arguments.words[1] + "' is no length: milliseconds, 1 to 3600000");
+    }
   }
   const PLACE place = FindPlace(arguments.words[0], context.link.Settings().names);
   OthersOf(arguments.others, 0);
-  OpenForOutputs(context);
+  OpenForSending(context);
   const CARD_TYPE* type = FindOutputs(context, place);
   if (type == nullptr || type->form != VALUE_FORM::kActiveLow ||
       place.kind != PLACE_KIND::kChannel) {
-    throw FAILURE(EXIT_STATUS::kUsage,
+    throw FAILURE(EXIT_STATUS::kNoSuch,
                   TitleOf(place) + " is no digital output: only those are pulsed");
+  }
+  if (!context.dryRun) {
+    LetSignalEndCommand(SIGINT);
+    LetSignalEndCommand(SIGTERM);
+    Pulse(context, place, arguments.others, std::chrono::milliseconds(lengthMs));
+    return;
   }
   for (const char* state : {"on", "off"}) {
     std::vector<BLOCK> blocks;
     Assign(context, blocks, {place, state});
     SendLines(context, LinesOf(context, blocks, arguments.others));
-    if (std::string_view(state) == "on" && !context.dryRun) {
-      context.link.RunUntil([] { return false; },
-                            client::CLOCK::now() + std::chrono::milliseconds(lengthMs),
-                            {client::INTERFACE::kIo});
-    }
   }
 }
 
 void DeclareStop(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("card", arguments.words, "CARD: only the motors of that one")->expected(0, 1);
+  command.add_option("CARD", arguments.words, "CARD: only the motors of that one")->expected(0, 1);
 }
 
-void RunStop(CONTEXT& context, const ARGUMENTS& arguments) {
-  std::vector<int> cards;
-  if (!arguments.words.empty()) {
-    ReadAddress(arguments.words.front());
+namespace {
+
+/// The motor cards, or the one that is named: that is stopped, too, where nobody can be asked what it
+/// is.
+std::vector<int> FindMotors(CONTEXT& context, const std::vector<std::string>& words) {
+  if (!words.empty()) {
+    const int address = ReadAddress(words.front());
+    if (FindKind(context, address)) {
+      FindCard(context, words.front(), CARD_KIND::kMotor);
+    }
+    return {address};
   }
-  OpenForOutputs(context);
-  if (!arguments.words.empty()) {
-    cards.push_back(FindCard(context, arguments.words.front(), CARD_KIND::kMotor));
-  } else {
+  std::vector<int> cards;
+  try {
     for (int address = 0; address < client::kAddresses; ++address) {
       if (context.link.KindOf(address) == CARD_KIND::kMotor) {
         cards.push_back(address);
       }
     }
-    if (cards.empty()) {
-      throw FAILURE(EXIT_STATUS::kNoSuch,
-                    "there is no motor card: 'vornctl cards' lists the cards");
-    }
+  } catch (const FAILURE& failure) {
+    throw FAILURE(failure.Status(), std::string(failure.what()) +
+                                        "; a card that is named is stopped all the same: stop 1");
   }
+  if (cards.empty()) {
+    throw FAILURE(EXIT_STATUS::kNoSuch, "there is no motor card: 'vornctl cards' lists the cards");
+  }
+  return cards;
+}
+
+}  // namespace
+
+void RunStop(CONTEXT& context, const ARGUMENTS& arguments) {
+  if (!arguments.words.empty()) {
+    ReadAddress(arguments.words.front());
+  }
+  OpenForSending(context);
   std::vector<std::string> lines;
-  for (const int address : cards) {
+  for (const int address : FindMotors(context, arguments.words)) {
     for (int motor = 0; motor < client::TypeOf(CARD_KIND::kMotor).channels; ++motor) {
       lines.push_back(client::BlockLine(address, motor, 0));
-      context.blocks[{address, motor}] = 0;
     }
   }
   SendLines(context, lines);

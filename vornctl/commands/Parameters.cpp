@@ -136,7 +136,7 @@ void DoWithCard(CONTEXT& context, const std::string& word, const char* what,
 }  // namespace
 
 void DeclareParam(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("words", arguments.words, "CARD [NAME[=VALUE]]...")->required();
+  command.add_option("CARD", arguments.words, "CARD [NAME[=VALUE]]...")->required();
 }
 
 void RunParam(CONTEXT& context, const ARGUMENTS& arguments) {
@@ -174,7 +174,7 @@ void RunParam(CONTEXT& context, const ARGUMENTS& arguments) {
 }
 
 void DeclareCard(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("card", arguments.words, "CARD: its address, 0 to F")->required()->expected(1);
+  command.add_option("CARD", arguments.words, "CARD: its address, 0 to F")->required()->expected(1);
 }
 
 void RunStore(CONTEXT& context, const ARGUMENTS& arguments) {
@@ -191,7 +191,11 @@ void RunRecall(CONTEXT& context, const ARGUMENTS& arguments) {
 
 void RunReboot(CONTEXT& context, const ARGUMENTS& arguments) {
   const int address = ReadAddress(arguments.words.front());
-  FindAnyCard(context, address);
+  if (!context.dryRun) {
+    FindAnyCard(context, address);
+  }
+  // Its outputs go back to their start.
+  std::erase_if(context.blocks, [&](const auto& block) { return block.first.first == address; });
   DoAndTell(context, client::Reboot(address));
 }
 

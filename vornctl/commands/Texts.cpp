@@ -33,14 +33,13 @@ std::string Joined(const std::vector<std::string>& words, std::size_t first) {
 /// COL,ROW, counted from 0.
 std::pair<int, int> ReadPosition(const std::string& text) {
   const std::size_t comma = text.find(',');
-  std::pair<int, int> position;
-  if (comma == std::string::npos ||
-      !CLI::detail::lexical_cast(text.substr(0, comma), position.first) ||
-      !CLI::detail::lexical_cast(text.substr(comma + 1), position.second)) {
+  const auto column = ReadDecimal(text.substr(0, comma));
+  const auto row = comma == std::string::npos ? std::nullopt : ReadDecimal(text.substr(comma + 1));
+  if (!column || !row) {
     throw FAILURE(EXIT_STATUS::kUsage,
                   "'" + text + "' is no position: COL,ROW, counted from 0, such as 3,1");
   }
-  return position;
+  return {*column, *row};
 }
 
 std::string LcdLineOf(int address, const ARGUMENTS& arguments) {
@@ -87,7 +86,7 @@ void SendTo(CONTEXT& context, const std::string& card, CARD_KIND kind, const std
 
 void DeclareLcd(CLI::App& command, ARGUMENTS& arguments) {
   command
-      .add_option("words", arguments.words,
+      .add_option("CARD", arguments.words,
                   "CARD, then TEXT, or clear, light on, light off, cursor on, ... (with --at any "
                   "word is text)")
       ->required()
@@ -104,7 +103,7 @@ void RunLcd(CONTEXT& context, const ARGUMENTS& arguments) {
 }
 
 void DeclareIr(CLI::App& command, ARGUMENTS& arguments) {
-  command.add_option("words", arguments.words, "CARD, then HEX: at most 23 bytes")->required();
+  command.add_option("CARD", arguments.words, "CARD, then HEX: at most 23 bytes")->required();
   command.add_option("--text", arguments.text, "the bytes of a text in place of HEX")
       ->type_name("TEXT");
 }
