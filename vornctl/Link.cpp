@@ -269,7 +269,11 @@ void LINK::ShowProgress(const std::vector<INTERFACE>& awaited, TIME began) {
     const SESSION& session = *Find(interface);
     if (!IsOver(session)) {
       const auto left = std::chrono::ceil<seconds>(began + m_settings.wait - now).count();
-      m_output.Progress(client::Describe(interface, session.Trouble()) + "; trying for " +
+      const std::string why = session.Trouble() == TROUBLE::kNone
+                                  ? std::string(client::NameOf(interface)) + " has not answered yet"
+                                  : client::Describe(interface, session.Trouble());
+      // What may be behind it is for the error, if it comes to one.
+      m_output.Progress(why.substr(0, why.find(':')) + "; trying for " +
                         std::to_string(std::max<std::int64_t>(left, 0)) + " s more");
       return;
     }

@@ -1,6 +1,7 @@
 #include "vornctl/Output.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -101,7 +102,13 @@ void OUTPUT::Progress(const std::string& text) {
     return;
   }
   m_isProgressShown = !text.empty();
-  WriteAll(STDERR_FILENO, kClearLine + (text.empty() ? text : "vornctl: " + text));
+  std::string line = text.empty() ? text : "vornctl: " + text;
+  winsize size{};
+  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 &&
+      line.size() >= size.ws_col) {
+    line.resize(size.ws_col - 1U);  // of one that went on in the next row half would stay
+  }
+  WriteAll(STDERR_FILENO, kClearLine + line);
 }
 
 void OUTPUT::Fail(const FAILURE& failure, const std::string& origin) {

@@ -24,7 +24,7 @@ struct CTL_START {
 /// process behind.
 class CTL_PROCESS {
  public:
-  static constexpr unsigned short kColumns = 100;
+  static constexpr unsigned short kColumns = 80;
   static constexpr unsigned short kLines = 40;
 
   explicit CTL_PROCESS(const CTL_START& start);

@@ -166,6 +166,24 @@ TEST_F(CtlStatus, Is4WhereTheInterfaceThatIsNeededIsTaken) {
       Fails(Run({"--wait", "0.5", "watch", "--monitor"}), 4, "MON is taken by another client"));
 }
 
+TEST_F(CtlStatus, IsThatOfTheCommandWhereTheInterfaceComesFreeAndATerminalTellsTheWait) {
+  StartRack();
+  Take(config.cae);
+  CTL_PROCESS version(With({{"--wait", "300", "version"}, std::nullopt, {}, true}));
+  EXPECT_TRUE(version.WaitUntil([&] {
+    const LINES rows = version.Screen().Rows();
+    EXPECT_TRUE(rows.empty() ||
+                rows.front().starts_with("vornctl: CAE has not answered yet; trying for ") ||
+                rows.front().starts_with("vornctl: CAE is taken by another client; trying for "))
+        << rows.front();
+    return !rows.empty() && rows.front().starts_with("vornctl: CAE is taken");
+  }));
+  Release(config.cae);
+  EXPECT_EQ(version.WaitForEnd(), 0);
+  EXPECT_EQ(version.Screen().Rows(), LINES{"1.20"});
+  EXPECT_EQ(version.Screen().Unknown(), "");
+}
+
 TEST_F(CtlStatus, Is4WhereSoManyWaitForTheInterfaceThatNoMoreAreLetIn) {
   StartRack();
   Take(config.cae);
