@@ -63,8 +63,15 @@ void Parse(CLI::App& app, ARGUMENTS& arguments, const std::vector<std::string>& 
   }
 }
 
-std::string ExplainParseError(const std::string& why) {
-  std::string text = why;
+std::string ExplainParseError(const CLI::ParseError& error, const CLI::App& app) {
+  std::string text = error.what();
+  const bool isOfWords = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr ||
+                         dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr;
+  const std::vector<CLI::App*> chosen = app.get_subcommands();
+  if (isOfWords && !text.starts_with('-') && !chosen.empty()) {
+    const COMMAND& command = *FindCommand(chosen.front()->get_name());
+    return std::string(command.name) + " is used so: " + command.name + " " + command.form;
+  }
   std::replace(text.begin(), text.end(), '\n', ' ');
   return text;
 }
@@ -93,7 +100,7 @@ void INTERPRETER::Run(const std::vector<std::string>& words) {
     m_context.output.PutText(help);
     return;
   } catch (const CLI::ParseError& error) {
-    throw FAILURE(EXIT_STATUS::kUsage, ExplainParseError(error.what()));
+    throw FAILURE(EXIT_STATUS::kUsage, ExplainParseError(error, *m_app));
   }
   const COMMAND& command = *FindCommand(m_app->get_subcommands().front()->get_name());
   command.run(m_context, m_arguments);

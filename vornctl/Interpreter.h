@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+namespace CLI {
+class ParseError;
+}
+
 namespace ctl {
 
 /// Reads the words of a command and carries it out: the lines of a batch and of the prompt. The
@@ -32,7 +36,8 @@ void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use);
 /// Reads the words of a command line, the first not being the program's name. Throws as the parser
 /// does.
 void Parse(CLI::App& app, ARGUMENTS& arguments, const std::vector<std::string>& words);
-/// A parser's complaint on one line.
-std::string ExplainParseError(const std::string& why);
+/// The complaint of a parser, to which the commands were added, on one line. Where words are
+/// missing or too many it is what should stand there.
+std::string ExplainParseError(const CLI::ParseError& error, const CLI::App& app);
 
 }  // namespace ctl

@@ -78,7 +78,7 @@ std::string Explain(const CLI::ParseError& error, const CLI::App& app) {
   if (app.get_subcommands().empty() && !left.empty() && !left.front().starts_with('-')) {
     return "no command '" + left.front() + "'";
   }
-  return ExplainParseError(error.what());
+  return ExplainParseError(error, app);
 }
 
 int RunCompletion(const std::string& what, const SETTINGS& settings, OUTPUT& output) {

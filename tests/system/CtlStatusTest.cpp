@@ -74,7 +74,8 @@ TEST_F(CtlStatus, Is2ForWrongUseAndBadValuesBeforeItConnects) {
   const CASE kCases[] = {
       {{}, "no command"},
       {{"frobnicate"}, "no command 'frobnicate'"},
-      {{"set"}, "is required"},
+      {{"set"}, "set WHAT=VALUE... [--others HEX]"},
+      {{"lcd", "E"}, "lcd CARD TEXT [--at COL,ROW]"},
       {{"set", "--frobnicate", "5.b1=FB"}, "--frobnicate"},
       {{"set", "5.b1"}, "is no assignment"},
       {{"set", "55=on"}, "'55' is no channel"},
@@ -144,7 +145,8 @@ TEST_F(CtlStatus, Is10ForACardAChannelAParameterOrANameThatIsNotThereAndNothingI
 
 TEST_F(CtlStatus, Is3WhereTheDaemonStands) {
   StartRack();
-  CTL_PROCESS batch(With({{"--timeout", "3", "batch"}, std::nullopt}));
+  CTL_PROCESS batch(
+      With({{"--timeout", support::kInstrumented ? "15" : "3", "batch"}, std::nullopt}));
   batch.Write("version\n");
   ASSERT_TRUE(batch.WaitForLines(1));
   daemon.Signal(SIGSTOP);
