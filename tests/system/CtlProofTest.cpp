@@ -56,7 +56,7 @@ TEST_F(CtlProof, NeedsNoCaeWhereTheSettingsTellTheCards) {
   Take(config.cae);
   EXPECT_EQ(Out({"set", "5.10=on", "--others", "FF"}), "");
   EXPECT_TRUE(rack.WaitForValue(5, 1, 0xFB));
-  EXPECT_TRUE(Fails(Run({"--wait", "0.5", "set", "0.0=50%"}), 4, "[cards] in the settings"));
+  EXPECT_TRUE(Fails(Run({"--wait", "3", "set", "0.0=50%"}), 4, "[cards] in the settings"));
 }
 
 TEST_F(CtlProof, ALineThatIsRefusedIsToldByTheClientThatSentIt) {
