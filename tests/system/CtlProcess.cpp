@@ -122,7 +122,11 @@ CTL_PROCESS::CTL_PROCESS(const CTL_START& start) {
     for (int stream = 0; stream < 3; ++stream) {
       dup2(theirs.at(static_cast<std::size_t>(stream)).Get(), stream);
     }
-    close_range(3, ~0U, 0);
+    if (!start.outputPath.empty()) {
+      const sim::DESCRIPTOR file(open(start.outputPath.c_str(), O_WRONLY | O_CLOEXEC));
+      dup2(file.Get(), STDOUT_FILENO);
+    }
+    close_range(start.hasNoStreams ? 0 : 3, ~0U, 0);
     signal(SIGTERM, SIG_DFL);
     execve(VORN_CTL_PROGRAM, argumentPointers.data(), environmentPointers.data());
     _exit(kNotStarted);

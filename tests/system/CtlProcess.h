@@ -17,7 +17,9 @@ struct CTL_START {
   /// Its standard input, which ends behind that; nothing: more comes by Write, until EndInput.
   std::optional<std::string> input = "";
   std::map<std::string, std::string> environment{};  ///< in place of, or beside, the test's own
-  bool hasTerminal = false;  ///< a pseudo-terminal in place of the three streams
+  bool hasTerminal = false;     ///< a pseudo-terminal in place of the three streams
+  bool hasNoStreams = false;    ///< standard input, output and error are closed
+  std::string outputPath = {};  ///< a file for the standard output
 };
 
 /// A vornctl that runs. One thread; nothing is read while no method runs. The destructor leaves no

@@ -143,6 +143,20 @@ TEST_F(CtlStatus, Is10ForACardAChannelAParameterOrANameThatIsNotThereAndNothingI
   EXPECT_EQ(Commands(before), LINES{});
 }
 
+TEST_F(CtlStatus, Is0WithoutAnyStreamAndTheDaemonGetsNothingOfWhatWasForThem) {
+  StartRack();
+  TCP_CLIENT& monitor = Take(config.mon);
+  const std::vector<std::string> kCommands[] = {{"get", "3.6"}, {"set", "5.b1=FB"}};
+  for (const std::vector<std::string>& command : kCommands) {
+    WaitUntilFree();
+    CTL_START start = With({command});
+    start.hasNoStreams = true;
+    CTL_PROCESS process(start);
+    EXPECT_EQ(process.WaitForEnd(), 0);
+  }
+  EXPECT_TRUE(monitor.Receives("a3b0d00\r\n\ra5b1dFB\r\n"));
+}
+
 TEST_F(CtlStatus, Is3WhereTheDaemonStands) {
   StartRack();
   CTL_PROCESS batch(
