@@ -157,6 +157,16 @@ TEST_F(CtlStatus, Is0WithoutAnyStreamAndTheDaemonGetsNothingOfWhatWasForThem) {
   EXPECT_TRUE(monitor.Receives("a3b0d00\r\n\ra5b1dFB\r\n"));
 }
 
+TEST_F(CtlStatus, Is2WhereTheResultCannotBeWritten) {
+  StartRack();
+  WaitUntilFree();
+  CTL_START start = With({{"version"}});
+  start.outputPath = "/dev/full";
+  CTL_PROCESS version(start);
+  EXPECT_EQ(version.WaitForEnd(), 2);
+  EXPECT_EQ(version.Error(), "vornctl: standard output: No space left on device\n");
+}
+
 TEST_F(CtlStatus, Is3WhereTheDaemonStands) {
   StartRack();
   CTL_PROCESS batch(
