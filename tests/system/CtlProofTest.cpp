@@ -59,6 +59,15 @@ TEST_F(CtlProof, NeedsNoCaeWhereTheSettingsTellTheCards) {
   EXPECT_TRUE(Fails(Run({"--wait", "3", "set", "0.0=50%"}), 4, "[cards] in the settings"));
 }
 
+TEST_F(CtlProof, IsNotMistakenInWhatAnEarlierClientHasLeft) {
+  StartRack();
+  EXPECT_EQ(Out({"--unchecked", "io", "hello"}), "");
+  EXPECT_EQ(Out({"version"}), "1.20\n");
+  EXPECT_EQ(Out({"--unchecked", "io", "a5b1dFB", "hello"}), "");
+  EXPECT_TRUE(rack.WaitForValue(5, 1, 0xFB));
+  EXPECT_EQ(StateOf("01"), "checked");
+}
+
 TEST_F(CtlProof, ALineThatIsRefusedIsToldByTheClientThatSentIt) {
   StartRack();
   EXPECT_TRUE(Fails(Run({"io", "hello"}), 1, "hello"));

@@ -248,6 +248,20 @@ TEST_F(CtlStatus, Is8WhereTheDaemonDiesInTheMiddleOfABatch) {
   EXPECT_NE(batch.Error().find("vornctl: standard input:"), std::string::npos) << batch.Error();
 }
 
+TEST_F(CtlStatus, Is8WhereTheDaemonDiesWithLinesOfABatchOnTheirWay) {
+  StartRack();
+  std::string lines;
+  for (int i = 0; i < 20000; ++i) {
+    lines += i % 2 == 0 ? "set 0.b0=01\n" : "set 0.b0=02\n";
+  }
+  CTL_PROCESS batch(With({{"batch"}, lines}));
+  ASSERT_TRUE(batch.WaitUntil([&] { return Commands().size() > 100; }));
+  KillDaemon();
+  EXPECT_EQ(batch.WaitForEnd(), 8);
+  EXPECT_TRUE(batch.Error().starts_with("vornctl: standard input:")) << batch.Error();
+  EXPECT_NE(batch.Error().find("was lost"), std::string::npos) << batch.Error();
+}
+
 TEST_F(CtlStatus, Is8WhereTheDaemonDiesBeforeItsAnswer) {
   StartRack();
   rack.Remove(0xF);
