@@ -296,9 +296,10 @@ void RunWatch(CONTEXT& context, const ARGUMENTS& arguments) {
     if (isLearning) {
       TellStates(context, places);
     }
-    if (!context.isLong) {
-      context.link.Leave(INTERFACE::kCae);
-    }
+  }
+  if (needsCards && !context.isLong) {
+    // Also where it has not come yet: nobody else could have it as long as this watches.
+    context.link.Leave(INTERFACE::kCae);
   }
   isLearning = false;
   context.link.LookAtReader(true);
