@@ -40,7 +40,11 @@ bool CHANGES::Knows(const client::BLOCK_VALUE& value) const {
 std::vector<PLACE> CHANGES::PlacesOf(int address, const CARD_TYPE& type) const {
   std::vector<PLACE> places;
   if (m_places.empty()) {
-    return ChannelsOf(address, type);
+    places = ChannelsOf(address, type);
+    for (PLACE& place : places) {
+      place = WithName(place, m_link.Settings().names);
+    }
+    return places;
   }
   for (const PLACE& place : m_places) {
     if (place.address == address) {

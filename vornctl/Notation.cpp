@@ -153,6 +153,18 @@ PLACE FindPlace(const std::string& text, const std::map<std::string, std::string
   throw FAILURE(EXIT_STATUS::kUsage, "'" + text + "' is no channel: " + kPlaceForms);
 }
 
+PLACE WithName(PLACE place, const std::map<std::string, std::string>& names) {
+  const std::string text = TextOf(place);
+  for (const auto& [name, meaning] : names) {
+    const auto named = ReadPlace(meaning);
+    if (named && TextOf(*named) == text) {
+      place.name = name;
+      return place;
+    }
+  }
+  return place;
+}
+
 std::vector<PLACE> ChannelsOf(int address, const CARD_TYPE& type) {
   if (type.form == VALUE_FORM::kKeys) {
     return {{address, PLACE_KIND::kKey, 0, {}}, {address, PLACE_KIND::kEncoder, 0, {}}};
@@ -217,6 +229,26 @@ std::optional<READING> Read(const PLACE& place, const CARD_TYPE& type, std::uint
     return READING{isOn ? "on" : "off", block};
   }
   return READING{Percentage(client::PercentOf(type.form, block)), block};
+}
+
+void CheckForm(const std::string& text, const std::string& title) {
+  if (text.ends_with('%')) {
+    ReadLevel(text, client::TypeOf(client::CARD_KIND::kMotor), title);  // it has the widest range
+    return;
+  }
+  constexpr std::size_t kHexDigits = 2;
+  if (text.starts_with("0x") || text.starts_with("0X") ||
+      (text.size() == kHexDigits && client::ReadDigit(text.front()) >= 0)) {
+    ReadByte(text, title);
+    return;
+  }
+  try {
+    ReadSwitch(text, title);
+  } catch (const FAILURE&) {
+    throw FAILURE(EXIT_STATUS::kUsage, title + ": '" + text +
+                                           "' is no value: on, off, a percentage such as 50%, a "
+                                           "byte such as 0x80, or FB for a block");
+  }
 }
 
 bool ReadSwitch(const std::string& text, const std::string& title) {

@@ -44,6 +44,9 @@ bool IsName(std::string_view text);
 /// A place, or a name from the settings. Throws FAILURE: kNoSuch for an unknown name.
 PLACE FindPlace(const std::string& text, const std::map<std::string, std::string>& names);
 
+/// The same place, by its name where it has one.
+PLACE WithName(PLACE place, const std::map<std::string, std::string>& names);
+
 /// The places of a card that has channels, one by one: 5.0 to 5.15, or 8.key and 8.encoder.
 std::vector<PLACE> ChannelsOf(int address, const client::CARD_TYPE& type);
 
@@ -61,6 +64,8 @@ std::optional<READING> Read(const PLACE& place, const client::CARD_TYPE& type, s
 
 /// A value that somebody typed, for a channel or a block: on and off, a percentage, a byte. Throws
 /// FAILURE, kUsage, and says what is right there.
+/// It is a value of some kind, as far as that can be said without knowing the card.
+void CheckForm(const std::string& text, const std::string& title);
 bool ReadSwitch(const std::string& text, const std::string& title);
 std::uint8_t ReadLevel(const std::string& text, const client::CARD_TYPE& type,
                        const std::string& title);

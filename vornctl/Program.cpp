@@ -6,7 +6,6 @@
 #include "vornctl/Shell.h"
 #include "vornctl/commands/Commands.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -140,17 +139,6 @@ int RunWith(const PROGRAM_OPTIONS& options, const std::string& name, const ARGUM
   }
 }
 
-/// Where a standard stream was closed, a connection would get its number, and the daemon what is
-/// written there.
-void HoldStandardStreams() {
-  for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
-    if (fcntl(number, F_GETFD) < 0) {
-      // The lowest number that is free: this one.
-      static_cast<void>(open("/dev/null", O_RDWR));  // NOLINT: kept, as the streams are
-    }
-  }
-}
-
 }  // namespace
 
 std::vector<std::string> ProgramOptions() {
@@ -166,7 +154,6 @@ std::vector<std::string> ProgramOptions() {
 }
 
 int RunProgram(int argc, char** argv) {
-  HoldStandardStreams();
   // A reader that goes away is told by the write that fails.
   signal(SIGPIPE, SIG_IGN);
   PROGRAM_OPTIONS options;

@@ -26,8 +26,9 @@ std::vector<PLACE> FindInputs(CONTEXT& context, const std::vector<std::string>& 
                               ALL all = ALL::kInputs) {
   std::vector<PLACE> places;
   const auto addCard = [&](int address, const CARD_TYPE& type) {
-    const std::vector<PLACE> channels = ChannelsOf(address, type);
-    places.insert(places.end(), channels.begin(), channels.end());
+    for (const PLACE& place : ChannelsOf(address, type)) {
+      places.push_back(WithName(place, context.link.Settings().names));
+    }
   };
   for (const std::string& word : words) {
     if (word == "all") {
@@ -266,7 +267,12 @@ void RunWatch(CONTEXT& context, const ARGUMENTS& arguments) {
   const INTERFACE source = arguments.monitor ? INTERFACE::kMon : INTERFACE::kIo;
   TimeAfter(arguments.forSeconds);  // refuses it before anything is done
   const bool needsCards = !arguments.raw || !arguments.words.empty();
-  context.link.Open({source}, needsCards ? std::vector{INTERFACE::kCae} : std::vector<INTERFACE>{});
+  if (needsCards) {
+    // Where CAE pauses after a client it is worth the wait: it knows the cards. Where it is taken it
+    // is not.
+    context.link.Try({source, INTERFACE::kCae});
+  }
+  context.link.Open({source});
   const std::vector<PLACE> places =
       arguments.words.empty() ? std::vector<PLACE>{} : FindInputs(context, arguments.words);
   int shown = 0;

@@ -34,7 +34,10 @@ ASSIGNMENT ReadAssignment(const std::string& word, const SETTINGS& settings) {
     throw FAILURE(EXIT_STATUS::kUsage,
                   "'" + word + "' is no assignment: WHAT=VALUE, such as 5.10=on");
   }
-  return {FindPlace(word.substr(0, equals), settings.names), word.substr(equals + 1)};
+  const ASSIGNMENT assignment = {FindPlace(word.substr(0, equals), settings.names),
+                                 word.substr(equals + 1)};
+  CheckForm(assignment.value, TitleOf(assignment.place));
+  return assignment;
 }
 
 /// The type of the card, which must take blocks. A raw block is set without asking where nobody can
