@@ -86,9 +86,10 @@ TEST(BlockOf, RefusesWhatTheCardDoesNotHave) {
                                                        {"E.0", CARD_KIND::kLcd},
                                                        {"E.b0", CARD_KIND::kLcd},
                                                        {"7.0", CARD_KIND::kEmpty}};
-  for (const auto& [place, kind] : refused) {
-    EXPECT_EQ(StatusOf([&] { BlockOf(*ReadPlace(place), TypeOf(kind)); }), EXIT_STATUS::kNoSuch)
-        << place;
+  for (const auto& channel : refused) {
+    EXPECT_EQ(StatusOf([&] { BlockOf(*ReadPlace(channel.first), TypeOf(channel.second)); }),
+              EXIT_STATUS::kNoSuch)
+        << channel.first;
   }
   EXPECT_EQ(StatusOf([] { BlockOf(*ReadPlace("5"), TypeOf(CARD_KIND::kDigitalOutput)); }),
             EXIT_STATUS::kUsage);
