@@ -62,7 +62,7 @@ EXIT_STATUS StatusOf(TROUBLE trouble) {
 int Poll(std::vector<pollfd>& polled, TIME until) {
   sigset_t letIn;
   pthread_sigmask(SIG_BLOCK, nullptr, &letIn);
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     if (sigismember(&SignalsToLetIn(), signal) != 0) {
       sigdelset(&letIn, signal);
     }
@@ -80,6 +80,11 @@ int Poll(std::vector<pollfd>& polled, TIME until) {
 }  // namespace
 
 void LetSignalEndCommand(int signal) {
+  struct sigaction before {};
+  sigaction(signal, nullptr, &before);
+  if (before.sa_handler == SIG_IGN) {
+    return;  // nohup
+  }
   sigaddset(&SignalsToLetIn(), signal);
   pthread_sigmask(SIG_BLOCK, &SignalsToLetIn(), nullptr);
   struct sigaction action {};
@@ -339,7 +344,8 @@ client::CAE_RESULT LINK::AskAnything(const client::CAE_REQUEST& request) {
         answer->isThere = true;
       },
       m_settings.timeout);
-  AwaitQuick("the answer to " + request.line, [&] { return answer->isThere; }, TIME::max());
+  AwaitQuick(
+      "the answer to " + request.line, [&] { return answer->isThere; }, TIME::max());
   return answer->result;
 }
 
@@ -418,9 +424,9 @@ client::DELIVERY::NUMBER LINK::Send(const std::string& line) {
     if (!IsReady(INTERFACE::kIo)) {
       throw FailureOf(INTERFACE::kIo);
     }
-    if (!AwaitQuick(
-            "vorn to take lines on IO", [this] { return m_io->Unsent() < SESSION::kMostUnsent / 2; },
-            CLOCK::now() + m_settings.timeout, {INTERFACE::kIo})) {
+    if (!AwaitQuick("vorn to take lines on IO",
+                    [this] { return m_io->Unsent() < SESSION::kMostUnsent / 2; },
+                    CLOCK::now() + m_settings.timeout, {INTERFACE::kIo})) {
       throw FAILURE(EXIT_STATUS::kTimeout, "vorn takes no more lines on IO: see its log");
     }
   }
@@ -457,17 +463,16 @@ LINK::PROOF LINK::Settle() {
   if (IsReady(INTERFACE::kMon)) {
     while (m_delivery.LastCopied() < last) {
       const client::DELIVERY::NUMBER before = m_delivery.LastCopied();
-      if (!AwaitQuick(
-              kWhat, [&] { return m_delivery.LastCopied() != before; },
-              CLOCK::now() + m_settings.timeout, {INTERFACE::kIo, INTERFACE::kMon})) {
+      if (!AwaitQuick(kWhat, [&] { return m_delivery.LastCopied() != before; },
+                      CLOCK::now() + m_settings.timeout, {INTERFACE::kIo, INTERFACE::kMon})) {
         throw FAILURE(EXIT_STATUS::kTimeout,
                       "vorn has not taken the lines in time; it may still do so");
       }
     }
     proof = PROOF::kTaken;
   } else if (IsReady(INTERFACE::kCae)) {
-    RunUntil([] { return false; },
-             CLOCK::now() + kUnprovenRefusal + Unsettled() * kUnprovenLine, {INTERFACE::kIo});
+    RunUntil([] { return false; }, CLOCK::now() + kUnprovenRefusal + Unsettled() * kUnprovenLine,
+             {INTERFACE::kIo});
   }
   if (IsReady(INTERFACE::kCae)) {
     // What it refused it has told before it answers.

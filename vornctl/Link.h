@@ -24,7 +24,7 @@ struct INTERRUPTED {
   int signal;
 };
 /// From here on the signal does not end the program: it is blocked, and let in where a command
-/// waits, which it ends.
+/// waits, which it ends. SIGINT, SIGTERM or SIGHUP; one that is ignored stays so.
 void LetSignalEndCommand(int signal);
 
 /// The program's connections to the daemon, made when they are wanted and kept to its end, and the
@@ -48,8 +48,7 @@ class LINK {
   class [[nodiscard]] LISTENER {
    public:
     LISTENER(LISTENERS& listeners, ON_BLOCK handler)
-        : m_listeners(listeners),
-          m_place(listeners.insert(listeners.end(), std::move(handler))) {}
+        : m_listeners(listeners), m_place(listeners.insert(listeners.end(), std::move(handler))) {}
     ~LISTENER() { m_listeners.erase(m_place); }
     LISTENER(const LISTENER&) = delete;
     LISTENER& operator=(const LISTENER&) = delete;
@@ -64,7 +63,8 @@ class LINK {
   LINK& operator=(const LINK&) = delete;
   ~LINK() = default;
 
-  /// From here on a connection that is lost is tried for again, for good. Before the first is opened.
+  /// From here on a connection that is lost is tried for again, for good. Before the first is
+  /// opened.
   void KeepTrying() { m_keepsTrying = true; }
   /// Waits for the first, as long as the settings say; then for the others no longer than they take
   /// where they are free: whether they have come says IsReady. All are tried at once.

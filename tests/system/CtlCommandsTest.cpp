@@ -1,6 +1,8 @@
 #include "tests/support/Text.h"
 #include "tests/system/CtlTest.h"
 
+#include <signal.h>
+
 #include <nlohmann/json.hpp>
 
 /// Each command alone, once, and what the rack shows of it: outputs, displays, what cards keep, and
@@ -39,9 +41,36 @@ TEST_F(CtlCommands, SetMovesOutputsOfEachKind) {
 TEST_F(CtlCommands, PulseSwitchesOnAndOffAgain) {
   StartRack();
   EXPECT_EQ(Json({"pulse", "5.10", "20", "--others", "FE"}),
-            (std::vector<json>{Sent({"a5b1dFA"}), Sent({"a5b1dFE"})}));
+            std::vector<json>{Sent({"a5b1dFA", "a5b1dFE"})});
   EXPECT_TRUE(WaitForFrame("05 10 05 02 FF FE"));
   EXPECT_EQ(Commands(), (LINES{"01 30", "05 10 05 02 FF FA", "05 10 05 02 FF FE"}));
+}
+
+TEST_F(CtlCommands, PulseThatIsBrokenOffSwitchesOff) {
+  StartRack();
+  std::uint64_t before = adapter.Requests().Last();
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    WaitUntilFree();
+    CTL_PROCESS pulse(With({{"pulse", "5.10", "3600000", "--others", "FF"}}));
+    ASSERT_TRUE(WaitForFrame("05 10 05 02 FF FB", before));
+    pulse.Signal(number);
+    EXPECT_TRUE(WaitForFrame("05 10 05 02 FF FF", before));
+    EXPECT_EQ(pulse.WaitForEnd(), 128 + number);
+    before = adapter.Requests().Last();
+  }
+  WaitUntilFree();
+  CTL_PROCESS batch(With({{"batch"}, "pulse 5.10 3600000 --others FF\n"}));
+  ASSERT_TRUE(WaitForFrame("05 10 05 02 FF FB", before));
+  batch.Signal(SIGTERM);
+  EXPECT_TRUE(WaitForFrame("05 10 05 02 FF FF", before));
+  EXPECT_EQ(batch.WaitForEnd(), 128 + SIGTERM);
+  before = adapter.Requests().Last();
+  WaitUntilFree();
+  CTL_START untold = With({{"--json", "pulse", "5.10", "10", "--others", "FF"}});
+  untold.outputPath = "/dev/full";
+  CTL_PROCESS pulse(untold);
+  EXPECT_EQ(pulse.WaitForEnd(), 2);
+  EXPECT_TRUE(WaitForFrame("05 10 05 02 FF FF", before));
 }
 
 TEST_F(CtlCommands, StopBringsTheMotorsToRest) {
@@ -197,7 +226,7 @@ TEST_F(CtlCommands, StatusTellsWhichInterfacesAreFreeAndWhichTaken) {
                               {"interfaces", {{"cae", "free"}, {"io", "free"}, {"mon", "taken"}}},
                               {"version", "1.20"},
                               {"polling", true},
-                              {"cards", 8}})});
+                              {"cardCount", 8}})});
   const int before = Connections(config.io);
   EXPECT_EQ(Out({"status", "--only", "mon"}), "MON: taken by another client\n");
   EXPECT_EQ(Connections(config.io), before);

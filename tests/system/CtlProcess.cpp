@@ -134,6 +134,7 @@ CTL_PROCESS::CTL_PROCESS(const CTL_START& start) {
   if (start.input && !start.hasTerminal) {
     m_unwritten = *start.input;
     m_endsInput = true;
+    Read();
   }
 }
 

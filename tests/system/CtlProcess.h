@@ -22,8 +22,8 @@ struct CTL_START {
   std::string outputPath = {};  ///< a file for the standard output
 };
 
-/// A vornctl that runs. One thread; nothing is read while no method runs. The destructor leaves no
-/// process behind.
+/// A vornctl that runs. One thread; while no method runs nothing is read, nor written of an input
+/// that is longer than a pipe takes. The destructor leaves no process behind.
 class CTL_PROCESS {
  public:
   static constexpr unsigned short kColumns = 80;

@@ -1,9 +1,10 @@
 #include "client/IoLine.h"
 #include "vornctl/commands/Commands.h"
 
+#include <signal.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <signal.h>
 
 // set, pulse and stop: what moves outputs.
 namespace ctl {
@@ -59,8 +60,8 @@ const CARD_TYPE* FindOutputs(CONTEXT& context, const PLACE& place) {
       use = std::string("see 'vornctl ") + type.word + "'";
     }
     throw FAILURE(EXIT_STATUS::kNoSuch, TitleOf(place) + " cannot be set: card " +
-                                           client::AddressDigit(place.address) + " is " +
-                                           type.word + "; " + use);
+                                            client::AddressDigit(place.address) + " is " +
+                                            type.word + "; " + use);
   }
   return &type;
 }
@@ -196,19 +197,26 @@ void Pulse(CONTEXT& context, const PLACE& place, const std::string& others,
     SendLine(context, line);
     return line;
   };
-  const std::string on = send("on");
+  std::vector<std::string> lines;
   std::optional<INTERRUPTED> interrupted;
   try {
-    context.link.RunUntil([] { return false; }, client::CLOCK::now() + length,
-                          {client::INTERFACE::kIo});
+    lines.push_back(send("on"));
+  } catch (const INTERRUPTED& signal) {
+    interrupted = signal;  // it may be on its way all the same
+  }
+  try {
+    if (!interrupted) {
+      context.link.RunUntil([] { return false; }, client::CLOCK::now() + length,
+                            {client::INTERFACE::kIo});
+    }
   } catch (const INTERRUPTED& signal) {
     interrupted = signal;
   } catch (const FAILURE& failure) {
     throw FAILURE(failure.Status(),
                   std::string(failure.what()) + "; " + TitleOf(place) + " is still on");
   }
-  const std::string off = send("off");
-  TellSent(context, {on, off});
+  lines.push_back(send("off"));
+  TellSent(context, lines);
   if (interrupted) {
     throw INTERRUPTED(*interrupted);
   }
@@ -237,8 +245,9 @@ void RunPulse(CONTEXT& context, const ARGUMENTS& arguments) {
                   TitleOf(place) + " is no digital output: only those are pulsed");
   }
   if (!context.dryRun) {
-    LetSignalEndCommand(SIGINT);
-    LetSignalEndCommand(SIGTERM);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      LetSignalEndCommand(signal);
+    }
     Pulse(context, place, arguments.others, std::chrono::milliseconds(lengthMs));
     return;
   }
@@ -255,8 +264,8 @@ void DeclareStop(CLI::App& command, ARGUMENTS& arguments) {
 
 namespace {
 
-/// The motor cards, or the one that is named: that is stopped, too, where nobody can be asked what it
-/// is.
+/// The motor cards, or the one that is named: that is stopped, too, where nobody can be asked what
+/// it is.
 std::vector<int> FindMotors(CONTEXT& context, const std::vector<std::string>& words) {
   if (!words.empty()) {
     const int address = ReadAddress(words.front());
