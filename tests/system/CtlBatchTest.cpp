@@ -95,15 +95,17 @@ TEST_F(CtlBatch, FiveThousandLinesArriveInOrder) {
   EXPECT_TRUE(Commands() == frames);
 }
 
-TEST_F(CtlBatch, EndsWithoutAFaultWhenItsReaderGoesAway) {
+TEST_F(CtlBatch, IsCarriedOutToItsEndWhenItsReaderGoesAway) {
   StartRack();
   CTL_PROCESS batch(With({{"batch"}, std::nullopt}));
   batch.Write("version\n");
   ASSERT_TRUE(batch.WaitForLines(1));
   batch.CloseOutput();
-  batch.Write("version\n");
+  batch.Write("version\nset 5.b1=FB\n");
+  batch.EndInput();
   EXPECT_EQ(batch.WaitForEnd(), 0);
   EXPECT_EQ(batch.Error(), "");
+  EXPECT_TRUE(rack.WaitForValue(5, 1, 0xFB));
 }
 
 TEST_F(CtlBatch, ShowsTheLinesThatItWouldSend) {

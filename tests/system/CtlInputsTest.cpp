@@ -191,7 +191,8 @@ TEST_F(CtlInputs, WaitEndsAtOnceWhereItIsSoAndElseWhenItBecomesSo) {
 
 TEST_F(CtlInputs, WaitThatIsNotSoInItsTimeEndsWithStatus3) {
   StartRack();
-  EXPECT_TRUE(Fails(Run({"wait", "3.6=on", "--for", "0.1"}), 3, "3.6 is not on yet"));
+  EXPECT_TRUE(
+      Fails(Run({"wait", "3.6=on", "--for", "0.1"}), 3, "3.6=on is not so yet: 3.6 is off"));
 }
 
 }  // namespace
