@@ -167,7 +167,10 @@ class SHELL {
     } catch (const FAILURE& failure) {
       m_context.output.Fail(failure);
       m_status = failure.Status();
-    } catch (const INTERRUPTED&) {
+    } catch (const INTERRUPTED& interrupted) {
+      if (interrupted.signal != SIGINT) {
+        throw;  // which ends the program, as it would have done before a command let it in
+      }
       // The user has seen it.
     }
   }

@@ -113,6 +113,14 @@ TEST_F(CtlShell, AnInterruptEndsAWatchAndNotTheShell) {
   EXPECT_EQ(m_shell->WaitForEnd(), 0);
 }
 
+TEST_F(CtlShell, EndsBySignalsAfterACommandThatHasMindedThem) {
+  StartShell();
+  Type("pulse 5.10 10 --others FF\r");
+  ASSERT_TRUE(EndsWith({"vorn> pulse 5.10 10 --others FF", kPrompt})) << Rows();
+  m_shell->Signal(SIGTERM);
+  EXPECT_EQ(m_shell->WaitForEnd(), 128 + SIGTERM);
+}
+
 TEST_F(CtlShell, FindsTheDaemonAgainAfterItWasAway) {
   StartShell();
   isEndExpected = false;
