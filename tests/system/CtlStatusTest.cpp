@@ -113,7 +113,7 @@ TEST_F(CtlStatus, Is2ForValuesThatTheCardDoesNotTakeAndNothingIsSent) {
   EXPECT_TRUE(Fails(Run({"set", "0.1=50%", "0.2=101%"}), 2, "0 to 100 %"));
   ExpectFailures(2, {{{"set", "5.b1=FG"}, "'FG' is no byte"},
                      {{"set", "5.10=on"}, "--others HEX"},
-                     {{"set", "5.10=maybe", "--others", "FF"}, "is neither on nor off"},
+                     {{"set", "5.10=maybe", "--others", "FF"}, "'maybe' is no value"},
                      {{"set", "0.1=50"}, "is no value for it"},
                      {{"get", "8.key"}, "cannot be asked for"},
                      {{"wait", "3.6=maybe"}, "is neither on nor off"},

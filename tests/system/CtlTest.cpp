@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <stdexcept>
 
 void PrintTo(const CTL_RESULT& result, std::ostream* stream) {
@@ -12,6 +13,32 @@ void PrintTo(const CTL_RESULT& result, std::ostream* stream) {
           << result.out << "--- standard error\n"
           << result.error;
 }
+
+namespace {
+
+/// Connections to a port that nobody has accepted yet.
+long ClientsInQueue(int port) {
+  constexpr int kHexadecimal = 16;
+  std::istringstream table(support::ReadFile("/proc/net/tcp"));
+  for (std::string line; std::getline(table, line);) {
+    std::istringstream fields(line);
+    std::string number;
+    std::string here;
+    std::string there;
+    std::string state;
+    std::string queues;
+    fields >> number >> here >> there >> state >> queues;
+    const std::size_t colon = here.find(':');
+    const std::size_t middle = queues.find(':');
+    if (state == "0A" && colon != std::string::npos && middle != std::string::npos &&
+        std::stol(here.substr(colon + 1), nullptr, kHexadecimal) == port) {
+      return std::stol(queues.substr(middle + 1), nullptr, kHexadecimal);
+    }
+  }
+  return 0;
+}
+
+}  // namespace
 
 CTL_TEST::CTL_TEST() {
   for (support::INTERFACE* interface : {&config.io, &config.mon}) {
@@ -61,9 +88,13 @@ void CTL_TEST::Release(const support::INTERFACE& interface) {
 
 void CTL_TEST::WaitUntilFree() {
   const auto isFree = [&](const support::INTERFACE& interface) {
+    if (m_taken.contains(interface.name)) {
+      return true;
+    }
+    // A client that has left before it was served is served first.
+    const bool nobodyWaits = ClientsInQueue(interface.port) == 0;
     const LINES lines = log.LinesWith(" " + interface.name + " interface");
-    return m_taken.contains(interface.name) ||
-           (!lines.empty() && lines.back() == Waiting(interface.name));
+    return nobodyWaits && !lines.empty() && lines.back() == Waiting(interface.name);
   };
   if (!support::WaitUntil([&] {
         return !daemon.Running() || (isFree(config.cae) && isFree(config.io) && isFree(config.mon));
