@@ -84,8 +84,7 @@ class BATCH {
       return;
     }
     const COMMAND* command = FindCommand(words.front());
-    if (command == nullptr || !command->sendsOnly ||
-        m_context.link.Unsettled() >= kMostUnsettled) {
+    if (command == nullptr || !command->sendsOnly || m_context.link.Unsettled() >= kMostUnsettled) {
       Settle();
     }
     if (IsEnough()) {

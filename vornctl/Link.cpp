@@ -24,7 +24,7 @@ using std::chrono::seconds;
 
 /// When the interface that is needed has come, the others have, if they are free: their pauses are
 /// as long, and an attempt is made each second at least.
-constexpr milliseconds kAfterRequired{400};
+constexpr milliseconds kAfterRequired{1000};
 constexpr milliseconds kAfterRequiredThatPaused{2000};
 /// To say goodbye where nothing can be lost.
 constexpr milliseconds kGoodbye{1000};

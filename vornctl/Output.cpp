@@ -60,9 +60,8 @@ void OUTPUT::PutLine(const std::string& line) {
 
 void OUTPUT::Check() const {
   if (m_writeError != 0) {
-    throw FAILURE(EXIT_STATUS::kUsage,
-                  std::string("the standard output cannot be written: ") +
-                      std::strerror(m_writeError));
+    throw FAILURE(EXIT_STATUS::kUsage, std::string("the standard output cannot be written: ") +
+                                           std::strerror(m_writeError));
   }
 }
 

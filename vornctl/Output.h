@@ -40,8 +40,8 @@ class OUTPUT {
   /// and line of a batch, or empty.
   void Fail(const FAILURE& failure, const std::string& origin = {});
 
-  /// Nobody reads the standard output any more. No fault: a command that only shows is over then, any
-  /// other goes on.
+  /// Nobody reads the standard output any more. No fault: a command that only shows is over then,
+  /// any other goes on.
   bool IsReaderGone() const { return m_isReaderGone; }
   void SetReaderGone() { m_isReaderGone = true; }
   /// Throws FAILURE, kUsage, where the standard output could not be written for another reason.

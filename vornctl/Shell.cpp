@@ -105,8 +105,7 @@ class SHELL {
   }
 
   bool IsAnythingNew() const {
-    return SeesInputs() != m_seesInputs ||
-           m_context.link.IsReady(INTERFACE::kCae) != m_canAsk ||
+    return SeesInputs() != m_seesInputs || m_context.link.IsReady(INTERFACE::kCae) != m_canAsk ||
            m_context.link.IsReady(INTERFACE::kIo) != m_hasIo;
   }
 

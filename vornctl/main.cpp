@@ -11,8 +11,8 @@
 
 namespace {
 
-/// A stream that the program was started without is nowhere: else a connection would get its number,
-/// and what is printed would go to the daemon.
+/// A stream that the program was started without is nowhere: else a connection would get its
+/// number, and what is printed would go to the daemon.
 void OpenClosedStreams() {
   int number = 0;
   do {

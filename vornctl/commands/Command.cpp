@@ -28,8 +28,7 @@ FAILURE RefusalOf(const std::string& line) {
 
 /// What is known of lines: to programs, and to a user where it is less than he may think.
 void TellProof(CONTEXT& context, RECORD record, LINK::PROOF proof) {
-  if (proof == LINK::PROOF::kSent && !context.unchecked &&
-      !context.link.IsReady(INTERFACE::kCae)) {
+  if (proof == LINK::PROOF::kSent && !context.unchecked && !context.link.IsReady(INTERFACE::kCae)) {
     context.output.Note(
         "sent; CAE and MON are not free, so that it cannot be known whether vorn took it "
         "(--unchecked: do not ask)");

@@ -44,9 +44,9 @@ std::vector<PLACE> FindInputs(CONTEXT& context, const std::vector<std::string>& 
     const CARD_TYPE& type = FindAnyCard(context, place.address);
     if (type.inputBlocks == 0) {
       throw FAILURE(EXIT_STATUS::kNoSuch, TitleOf(place) + " cannot be read: card " +
-                                             client::AddressDigit(place.address) + " is " +
-                                             type.word +
-                                             ", and vorn does not tell what its outputs are");
+                                              client::AddressDigit(place.address) + " is " +
+                                              type.word +
+                                              ", and vorn does not tell what its outputs are");
     }
     if (place.kind == PLACE_KIND::kCard) {
       addCard(place.address, type);
@@ -73,8 +73,7 @@ std::optional<std::uint8_t> AskBlock(CONTEXT& context, int address, int block) {
         }
       });
   context.link.Ask(client::AskLastInput(address, block));
-  context.link.RunUntil([&] { return value.has_value(); },
-                        client::CLOCK::now() + kLineAfterAnswer);
+  context.link.RunUntil([&] { return value.has_value(); }, client::CLOCK::now() + kLineAfterAnswer);
   return value;
 }
 
@@ -268,8 +267,8 @@ void RunWatch(CONTEXT& context, const ARGUMENTS& arguments) {
   TimeAfter(arguments.forSeconds);  // refuses it before anything is done
   const bool needsCards = !arguments.raw || !arguments.words.empty();
   if (needsCards) {
-    // Where CAE pauses after a client it is worth the wait: it knows the cards. Where it is taken it
-    // is not.
+    // Where CAE pauses after a client it is worth the wait: it knows the cards. Where it is taken
+    // it is not.
     context.link.Try({source, INTERFACE::kCae});
   }
   context.link.Open({source});
@@ -323,8 +322,7 @@ void DeclareWait(CLI::App& command, ARGUMENTS& arguments) {
 
 void RunWait(CONTEXT& context, const ARGUMENTS& arguments) {
   TimeAfter(arguments.forSeconds);  // refuses it before anything is done
-  const EXPECTATION expectation =
-      ReadExpectation(arguments.words.front(), context.link.Settings());
+  const EXPECTATION expectation = ReadExpectation(arguments.words.front(), context.link.Settings());
   const PLACE& place = expectation.place;
   if (context.dryRun) {
     return;

@@ -122,7 +122,7 @@ void RunPoll(CONTEXT& context, const ARGUMENTS& arguments) {
   const CARD_TYPE& type = FindAnyCard(context, address);
   if (type.inputBlocks == 0) {
     throw FAILURE(EXIT_STATUS::kNoSuch, std::string("card ") + client::AddressDigit(address) +
-                                           " is " + type.word + ": only input cards are polled");
+                                            " is " + type.word + ": only input cards are polled");
   }
   DoAndTell(context, client::PollCard(address, on));
 }
