@@ -43,7 +43,7 @@ struct FIELD {
 /// person. Derived classes, each in its own source, add what their type does; parameters and
 /// actions are handled here, by the tables of Protocol.h. Alone it is a card of a type that nobody
 /// knows: it stands in the identification and refuses everything. What the numbers of a type do at
-/// the rack is this simulator's choice, written down in docs/card-bus.md. Owned by RACK, which
+/// the rack is this simulator's choice, written down in docs/simulator.md. Owned by RACK, which
 /// calls it under its lock from whatever thread; a card has no lock and no thread of its own.
 class CARD {
  public:
