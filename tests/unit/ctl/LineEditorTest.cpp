@@ -687,7 +687,15 @@ TEST_F(LineEditor, CtrlCThrowsAwayWhatWasTypedAhead) {
   Start(settings);
   Type("work\r");
   EXPECT_EQ(Line(), "work");
-  Type("two\r\003");
+  // What is typed comes to the terminal's other side a little later.
+  const auto waiting = [this] {
+    int count = 0;
+    return ioctl(m_slave.Get(), FIONREAD, &count) == 0 ? count : -1;
+  };
+  Type("two\r");
+  ASSERT_TRUE(WaitUntil([&] { return waiting() == 4; }));
+  Type("\003");
+  ASSERT_TRUE(WaitUntil([&] { return waiting() == 0; }));
   Order("show");
   Type("three\r");
   EXPECT_EQ(Line(), "three");
