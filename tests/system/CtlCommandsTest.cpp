@@ -169,9 +169,9 @@ TEST_F(CtlCommands, CardsListsWhatIsThereAndWithRescanWhatIsNew) {
   const std::vector<json> cards = Json({"cards"});
   ASSERT_EQ(cards.size(), 9U);
   EXPECT_EQ(cards[4], (json{{"type", "card"},
-                            {"address", "7"},
+                            {"card", "7"},
                             {"kind", "ir"},
-                            {"name", "IR REMOTE CONTROLLER"},
+                            {"description", "IR REMOTE CONTROLLER"},
                             {"channels", json::array()},
                             {"polled", nullptr}}));
   EXPECT_EQ(cards[5]["channels"], (json{"8.key", "8.encoder"}));

@@ -49,9 +49,9 @@ void PutCard(CONTEXT& context, int address, const CARD_TYPE& type,
   context.output.Put(CardLine(digit, type.word, ChannelsText(address, type),
                               isInput ? (isPolled ? "yes" : "no") : "-", type.listedName),
                      {{"type", "card"},
-                      {"address", digit},
+                      {"card", digit},
                       {"kind", type.word},
-                      {"name", type.listedName},
+                      {"description", type.listedName},
                       {"channels", channels},
                       {"polled", isInput ? RECORD(isPolled) : RECORD(nullptr)}});
 }
