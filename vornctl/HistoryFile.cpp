@@ -1,6 +1,7 @@
 #include "vornctl/HistoryFile.h"
 
 #include "client/Descriptor.h"
+#include "vornctl/WriteAll.h"
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -60,20 +61,6 @@ bool Read(const std::string& path, std::string& text) {
   }
 }
 
-bool WriteAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t count = write(file, text.data(), text.size());
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count <= 0) {
-      return false;
-    }
-    text.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
 /// For the owner only, as those who keep state in a home agree.
 void MakeFolders(const fs::path& folder) {
   if (folder.empty() || mkdir(folder.c_str(), S_IRWXU) == 0 || errno != ENOENT) {
@@ -122,7 +109,7 @@ void HISTORY_FILE::Write() const {
   if (!file) {
     return;
   }
-  const bool isWhole = WriteAll(file.Get(), text) && fsync(file.Get()) == 0;
+  const bool isWhole = WriteAll(file.Get(), text) == 0 && fsync(file.Get()) == 0;
   file.Close();
   if (!isWhole || rename(fresh.c_str(), m_path.c_str()) != 0) {
     unlink(fresh.c_str());

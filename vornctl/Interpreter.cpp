@@ -50,11 +50,13 @@ void AddCommands(CLI::App& app, ARGUMENTS& arguments, USE use) {
 void Parse(CLI::App& app, ARGUMENTS& arguments, const std::vector<std::string>& words) {
   // The parser takes [a,b] for two words. What a line begins with never is this one.
   constexpr char kMark = '\x01';
-  std::vector<std::string> reversed;
-  for (auto word = words.rbegin(); word != words.rend(); ++word) {
-    reversed.push_back(word->starts_with('[') ? kMark + *word : *word);
+  std::vector<std::string> marked;
+  marked.reserve(words.size());
+  for (const std::string& word : words) {
+    marked.push_back(word.starts_with('[') ? kMark + word : word);
   }
-  app.parse(reversed);
+  std::reverse(marked.begin(), marked.end());  // as the parser wants them
+  app.parse(marked);
   for (std::string* text : {&arguments.at, &arguments.others, &arguments.text}) {
     text->erase(0, text->starts_with(kMark) ? 1 : 0);
   }

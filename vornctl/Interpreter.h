@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class ParseError;
+namespace CLI {    // NOLINT(readability-identifier-naming): the parser's own name
+class ParseError;  // NOLINT(readability-identifier-naming)
 }
 
 namespace ctl {

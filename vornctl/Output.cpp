@@ -1,6 +1,7 @@
 #include "vornctl/Output.h"
 
-#include <poll.h>
+#include "vornctl/WriteAll.h"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -14,21 +15,6 @@ namespace ctl {
 namespace {
 
 constexpr char kClearLine[] = "\r\033[K";
-
-/// All of it; 0, or the number of the error.
-int WriteAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EAGAIN) {
-      pollfd ready = {descriptor, POLLOUT, 0};
-      poll(&ready, 1, -1);
-    } else if (written < 0 && errno != EINTR) {
-      return errno;
-    }
-    text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-  }
-  return 0;
-}
 
 /// What a server or a user has written may be no UTF-8.
 std::string Dump(const RECORD& record) {

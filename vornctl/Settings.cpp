@@ -37,6 +37,10 @@ std::chrono::milliseconds MillisecondsOf(double seconds, const std::string& what
   return std::chrono::milliseconds(std::llround(seconds * kPerSecond));
 }
 
+std::string NoChannel(const std::string& name, const std::string& place) {
+  return "names." + name + ": '" + place + "' is no channel: " + kPlaceForms;
+}
+
 /// The reader of one file: its members know the line of what they refuse.
 class SETTINGS_READER {
  public:
@@ -166,8 +170,7 @@ class SETTINGS_READER {
       }
       const std::string place = Text(value, "names." + name);
       if (!ReadPlace(place)) {
-        Refuse(value,
-               "names." + name + ": '" + place + "' is no channel: " + std::string(kPlaceForms));
+        Refuse(value, NoChannel(name, place));
       }
       m_settings.names[name] = place;
     }

@@ -46,7 +46,7 @@ std::vector<ROW> FolderRows() {
 
 /// The folder of a source; of several that the document has in one row, the first.
 std::string FolderOf(const std::string& path) {
-  static const std::map<std::string, std::string> together = [] {
+  static const std::map<std::string, std::string> kTogether = [] {
     std::map<std::string, std::string> firsts;
     for (const ROW& row : FolderRows()) {
       const LINES folders = CodeSpans(row.at(0));
@@ -57,8 +57,8 @@ std::string FolderOf(const std::string& path) {
     return firsts;
   }();
   const std::string folder = path.substr(0, path.rfind('/') + 1);
-  const auto first = together.find(folder);
-  return first == together.end() ? folder : first->second;
+  const auto first = kTogether.find(folder);
+  return first == kTogether.end() ? folder : first->second;
 }
 
 /// By folder, those that the document lets it include.

@@ -36,7 +36,7 @@ struct SETTINGS {
   std::string kind = "xterm";
   unsigned short columns = 30;
   unsigned short lines = 12;
-  std::string history = "";
+  std::string history{};
   bool survivesSignals = false;  ///< SIGHUP and SIGINT
   bool hasShell = false;         ///< the program was started by one that can stop and continue it
 };
