@@ -48,9 +48,18 @@ void SetHandler(int number, void (*handler)(int), int flags) {
   sigaction(number, &action, nullptr);
 }
 
-/// Without SA_NODEFER what a handler raises would wait for its end.
 void Watch(int number) {
-  SetHandler(number, OnSignal, SA_RESTART | SA_NODEFER);
+  SetHandler(number, OnSignal, SA_RESTART);
+}
+
+/// What it does to a program that does not handle it: now, and not at the handler's end.
+void Suffer(int number) {
+  SetHandler(number, SIG_DFL, 0);
+  raise(number);
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, number);
+  pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
 }
 
 // Calls only what a signal's handler may.
@@ -64,8 +73,7 @@ void OnSignal(int number) {
     Ring();
   } else {
     tcsetattr(guarded.terminal, TCSANOW, &guarded.before);
-    SetHandler(number, SIG_DFL, 0);
-    raise(number);
+    Suffer(number);
     // Only a stopped program comes here, when it goes on.
     Watch(number);
     guarded.continued = true;

@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -176,6 +177,7 @@ class LineEditor : public testing::Test {
     m_child = fork();
     ASSERT_GE(m_child, 0);
     if (m_child == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);  // it is left to nobody
       m_master.Close();
       m_slave.Close();
       close(orders[1]);
