@@ -39,10 +39,11 @@ void AddPort(CLI::App& app, PROGRAM_OPTIONS& options, const char* name, INTERFAC
   constexpr int kLargestPort = 65535;
   app.add_option_function<std::string>(
          name,
-         [&options, interface, name = std::string(name)](const std::string& text) {
+         [&options, interface](const std::string& text) {
            const int port = ReadDecimal(text).value_or(0);
            if (port < 1 || port > kLargestPort) {
-             throw CLI::ValidationError(name, "'" + text + "' is no port, 1 to 65535");
+             throw CLI::ValidationError(std::string("port of ") + client::NameOf(interface),
+                                        "'" + text + "' is no port, 1 to 65535");
            }
            options.settings.ports[interface] = port;
          },

@@ -81,7 +81,7 @@ TEST_F(CtlBatch, TellsWhichOfManyLinesWasRefused) {
 TEST_F(CtlBatch, MoreLinesThanItLeavesUnsettledArriveInOrder) {
   config.speedPercent = "100";
   StartRack();
-  constexpr int kLines = 1500;
+  constexpr int kLines = 1100;
   std::string lines;
   LINES frames = {"01 30"};
   for (int i = 1; i <= kLines; ++i) {
