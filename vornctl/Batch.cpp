@@ -37,7 +37,13 @@ class BATCH {
     const FINALLY end([this] { m_context.series.isOn = false; });
     bool isLine = true;
     while (isLine && !IsEnough()) {
-      isLine = Try([&] { return ReadLine() && (RunLine(), true); });
+      isLine = Try([&] {
+        const bool isThere = ReadLine();
+        if (isThere) {
+          RunLine();
+        }
+        return isThere;
+      });
     }
     Settle();
     return m_status;

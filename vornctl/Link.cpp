@@ -40,6 +40,10 @@ constexpr milliseconds kProgressStep{250};
 /// Set by the handler of the signals that are let in while the loop waits, and only then; 0: none.
 volatile sig_atomic_t signalThatCame = 0;
 
+void NoteSignal(int number) {
+  signalThatCame = number;
+}
+
 sigset_t& SignalsToLetIn() {
   static sigset_t signals = [] {
     sigset_t none;
@@ -88,7 +92,7 @@ void LetSignalEndCommand(int signal) {
   sigaddset(&SignalsToLetIn(), signal);
   pthread_sigmask(SIG_BLOCK, &SignalsToLetIn(), nullptr);
   struct sigaction action {};
-  action.sa_handler = [](int number) { signalThatCame = number; };
+  action.sa_handler = NoteSignal;
   sigaction(signal, &action, nullptr);
 }
 
@@ -463,6 +467,7 @@ LINK::PROOF LINK::Settle() {
   if (IsReady(INTERFACE::kMon)) {
     while (m_delivery.LastCopied() < last) {
       const client::DELIVERY::NUMBER before = m_delivery.LastCopied();
+      // cppcheck-suppress knownConditionTrueFalse ; the loop moves it
       if (!AwaitQuick(kWhat, [&] { return m_delivery.LastCopied() != before; },
                       CLOCK::now() + m_settings.timeout, {INTERFACE::kIo, INTERFACE::kMon})) {
         throw FAILURE(EXIT_STATUS::kTimeout,

@@ -168,7 +168,6 @@ int RunProgram(int argc, char** argv) {
   AddCommands(app, arguments, USE::kAlone);
   app.get_subcommand("batch")->alias("run");
 
-  std::string name = "shell";
   try {
     Parse(app, arguments, {argv + 1, argv + argc});
   } catch (const CLI::ParseError& error) {
@@ -182,12 +181,12 @@ int RunProgram(int argc, char** argv) {
   }
   OUTPUT output(options.output);
   try {
-    if (!app.get_subcommands().empty()) {
-      name = app.get_subcommands().front()->get_name();
-    } else if (isatty(STDIN_FILENO) == 0) {
+    const std::vector<CLI::App*> chosen = app.get_subcommands();
+    if (chosen.empty() && isatty(STDIN_FILENO) == 0) {
       throw FAILURE(EXIT_STATUS::kUsage, "no command ('vornctl --help' explains)");
     }
-    return RunWith(options, name, arguments, output);
+    return RunWith(options, chosen.empty() ? "shell" : chosen.front()->get_name(), arguments,
+                   output);
   } catch (const FAILURE& failure) {
     output.Fail(failure);
     return static_cast<int>(failure.Status());

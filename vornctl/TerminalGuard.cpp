@@ -55,7 +55,7 @@ void Watch(int number) {
 /// What it does to a program that does not handle it: now, and not at the handler's end.
 void Suffer(int number) {
   SetHandler(number, SIG_DFL, 0);
-  raise(number);
+  kill(getpid(), number);
   sigset_t one;
   sigemptyset(&one);
   sigaddset(&one, number);
